@@ -1,0 +1,78 @@
+// The flat functions of the library, exported under their plain names.
+//
+// Objects returned carry one reference owned by the caller (release with
+// Dispose). The caller's Address, cache and data-map collection stay the
+// caller's: the library takes its own references on what it keeps.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "norvane/interfaces.h"
+#include "norvane/platform.h"
+#include "norvane/transport.h"
+
+typedef struct _xmlNode xmlNode;
+
+namespace Norvane {
+class DataMapSpecCollection;
+}
+
+extern "C" {
+
+// Data collection. On success the out argument receives the collection; on
+// failure it is not written. cache may be null.
+NORVANE_API HRESULT CreateDataCollectionFromFile(Norvane::Address* address, const char16_t* path,
+                                                 Norvane::DataCollection** collection,
+                                                 Norvane::ICacheProvider* cache);
+NORVANE_API HRESULT CreateDataCollectionFromXML(Norvane::Address* address, const char16_t* xml,
+                                                Norvane::DataCollection** collection,
+                                                Norvane::ICacheProvider* cache);
+// node: an element of a parsed data-map document, or the xmlDoc* itself.
+NORVANE_API HRESULT CreateDataCollectionFromDOM(Norvane::Address* address, xmlNode* node,
+                                                Norvane::DataCollection** collection,
+                                                Norvane::ICacheProvider* cache);
+NORVANE_API HRESULT CreateDataCollectionFromDataMapSpecsCollection(
+    Norvane::Address* address, Norvane::DataMapSpecCollection* specs,
+    Norvane::DataCollection** collection, Norvane::ICacheProvider* cache);
+
+// One read or write without keeping a collection. Results: 0, 1, a negative
+// code, or an error code from 102 to 119.
+NORVANE_API HRESULT GetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml,
+                                              VARIANT* value);
+NORVANE_API HRESULT SetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml,
+                                              VARIANT* value);
+
+// Caches.
+NORVANE_API Norvane::ICacheProvider* CreateRegCacheProvider(const char16_t* keyPath);
+NORVANE_API Norvane::ICacheProvider* CreatePrintDataCacheProvider(uintptr_t printerHandle);
+
+// Providers. The IPP factories set the thread's last error on failure (87 for
+// an argument or a printer URI of the wrong scheme).
+NORVANE_API Norvane::IPPProvider* CreateIPPProvider(Norvane::Address* address,
+                                                    const char* resourceURI);
+NORVANE_API Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* address,
+                                                         const char16_t* printerURI);
+NORVANE_API Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address,
+                                                               const char16_t* printerURI,
+                                                               uint32_t securityFlags);
+NORVANE_API Norvane::IPPRequestBase* CreateIPPRequest(void);
+NORVANE_API Norvane::IPPResponseBase* CreateIPPResponse(void);
+NORVANE_API Norvane::VEXAProvider* CreateVEXAProvider(Norvane::Address* address);
+NORVANE_API Norvane::OIDProvider* CreateOIDProvider(Norvane::Address* address);
+NORVANE_API Norvane::WSProvider* CreateWSProvider(Norvane::Address* address);
+
+// Fetches the printer's localised strings for a language. localeStrings is
+// written only on success.
+NORVANE_API HRESULT GetDeviceLocaleStrings(Norvane::Address* address,
+                                           std::u16string requestedLocale,
+                                           std::u16string& localeStrings);
+
+// Spooler printer data of a printer, for CreatePrintDataCacheProvider.
+NORVANE_API uintptr_t OpenPrinterDataHandle(const char16_t* printerName);
+NORVANE_API void ClosePrinterDataHandle(uintptr_t handle);
+
+// Library and build versions, e.g. "1.0.0".
+NORVANE_API const char* NorvaneVersion(void);
+NORVANE_API const char* NorvaneBuildId(void);
+}

@@ -1,0 +1,11 @@
+// Everything the library exports.
+#pragma once
+
+#include "norvane/export.h"
+#include "norvane/platform.h"
+#include "norvane/com.h"
+#include "norvane/disposable.h"
+#include "norvane/values.h"
+#include "norvane/transport.h"
+#include "norvane/interfaces.h"
+#include "norvane/api.h"

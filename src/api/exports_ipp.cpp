@@ -1,0 +1,67 @@
+// IPP provider factories and the request/response object factories.
+#include <string_view>
+
+#include "norvane/api.h"
+#include "support/log.h"
+#include "support/string_utils.h"
+
+QX_LOG_SOURCE_FILE()
+
+namespace {
+
+// No answer on 631 nor 80: what creation reports for a device without IPP.
+constexpr DWORD kDeviceNotReachable = 0x20000002;
+
+// Case-sensitive scheme classes, tested in this order: "ipps" is secure IPP,
+// "ipp" plain IPP.
+bool IsSecureIppUri(const char16_t* uri) { return uri != nullptr && QxUtils::StartsWith(uri, u"ipps"); }
+
+bool IsPlainIppUri(const char16_t* uri) {
+  return uri != nullptr && !IsSecureIppUri(uri) && QxUtils::StartsWith(uri, u"ipp");
+}
+
+Norvane::IPPProvider* CreateProvider(Norvane::Address* address, const char16_t* printerURI, uint32_t flags) {
+  (void)printerURI, (void)flags;
+  SetLastError(address == nullptr ? ERROR_INVALID_PARAMETER : kDeviceNotReachable);
+  return nullptr;
+}
+
+}  // namespace
+
+extern "C" Norvane::IPPProvider* CreateIPPProvider(Norvane::Address* address, const char* resourceURI) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPProvider");
+  (void)resourceURI;
+  if (address == nullptr || resourceURI == nullptr) return nullptr;
+  SetLastError(kDeviceNotReachable);
+  return nullptr;
+}
+
+extern "C" Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* address, const char16_t* printerURI) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPPrintProvider");
+  if (!IsPlainIppUri(printerURI)) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
+  return CreateProvider(address, printerURI, 0);
+}
+
+extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address,
+                                                             const char16_t* printerURI,
+                                                             uint32_t securityFlags) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateSecureIPPPrintProvider");
+  if (!IsSecureIppUri(printerURI)) {
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+  }
+  return CreateProvider(address, printerURI, securityFlags);
+}
+
+extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
+  return nullptr;  // the IPP message objects are not in this build yet
+}
+
+extern "C" Norvane::IPPResponseBase* CreateIPPResponse(void) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPResponse");
+  return nullptr;
+}

@@ -1,0 +1,18 @@
+// The UTC clock as file times: 100-ns units since 1601-01-01.
+#pragma once
+
+#include <cstdint>
+
+namespace Norvane {
+
+// 1 on success, 0 when the clock cannot be read.
+int GetCurrentFileTime(uint64_t* stamp);
+
+// Seconds between 1601-01-01 and 1970-01-01.
+constexpr uint64_t kFileTimeUnixEpochSeconds = 11644473600ull;
+constexpr uint64_t kFileTimeTicksPerSecond = 10000000ull;
+
+// Tests move the clock; 0 restores the real one. Offsets are in file-time ticks.
+void SetFileTimeOffsetForTesting(int64_t ticks);
+
+}  // namespace Norvane

@@ -1,0 +1,197 @@
+#include "support/log.h"
+
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+#include "norvane/platform.h"
+#include "support/resolver_utils.h"
+#include "support/string_utils.h"
+#include "support/win32_exception.h"
+
+namespace QxLogging {
+
+CLogModule::CLogModule(const char* name, const char* buildTime)
+    : name_(name != nullptr ? name : ""), buildTime_(buildTime != nullptr ? buildTime : "") {}
+
+std::shared_ptr<ILogWriter> CLogModule::SetWriter(std::shared_ptr<ILogWriter> writer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  hasWriter_.store(writer != nullptr, std::memory_order_release);
+  writer_.swap(writer);
+  return writer;
+}
+
+bool CLogModule::Wants(uint32_t category) const {
+  if (!hasWriter_.load(std::memory_order_acquire)) return false;
+  std::lock_guard<std::mutex> lock(mutex_);
+  return writer_ != nullptr && writer_->Wants(category);
+}
+
+void CLogModule::Write(const LogRecord& record) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (writer_ == nullptr || !writer_->Wants(record.category)) return;
+  try {
+    writer_->Write(*this, record);
+  } catch (...) {
+    // A writer's failure is never the caller's.
+  }
+}
+
+CLogModule& NorvaneDM() {
+  static CLogModule module("NorvaneDM", "04:15:05");
+  return module;
+}
+
+CLogModule& Utils() {
+  static CLogModule module("Utils", "04:14:10");
+  return module;
+}
+
+CLogModule& NorvaneResolver() {
+  static CLogModule module("NorvaneResolver", "04:14:29");
+  return module;
+}
+
+CLogModule* FindModule(std::string_view name) {
+  if (name == "NorvaneDM") return &NorvaneDM();
+  if (name == "Utils") return &Utils();
+  if (name == "NorvaneResolver") return &NorvaneResolver();
+  return nullptr;
+}
+
+CLogSourceFile::CLogSourceFile(const char* path) {
+  std::string_view p = path != nullptr ? path : "";
+  size_t slash = p.find_last_of("/\\");
+  if (slash != std::string_view::npos) p.remove_prefix(slash + 1);
+  name_.reserve(p.size());
+  for (char c : p) name_.push_back(static_cast<char>(std::tolower(static_cast<unsigned char>(c))));
+}
+
+CLastErrorRestore::CLastErrorRestore() : saved_(GetLastError()) {}
+
+CLastErrorRestore::~CLastErrorRestore() { SetLastError(saved_); }
+
+void SplitFunctionName(std::string_view function, std::string* className, std::string* displayName) {
+  constexpr size_t kMaxName = 255;
+  std::string copy;
+  int depth = 0;
+  for (char c : function) {
+    if (c == '<') {
+      ++depth;
+    } else if (c == '>') {
+      if (depth > 0) --depth;
+    } else if (depth == 0) {
+      if (copy.size() == kMaxName) break;
+      copy.push_back(c);
+    }
+  }
+  std::vector<size_t> starts;
+  if (!copy.empty() && copy[0] != ':') starts.push_back(0);
+  for (size_t i = 0; i + 1 < copy.size(); ++i) {
+    if (copy[i] == ':' && copy[i + 1] == ':') {
+      starts.push_back(i + 2);
+      ++i;
+    }
+  }
+  className->clear();
+  displayName->clear();
+  if (starts.size() >= 2) {
+    size_t from = starts[starts.size() - 2];
+    size_t classEnd = starts.back() - 2;
+    *className = copy.substr(from, classEnd - from);
+    *displayName = copy.substr(from);
+  } else if (starts.size() == 1) {
+    *displayName = copy.substr(starts[0]);
+  }
+}
+
+CLogFunction::CLogFunction(CLogModule* module, const CLogSourceFile* file, const char* function,
+                           int line)
+    : module_(module), file_(file), function_(function != nullptr ? function : ""), line_(line) {
+  if (Enabled(kEntry)) {
+    CLastErrorRestore keep;
+    Emit(kEntry, line, DisplayName());
+  }
+}
+
+CLogFunction::~CLogFunction() {
+  if (module_ == nullptr) return;
+  CLastErrorRestore keep;
+  try {
+    if (Enabled(kExit)) {
+      if (QxUtils::CWin32Exception::LiveCount() > 0) {
+        Emit(kExit, 0, DisplayName() + "   *** UNHANDLED EXCEPTION PENDING ***");
+      } else {
+        Emit(kExit, 0, DisplayName());
+      }
+    }
+    if (errorCode_ != 0 && Enabled(kErrorText)) {
+      Emit(kErrorText, 0, QxUtils::WideToUtf8(QxUtils::FormatErrorText(errorCode_)));
+    }
+  } catch (...) {
+  }
+}
+
+const std::string& CLogFunction::DisplayName() {
+  if (!displayReady_) {
+    std::string className;
+    SplitFunctionName(function_, &className, &displayName_);
+    displayReady_ = true;
+  }
+  return displayName_;
+}
+
+void CLogFunction::Emit(uint32_t category, int line, std::string_view text) {
+  line_ = line;
+  LogRecord record{category, line, function_, DisplayName(), file_ != nullptr ? std::string_view(file_->Name()) : std::string_view(), text};
+  module_->Write(record);
+}
+
+void CLogFunction::Format(uint32_t category, int line, const char* format, ...) {
+  CLastErrorRestore keep;
+  line_ = line;
+  if (!Enabled(category) || format == nullptr) return;
+  try {
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    int n = std::vsnprintf(nullptr, 0, format, args);
+    va_end(args);
+    std::string text;
+    if (n > 0) {
+      text.resize(static_cast<size_t>(n));
+      std::vsnprintf(text.data(), text.size() + 1, format, again);
+    }
+    va_end(again);
+    Emit(category, line, text);
+  } catch (...) {
+  }
+}
+
+void CLogFunction::Message(uint32_t category, int line, std::string_view text, bool complete) {
+  CLastErrorRestore keep;
+  line_ = line;
+  try {
+    if (!complete) {
+      pending_.append(text);
+      return;
+    }
+    if (!Enabled(category)) {
+      pending_.clear();
+      return;
+    }
+    if (pending_.empty()) {
+      Emit(category, line, text);
+    } else {
+      pending_.append(text);
+      std::string joined;
+      joined.swap(pending_);
+      Emit(category, line, joined);
+    }
+  } catch (...) {
+  }
+}
+
+}  // namespace QxLogging

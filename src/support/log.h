@@ -1,0 +1,143 @@
+// Log scopes: every operation opens a CLogFunction, which writes an entry record
+// on construction and an exit record on destruction, and messages go through it.
+// A module without a writer drops records before any text is formatted, so
+// tracing costs one atomic load when nobody listens. Logging never throws and
+// never changes the thread's last-error code.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace QxLogging {
+
+// Category words of a record.
+enum : uint32_t {
+  kInfo = 0x10,  // plus a detail level 0..15 in the low four bits
+  kException = 0x20,
+  kStandout = 0x80,
+  kEntry = 0x400,
+  kExit = 0x800,
+  kErrorText = 0x20000000,
+};
+
+class CLogModule;
+
+struct LogRecord {
+  uint32_t category;
+  int line;
+  std::string_view function;     // fully qualified, as the scope was opened
+  std::string_view displayName;  // class::method part of the function name
+  std::string_view sourceFile;   // lower-cased base name
+  std::string_view text;
+};
+
+// Receives every record of the modules it is attached to. Calls are serialised
+// by the module.
+class ILogWriter {
+ public:
+  virtual ~ILogWriter() = default;
+  virtual bool Wants(uint32_t category) const { return category != 0; }
+  virtual void Write(const CLogModule& module, const LogRecord& record) = 0;
+};
+
+class CLogModule {
+ public:
+  CLogModule(const char* name, const char* buildTime);
+  CLogModule(const CLogModule&) = delete;
+  CLogModule& operator=(const CLogModule&) = delete;
+
+  const std::string& Name() const { return name_; }
+  const std::string& BuildTime() const { return buildTime_; }
+
+  // Replaces the writer; null detaches. Returns the previous one.
+  std::shared_ptr<ILogWriter> SetWriter(std::shared_ptr<ILogWriter> writer);
+  bool Wants(uint32_t category) const;
+  void Write(const LogRecord& record);
+
+ private:
+  std::string name_;
+  std::string buildTime_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<ILogWriter> writer_;
+  std::atomic<bool> hasWriter_{false};
+};
+
+// The three modules of the library.
+CLogModule& NorvaneDM();
+CLogModule& Utils();
+CLogModule& NorvaneResolver();
+// Looks a module up by name ("NorvaneDM", "Utils", "NorvaneResolver"); null if unknown.
+CLogModule* FindModule(std::string_view name);
+
+class CLogSourceFile {
+ public:
+  explicit CLogSourceFile(const char* path);
+  const std::string& Name() const { return name_; }
+
+ private:
+  std::string name_;
+};
+
+// Keeps the thread's last-error code across logging work.
+class CLastErrorRestore {
+ public:
+  CLastErrorRestore();
+  ~CLastErrorRestore();
+  CLastErrorRestore(const CLastErrorRestore&) = delete;
+  CLastErrorRestore& operator=(const CLastErrorRestore&) = delete;
+
+ private:
+  uint32_t saved_;
+};
+
+// The class name and display name derived from a function name:
+// "Norvane::IPPOperations::SendIPPRequest" gives "IPPOperations" and
+// "IPPOperations::SendIPPRequest"; template arguments are dropped.
+void SplitFunctionName(std::string_view function, std::string* className, std::string* displayName);
+
+class CLogFunction {
+ public:
+  CLogFunction(CLogModule* module, const CLogSourceFile* file, const char* function, int line);
+  ~CLogFunction();
+  CLogFunction(const CLogFunction&) = delete;
+  CLogFunction& operator=(const CLogFunction&) = delete;
+
+  // printf-style message; %s takes UTF-8 text.
+  void Format(uint32_t category, int line, const char* format, ...) __attribute__((format(printf, 4, 5)));
+  // A piece of a message; incomplete pieces are held and joined with the next.
+  void Message(uint32_t category, int line, std::string_view text, bool complete = true);
+  // A non-zero code makes the exit record carry its error text.
+  void SetErrorCode(uint32_t code) { errorCode_ = code; }
+  uint32_t ErrorCode() const { return errorCode_; }
+  int LastLine() const { return line_; }
+  bool Enabled(uint32_t category) const { return module_ != nullptr && module_->Wants(category); }
+
+ private:
+  void Emit(uint32_t category, int line, std::string_view text);
+  const std::string& DisplayName();
+
+  CLogModule* module_;
+  const CLogSourceFile* file_;
+  const char* function_;
+  int line_;
+  uint32_t errorCode_ = 0;
+  bool displayReady_ = false;
+  std::string displayName_;
+  std::string pending_;
+};
+
+}  // namespace QxLogging
+
+// One per source file, at namespace scope.
+#define QX_LOG_SOURCE_FILE() \
+  namespace {                \
+  const ::QxLogging::CLogSourceFile qxLogSourceFile_(__FILE__); \
+  }
+// Opens the scope of the current function.
+#define QX_LOG_FUNCTION(module, name) \
+  ::QxLogging::CLogFunction qxLog_(&(module), &qxLogSourceFile_, name, __LINE__)
+#define QX_LOG(category, ...) qxLog_.Format((category), __LINE__, __VA_ARGS__)

@@ -1,0 +1,65 @@
+// In-process fake host objects for unit tests: an Address whose requests answer
+// from a programmable table, with fault injection, and an SNMP connection over
+// an in-memory object table.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "norvane/disposable.h"
+#include "norvane/transport.h"
+
+namespace NorvaneTest {
+
+struct FakeExchange {
+  std::u16string method = u"GET";
+  std::u16string resource;
+  std::u16string userName;
+  std::u16string password;
+  std::u16string contentType;
+  uint32_t port = 0;
+  uint32_t securityFlags = 0;
+  std::vector<std::pair<std::u16string, std::u16string>> headers;
+  std::string body;           // whole body (SetBody / SendBody), or the concatenated chunks
+  std::vector<std::string> chunks;  // WriteChunk calls, as written
+  bool opened = false;
+};
+
+struct FakeReply {
+  uint32_t status = 200;
+  std::string body;
+  std::map<std::u16string, std::u16string> headers;
+  HRESULT sendResult = S_OK;  // a failing Send models a refused connection
+};
+
+class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
+ public:
+  static FakeAddress* Create(std::u16string host);  // one reference for the caller
+
+  const char16_t* GetHost() override { return host_.c_str(); }
+  HRESULT CreateRequest(Norvane::HTTPRequest** request, uint32_t port) override;
+  HRESULT CreateRequestEx(Norvane::HTTPRequest** request, uint32_t port) override;
+  HRESULT GetMIBConnection(Norvane::MIBConnection** connection) override;
+  HRESULT SetPortText(const char16_t* port) override;
+  const char16_t* GetPortText() override { return portText_.c_str(); }
+  HRESULT SetSecure(bool secure) override;
+
+  // Answers requests: given the finished exchange, returns the reply.
+  std::function<FakeReply(const FakeExchange&)> responder;
+  // Every exchange sent so far.
+  std::vector<FakeExchange> exchanges;
+  HRESULT createRequestResult = S_OK;
+  bool secure = false;
+  int requestsCreated = 0;
+
+ private:
+  explicit FakeAddress(std::u16string host) : host_(std::move(host)) {}
+  HRESULT MakeRequest(Norvane::HTTPRequest** request, uint32_t port);
+  std::u16string host_;
+  std::u16string portText_;
+};
+
+}  // namespace NorvaneTest
