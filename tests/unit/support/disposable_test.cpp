@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "norvane/disposable.h"
+#include "norvane/interfaces.h"
+#include "support/capture_log.h"
+#include "support/disposable_set.h"
+#include "support/log.h"
+
+namespace {
+
+using NorvaneTest::CaptureLog;
+
+std::atomic<int> g_destroyed{0};
+
+class Probe : public Norvane::DisposableObject<Norvane::DataCollection> {
+ public:
+  static Probe* Create() {
+    auto* p = new Probe();
+    p->AddRef();
+    return p;
+  }
+  HRESULT GetValue(const char16_t*, VARIANT*) override { return E_FAIL; }
+  HRESULT RemoveValuesWithPrefix(const char16_t*) override { return S_OK; }
+  ~Probe() override { g_destroyed.fetch_add(1); }
+};
+
+std::vector<int> LoggedCounts(const CaptureLog& log) {
+  std::vector<int> counts;
+  for (const auto& r : log.Find(" ref is ", QxLogging::kInfo)) counts.push_back(std::atoi(r.text.substr(r.text.rfind(' ') + 1).c_str()));
+  return counts;
+}
+
+TEST(Disposable, CountsAreLoggedAndOnlyTheLastDisposeDestroys) {
+  int before = g_destroyed.load();
+  CaptureLog log;
+  Probe* p = Probe::Create();
+  const ::IDisposable* registered = p;
+  EXPECT_TRUE(QxUtils::IsRegisteredDisposable(registered));
+  EXPECT_EQ(p->AddRef(), 2u);
+  EXPECT_EQ(p->AddRef(), 3u);
+  EXPECT_EQ(p->Dispose(), 2u);
+  EXPECT_EQ(p->Dispose(), 1u);
+  EXPECT_EQ(g_destroyed.load(), before);
+  EXPECT_EQ(p->Dispose(), 0u);
+  EXPECT_EQ(g_destroyed.load(), before + 1);
+  EXPECT_FALSE(QxUtils::IsRegisteredDisposable(registered));
+  EXPECT_EQ(LoggedCounts(log), (std::vector<int>{1, 2, 3, 2, 1, 0}));
+  auto records = log.Find(" ref is 3");
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].function, "QxUtils::CDisposable::AddRefImpl");
+  EXPECT_EQ(records[0].text.rfind("<GetTypeName(): class identification disabled, refer to IDisposableImpl> (0x", 0), 0u);
+}
+
+TEST(Disposable, KeepAliveSurvivesZeroAndGoesNegativeWithoutDestruction) {
+  int before = g_destroyed.load();
+  Probe* p = Probe::Create();
+  p->SetKeepAlive(true);
+  EXPECT_TRUE(p->GetKeepAlive());
+  EXPECT_EQ(p->Dispose(), 0u);
+  EXPECT_TRUE(QxUtils::IsRegisteredDisposable(static_cast<::IDisposable*>(p)));
+  EXPECT_EQ(static_cast<int32_t>(p->Dispose()), -1);
+  EXPECT_EQ(g_destroyed.load(), before);
+  // Its owner destroys it explicitly.
+  delete static_cast<::IDisposable*>(p);
+  EXPECT_EQ(g_destroyed.load(), before + 1);
+}
+
+TEST(Disposable, ConcurrentReleaseDestroysExactlyOnce) {
+  for (int round = 0; round < 50; ++round) {
+    int before = g_destroyed.load();
+    Probe* p = Probe::Create();
+    constexpr int kThreads = 4, kRefs = 200;
+    for (int i = 0; i < kThreads * kRefs - 1; ++i) p->AddRef();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([p] {
+        for (int i = 0; i < kRefs; ++i) p->Dispose();
+      });
+    }
+    for (auto& t : threads) t.join();
+    ASSERT_EQ(g_destroyed.load(), before + 1);
+  }
+}
+
+TEST(Disposable, ExitReportNamesEveryObjectStillAlive) {
+  CaptureLog log;
+  Probe* leaked = Probe::Create();
+  leaked->AddRef();
+  QxUtils::ReportRemainingDisposables();
+  auto records = log.Find("remains in object set with ref count of 2", QxLogging::kStandout);
+  ASSERT_EQ(records.size(), 1u);
+  char address[32];
+  std::snprintf(address, sizeof address, "(%p)", static_cast<void*>(static_cast<QxUtils::CDisposable*>(leaked)));
+  EXPECT_NE(records[0].text.find(address), std::string::npos) << records[0].text;
+  EXPECT_EQ(records[0].function, "QxUtils::CDisposableSet::~CDisposableSet");
+  leaked->Dispose();
+  leaked->Dispose();
+}
+
+// The exit handler itself, in a fresh process.
+class StderrWriter : public QxLogging::ILogWriter {
+ public:
+  void Write(const QxLogging::CLogModule&, const QxLogging::LogRecord& r) override {
+    std::fprintf(stderr, "[%x] %.*s\n", r.category, static_cast<int>(r.text.size()), r.text.data());
+  }
+};
+
+TEST(DisposableDeathTest, UnreleasedObjectIsReportedAtExit) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        QxLogging::Utils().SetWriter(std::make_shared<StderrWriter>());
+        Probe::Create();
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0),
+      "\\[80\\] <GetTypeName\\(\\): class identification disabled, refer to IDisposableImpl> "
+      "\\(0x[0-9a-f]+\\) remains in object set with ref count of 1");
+}
+
+TEST(DisposableDeathTest, ProcessWithoutObjectsWritesNoReport) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        QxLogging::Utils().SetWriter(std::make_shared<StderrWriter>());
+        std::fprintf(stderr, "start\n");
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "^start\n$");
+}
+
+}  // namespace

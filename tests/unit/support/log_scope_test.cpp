@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include "norvane/platform.h"
+#include "support/capture_log.h"
+#include "support/log.h"
+#include "support/win32_exception.h"
+
+QX_LOG_SOURCE_FILE()
+
+namespace {
+
+using NorvaneTest::CaptureLog;
+
+int TracedOperation() {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPOperations::SendIPPRequest");
+  QX_LOG(QxLogging::kInfo, "sent %d bytes to %s", 42, "printer");
+  return __LINE__ - 1;
+}
+
+TEST(LogScope, EntryMessageAndExitRecordsCarryCategoryLineAndDisplayName) {
+  CaptureLog log;
+  int messageLine = TracedOperation();
+  auto records = log.Records();
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_EQ(records[0].category, QxLogging::kEntry);
+  EXPECT_EQ(records[0].text, "IPPOperations::SendIPPRequest");
+  EXPECT_EQ(records[0].module, "NorvaneDM");
+  EXPECT_EQ(records[0].sourceFile, "log_scope_test.cpp");
+  EXPECT_EQ(records[1].category, QxLogging::kInfo);
+  EXPECT_EQ(records[1].line, messageLine);
+  EXPECT_EQ(records[1].text, "sent 42 bytes to printer");
+  EXPECT_EQ(records[2].category, QxLogging::kExit);
+  EXPECT_EQ(records[2].line, 0);
+  EXPECT_EQ(records[2].text, "IPPOperations::SendIPPRequest");
+}
+
+TEST(LogScope, DisplayNamesFollowTheComponentRules) {
+  std::string cls, display;
+  QxLogging::SplitFunctionName("Norvane::IPPOperations::SendIPPRequest", &cls, &display);
+  EXPECT_EQ(cls, "IPPOperations");
+  EXPECT_EQ(display, "IPPOperations::SendIPPRequest");
+  QxLogging::SplitFunctionName("Norvane::GetDeviceLocaleStrings", &cls, &display);
+  EXPECT_EQ(cls, "Norvane");
+  EXPECT_EQ(display, "Norvane::GetDeviceLocaleStrings");
+  QxLogging::SplitFunctionName("GetStringLength", &cls, &display);
+  EXPECT_EQ(cls, "");
+  EXPECT_EQ(display, "GetStringLength");
+  // Template arguments never appear, nested or not.
+  QxLogging::SplitFunctionName("Norvane::Holder<std::map<int, Foo::Bar>>::Get", &cls, &display);
+  EXPECT_EQ(cls, "Holder");
+  EXPECT_EQ(display, "Holder::Get");
+  // A leading "::" records no start at 0.
+  QxLogging::SplitFunctionName("::Global", &cls, &display);
+  EXPECT_EQ(cls, "");
+  EXPECT_EQ(display, "Global");
+  // Names are cut at 255 characters.
+  QxLogging::SplitFunctionName(std::string(400, 'x'), &cls, &display);
+  EXPECT_EQ(display.size(), 255u);
+}
+
+TEST(LogScope, LoggingNeverChangesTheLastError) {
+  CaptureLog log;
+  SetLastError(1234);
+  {
+    QX_LOG_FUNCTION(QxLogging::Utils(), "QxUtils::Thing::Do");
+    EXPECT_EQ(GetLastError(), 1234u);
+    QX_LOG(QxLogging::kStandout, "failure %s", "detail");
+    EXPECT_EQ(GetLastError(), 1234u);
+    SetLastError(99);
+    qxLog_.SetErrorCode(0x80004005);
+  }
+  EXPECT_EQ(GetLastError(), 99u);
+  // ...and the scope's error code is reported after the exit record.
+  auto records = log.Records();
+  ASSERT_GE(records.size(), 2u);
+  EXPECT_EQ(records.back().category, QxLogging::kErrorText);
+  EXPECT_EQ(records.back().text, "Unspecified error");
+}
+
+TEST(LogScope, IncompletePiecesAreJoinedWithTheNextCompleteOne) {
+  CaptureLog log;
+  {
+    QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::X::Y");
+    qxLog_.Message(QxLogging::kInfo, 10, "first ", false);
+    qxLog_.Message(QxLogging::kInfo, 11, "second ", false);
+    qxLog_.Message(QxLogging::kInfo, 12, "third", true);
+  }
+  auto joined = log.Find("first");
+  ASSERT_EQ(joined.size(), 1u);
+  EXPECT_EQ(joined[0].text, "first second third");
+  EXPECT_EQ(joined[0].line, 12);
+}
+
+TEST(LogScope, ModulesWithoutWriterDropEverythingAndOnlyTheirOwnRecordsArrive) {
+  {
+    // No writer: nothing to observe, but it must not fail either.
+    QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::Quiet::Op");
+    QX_LOG(QxLogging::kInfo, "%s", "dropped");
+  }
+  CaptureLog log;
+  QxLogging::Utils().SetWriter(nullptr);
+  {
+    QX_LOG_FUNCTION(QxLogging::Utils(), "QxUtils::Detached::Op");
+    QX_LOG(QxLogging::kInfo, "%s", "not captured");
+  }
+  {
+    QX_LOG_FUNCTION(QxLogging::NorvaneResolver(), "CaptureSubString");
+  }
+  EXPECT_FALSE(log.Contains("not captured"));
+  EXPECT_FALSE(log.Contains("dropped"));
+  ASSERT_EQ(log.Records().size(), 2u);
+  EXPECT_EQ(log.Records()[0].module, "NorvaneResolver");
+}
+
+TEST(LogScope, ExitRecordMarksAConvertedFaultInFlight) {
+  CaptureLog log;
+  try {
+    QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::Faulty::Op");
+    QxUtils::FaultRecord fault;
+    fault.code = QxUtils::kAccessViolation;
+    QxUtils::TranslateFault(fault);
+  } catch (const QxUtils::CWin32Exception&) {
+  }
+  auto exits = log.Find("Faulty::Op", QxLogging::kExit);
+  ASSERT_EQ(exits.size(), 1u);
+  EXPECT_EQ(exits[0].text, "Faulty::Op   *** UNHANDLED EXCEPTION PENDING ***");
+  EXPECT_EQ(QxUtils::CWin32Exception::LiveCount(), 0);
+}
+
+TEST(LogScope, ModulesAreFoundByName) {
+  EXPECT_EQ(QxLogging::FindModule("NorvaneDM"), &QxLogging::NorvaneDM());
+  EXPECT_EQ(QxLogging::FindModule("Utils"), &QxLogging::Utils());
+  EXPECT_EQ(QxLogging::FindModule("NorvaneResolver"), &QxLogging::NorvaneResolver());
+  EXPECT_EQ(QxLogging::FindModule("utils"), nullptr);
+}
+
+}  // namespace
