@@ -1,0 +1,34 @@
+// Request handling of one listener: the device's documents or its web-services endpoint,
+// the fault plans applied to them, and the /__sim/ control endpoints.
+#pragma once
+
+#include "access_log.h"
+#include "fault_plan.h"
+#include "fixture_store.h"
+#include "request_journal.h"
+#include "stop_signal.h"
+
+namespace httplib {
+class Server;
+}
+
+namespace printersim {
+
+enum class Role {
+    Web,          // GET of fixture documents (ports 80 and 8080)
+    WebServices,  // SOAP POST of GetPrinterElements (port 3910)
+};
+
+// Everything the listeners share. Outlives every server it is installed on.
+struct SimState {
+    FixtureStore fixtures;
+    FaultTable faults;
+    RequestJournal journal;
+    AccessLog log;
+    StopSignal stop;
+    bool allowExpectContinue = false;
+};
+
+void InstallRoutes(httplib::Server& server, Role role, SimState& state);
+
+}  // namespace printersim
