@@ -1,0 +1,304 @@
+#include "platform/registry.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+#include "platform/clock.h"
+#include "support/string_utils.h"
+
+namespace Norvane::Registry {
+
+namespace {
+
+constexpr const char* kValueFile = "values.reg";
+constexpr const char* kLockFile = ".lock";
+constexpr size_t kMaxValueFileBytes = 64u << 20;
+constexpr size_t kMaxComponentBytes = 255;
+
+long FromErrno(int error) {
+  switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+      return kNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return kAccessDenied;
+    default:
+      return kGenericFailure;
+  }
+}
+
+std::string EnvOr(const char* name, const std::string& fallback) {
+  const char* v = std::getenv(name);
+  return v != nullptr && *v == '/' ? std::string(v) : fallback;
+}
+
+bool ValidComponent(const std::string& c) {
+  if (c.empty() || c.size() > kMaxComponentBytes || c[0] == '.' || c == kValueFile) return false;
+  for (unsigned char ch : c) {
+    if (ch == '/' || ch < 0x20 || ch == 0x7F) return false;
+  }
+  return true;
+}
+
+int MakeDirectories(const std::string& path) {
+  std::string partial;
+  size_t at = 0;
+  while (at != std::string::npos) {
+    at = path.find('/', at + 1);
+    partial = path.substr(0, at);
+    if (partial.empty()) continue;
+    if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return errno;
+  }
+  struct stat st{};
+  if (stat(path.c_str(), &st) != 0) return errno;
+  return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
+}
+
+struct Fd {
+  int fd = -1;
+  explicit Fd(int f) : fd(f) {}
+  ~Fd() {
+    if (fd >= 0) close(fd);
+  }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+};
+
+long ReadFile(const std::string& path, std::string* out) {
+  Fd f(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (f.fd < 0) return errno == ENOENT ? kNotFound : FromErrno(errno);
+  struct stat st{};
+  if (fstat(f.fd, &st) != 0) return FromErrno(errno);
+  if (!S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > kMaxValueFileBytes) return kInvalidData;
+  out->clear();
+  char buffer[65536];
+  for (;;) {
+    ssize_t n = read(f.fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return FromErrno(errno);
+    if (n == 0) break;
+    out->append(buffer, static_cast<size_t>(n));
+    if (out->size() > kMaxValueFileBytes) return kInvalidData;
+  }
+  return kSuccess;
+}
+
+bool WriteAll(int fd, const std::string& data) {
+  size_t done = 0;
+  while (done < data.size()) {
+    ssize_t n = write(fd, data.data() + done, data.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+long LoadValues(const std::string& directory, ValueList* values) {
+  std::string text;
+  long rc = ReadFile(directory + "/" + kValueFile, &text);
+  if (rc == kNotFound) {
+    values->clear();
+    return kSuccess;
+  }
+  if (rc != kSuccess) return rc;
+  return ParseValues(text, values) ? kSuccess : kInvalidData;
+}
+
+long ReplaceValueFile(const std::string& directory, const ValueList& values) {
+  static std::atomic<unsigned> counter{0};
+  std::string tmp = directory + "/.values.reg.tmp." + std::to_string(getpid()) + "." +
+                    std::to_string(counter.fetch_add(1));
+  std::string text = FormatValues(values);
+  {
+    Fd f(open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (f.fd < 0) return FromErrno(errno);
+    if (!WriteAll(f.fd, text) || fsync(f.fd) != 0) {
+      int e = errno;
+      unlink(tmp.c_str());
+      return FromErrno(e);
+    }
+  }
+  if (rename(tmp.c_str(), (directory + "/" + kValueFile).c_str()) != 0) {
+    int e = errno;
+    unlink(tmp.c_str());
+    return FromErrno(e);
+  }
+  Fd dir(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir.fd >= 0) fsync(dir.fd);
+  return kSuccess;
+}
+
+// Temporary files exist only while their writer holds the key's lock, so any
+// found under the lock were left by a writer that died.
+void RemoveStaleTemporaries(const std::string& directory) {
+  std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(directory.c_str()), closedir);
+  if (!dir) return;
+  while (dirent* entry = readdir(dir.get())) {
+    if (std::string_view(entry->d_name).rfind(".values.reg.tmp.", 0) == 0) {
+      unlinkat(dirfd(dir.get()), entry->d_name, 0);
+    }
+  }
+}
+
+}  // namespace
+
+std::string HiveRoot(Hive hive) {
+  const char* base = std::getenv("NORVANE_REGISTRY_DIR");
+  if (base != nullptr && *base != 0) {
+    return std::string(base) + (hive == Hive::LocalMachine ? "/HKLM" : "/HKCU");
+  }
+  const char* home = std::getenv("HOME");
+  std::string homeDir = home != nullptr && *home == '/' ? home : "";
+  if (hive == Hive::LocalMachine) {
+    std::string state = EnvOr("XDG_STATE_HOME", homeDir.empty() ? "" : homeDir + "/.local/state");
+    return state.empty() ? "" : state + "/norvane/registry";
+  }
+  std::string config = EnvOr("XDG_CONFIG_HOME", homeDir.empty() ? "" : homeDir + "/.config");
+  return config.empty() ? "" : config + "/norvane/registry";
+}
+
+long KeyDirectory(Hive hive, std::u16string_view path, std::string* directory) {
+  std::string root = HiveRoot(hive);
+  if (root.empty()) return kNotFound;
+  std::string out = root;
+  size_t at = 0;
+  while (at <= path.size()) {
+    size_t end = path.find(u'\\', at);
+    if (end == std::u16string_view::npos) end = path.size();
+    if (end > at) {
+      std::string component = QxUtils::WideToUtf8(path.substr(at, end - at));
+      if (!ValidComponent(component)) return kInvalidParameter;
+      out += "/" + component;
+    }
+    at = end + 1;
+  }
+  *directory = std::move(out);
+  return kSuccess;
+}
+
+long Key::Open(Hive hive, std::u16string_view path, Key* key) {
+  std::string dir;
+  long rc = KeyDirectory(hive, path, &dir);
+  if (rc != kSuccess) return rc;
+  struct stat st{};
+  if (stat(dir.c_str(), &st) != 0) return FromErrno(errno);
+  if (!S_ISDIR(st.st_mode)) return kNotFound;
+  key->directory_ = std::move(dir);
+  return kSuccess;
+}
+
+long Key::Create(Hive hive, std::u16string_view path, Key* key) {
+  std::string dir;
+  long rc = KeyDirectory(hive, path, &dir);
+  if (rc != kSuccess) return rc;
+  int e = MakeDirectories(dir);
+  if (e != 0) return FromErrno(e);
+  key->directory_ = std::move(dir);
+  return kSuccess;
+}
+
+long Key::ReadValues(ValueList* values) const {
+  if (!IsOpen() || values == nullptr) return kInvalidParameter;
+  return LoadValues(directory_, values);
+}
+
+long Key::QueryValue(std::u16string_view name, Value* value) const {
+  ValueList values;
+  long rc = ReadValues(&values);
+  if (rc != kSuccess) return rc;
+  const Value* found = FindValue(values, name);
+  if (found == nullptr) return kNotFound;
+  *value = *found;
+  return kSuccess;
+}
+
+template <class Change>
+long Key::Update(Change change) {
+  if (!IsOpen()) return kInvalidParameter;
+  Fd lock(open((directory_ + "/" + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (lock.fd < 0) return FromErrno(errno);
+  while (flock(lock.fd, LOCK_EX) != 0) {
+    if (errno != EINTR) return FromErrno(errno);
+  }
+  RemoveStaleTemporaries(directory_);
+  ValueList values;
+  long rc = LoadValues(directory_, &values);
+  if (rc == kSuccess) {
+    rc = change(&values);
+    if (rc == kSuccess) rc = ReplaceValueFile(directory_, values);
+  }
+  flock(lock.fd, LOCK_UN);
+  return rc;
+}
+
+long Key::SetValue(const Value& value) {
+  if (value.name.empty()) return kInvalidParameter;
+  return Update([&](ValueList* values) {
+    PutValue(values, value);
+    return kSuccess;
+  });
+}
+
+long Key::SetValues(const ValueList& updates) {
+  for (const auto& v : updates) {
+    if (v.name.empty()) return kInvalidParameter;
+  }
+  return Update([&](ValueList* values) {
+    for (const auto& v : updates) PutValue(values, v);
+    return kSuccess;
+  });
+}
+
+long Key::DeleteValue(std::u16string_view name) {
+  return Update([&](ValueList* values) {
+    for (auto it = values->begin(); it != values->end(); ++it) {
+      if (it->name == name) {
+        values->erase(it);
+        return kSuccess;
+      }
+    }
+    return kNotFound;
+  });
+}
+
+long Key::EnumSubkeys(std::vector<std::u16string>* names) const {
+  if (!IsOpen() || names == nullptr) return kInvalidParameter;
+  names->clear();
+  std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(directory_.c_str()), closedir);
+  if (!dir) return FromErrno(errno);
+  while (dirent* entry = readdir(dir.get())) {
+    std::string name = entry->d_name;
+    if (!ValidComponent(name)) continue;
+    struct stat st{};
+    if (lstat((directory_ + "/" + name).c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+      names->push_back(QxUtils::Utf8ToWide(std::string_view(name)));
+    }
+  }
+  std::sort(names->begin(), names->end());
+  return kSuccess;
+}
+
+long Key::LastWriteTime(uint64_t* fileTime) const {
+  if (!IsOpen() || fileTime == nullptr) return kInvalidParameter;
+  struct stat st{};
+  if (stat((directory_ + "/" + kValueFile).c_str(), &st) != 0 && stat(directory_.c_str(), &st) != 0) {
+    return FromErrno(errno);
+  }
+  *fileTime = (static_cast<uint64_t>(st.st_mtim.tv_sec) + kFileTimeUnixEpochSeconds) * kFileTimeTicksPerSecond +
+              static_cast<uint64_t>(st.st_mtim.tv_nsec) / 100;
+  return kSuccess;
+}
+
+}  // namespace Norvane::Registry

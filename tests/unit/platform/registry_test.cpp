@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "platform/registry.h"
+#include "support/string_utils.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace Norvane::Registry;
+using NorvaneTest::ScopedRegistryRoot;
+
+Value Text(std::u16string name, std::u16string text) {
+  Value v;
+  v.name = std::move(name);
+  v.type = ValueType::String;
+  v.text = std::move(text);
+  return v;
+}
+
+Value Dword(std::u16string name, uint32_t d) {
+  Value v;
+  v.name = std::move(name);
+  v.type = ValueType::Dword;
+  v.dword = d;
+  return v;
+}
+
+std::u16string Num(int n) { return QxUtils::Utf8ToWide(std::to_string(n)); }
+
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+TEST(Registry, ValuesRoundTripWithTheirTypesWhateverTheirText) {
+  ScopedRegistryRoot root;
+  Key key;
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Software\\Norvane\\Cache", &key), kSuccess);
+  const std::u16string tricky = u"quote\" back\\slash\nnew\tline \U0001F5A8 \x7F";
+  std::u16string lone(1, char16_t(0xDC01));
+  ASSERT_EQ(key.SetValue(Text(u"Tricky", tricky)), kSuccess);
+  ASSERT_EQ(key.SetValue(Text(u"Lone", lone)), kSuccess);
+  ASSERT_EQ(key.SetValue(Dword(u"Minus", 0xFFFFFFFFu)), kSuccess);
+  ASSERT_EQ(key.SetValue(Text(u"Empty", u"")), kSuccess);
+
+  Key again;
+  ASSERT_EQ(Key::Open(Hive::LocalMachine, u"Software\\Norvane\\Cache", &again), kSuccess);
+  Value v;
+  ASSERT_EQ(again.QueryValue(u"Tricky", &v), kSuccess);
+  EXPECT_EQ(v.text, tricky);
+  ASSERT_EQ(again.QueryValue(u"Lone", &v), kSuccess);
+  EXPECT_EQ(v.text, lone);
+  ASSERT_EQ(again.QueryValue(u"Minus", &v), kSuccess);
+  EXPECT_EQ(v.type, ValueType::Dword);
+  EXPECT_EQ(static_cast<int32_t>(v.dword), -1);
+  ASSERT_EQ(again.QueryValue(u"Empty", &v), kSuccess);
+  EXPECT_EQ(v.type, ValueType::String);
+  EXPECT_EQ(again.QueryValue(u"Absent", &v), kNotFound);
+  EXPECT_EQ(Key::Open(Hive::LocalMachine, u"Software\\Missing", &again), kNotFound);
+  // Hives are separate trees.
+  EXPECT_EQ(Key::Open(Hive::CurrentUser, u"Software\\Norvane\\Cache", &again), kNotFound);
+}
+
+TEST(Registry, TheValueFileIsReadableTextInNameOrder) {
+  ScopedRegistryRoot root;
+  Key key;
+  ASSERT_EQ(Key::Create(Hive::CurrentUser, u"Software\\QV\\Qx\\Logging", &key), kSuccess);
+  ASSERT_EQ(key.SetValues({Text(u"b", u"x\"y"), Dword(u"a", 16), Text(u"Tray.Expires", u"0")}), kSuccess);
+  std::string file = Slurp(root.Path() + "/HKCU/Software/QV/Qx/Logging/values.reg");
+  EXPECT_NE(file.find("\"Tray.Expires\"=\"0\"\n\"a\"=dword:00000010\n\"b\"=\"x\\\"y\"\n"), std::string::npos) << file;
+  EXPECT_EQ(file[0], ';');
+  // Hand edits in the same form are read back.
+  std::ofstream(root.Path() + "/HKCU/Software/QV/Qx/Logging/values.reg", std::ios::app)
+      << "  ; a comment\n\r\n\"Added\"=dword:0000002A\r\n";
+  Value v;
+  ASSERT_EQ(key.QueryValue(u"Added", &v), kSuccess);
+  EXPECT_EQ(v.dword, 42u);
+}
+
+TEST(Registry, NonsenseInAValueFileIsReportedAndNeverOverwritten) {
+  ScopedRegistryRoot root;
+  Key key;
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Edited", &key), kSuccess);
+  ASSERT_EQ(key.SetValue(Dword(u"keep", 1)), kSuccess);
+  std::string path = root.Path() + "/HKLM/Edited/values.reg";
+  for (const char* nonsense : {"\"unterminated=dword:1\n", "\"x\"=dword:12\n", "\"x\"=\"ok\" trailing\n",
+                               "garbage\n", "\"x\"=\"bad \\q escape\"\n", "\"\"=\"empty name\"\n",
+                               "\"x\"=\"\\u12\"\n"}) {
+    std::ofstream(path, std::ios::trunc) << nonsense;
+    ValueList values;
+    EXPECT_EQ(key.ReadValues(&values), kInvalidData) << nonsense;
+    EXPECT_EQ(key.SetValue(Dword(u"new", 2)), kInvalidData) << nonsense;
+    EXPECT_EQ(Slurp(path), nonsense);
+  }
+  // A directory where the value file should be, or an unreadable file.
+  fs::remove(path);
+  fs::create_directory(path);
+  ValueList values;
+  EXPECT_NE(key.ReadValues(&values), kSuccess);
+}
+
+TEST(Registry, KeyPathsCannotLeaveTheHiveRoot) {
+  ScopedRegistryRoot root;
+  Key key;
+  for (const char16_t* path : {u"..", u"a\\..\\..\\etc", u"a/b", u"..\\x", u".hidden", u"a\\.", u"values.reg",
+                               u"bad\nname"}) {
+    EXPECT_EQ(Key::Create(Hive::LocalMachine, path, &key), kInvalidParameter) << QxUtils::WideToUtf8(path);
+    EXPECT_EQ(Key::Open(Hive::LocalMachine, path, &key), kInvalidParameter);
+  }
+  EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));  // nothing was created anywhere
+  // Empty components are skipped: "a\\\\b" is "a\b".
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"a\\\\b\\", &key), kSuccess);
+  EXPECT_EQ(key.Directory(), root.Path() + "/HKLM/a/b");
+}
+
+TEST(Registry, SubkeysAndLastWriteTime) {
+  ScopedRegistryRoot root;
+  Key parent, child;
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"P\\zeta", &child), kSuccess);
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"P\\Alpha", &child), kSuccess);
+  ASSERT_EQ(Key::Open(Hive::LocalMachine, u"P", &parent), kSuccess);
+  ASSERT_EQ(parent.SetValue(Dword(u"v", 1)), kSuccess);
+  std::vector<std::u16string> names;
+  ASSERT_EQ(parent.EnumSubkeys(&names), kSuccess);
+  EXPECT_EQ(names, (std::vector<std::u16string>{u"Alpha", u"zeta"}));
+  uint64_t t = 0;
+  ASSERT_EQ(parent.LastWriteTime(&t), kSuccess);
+  uint64_t unixSeconds = t / 10000000 - 11644473600ull;
+  EXPECT_LE(std::llabs(static_cast<long long>(unixSeconds) - static_cast<long long>(time(nullptr))), 5);
+}
+
+TEST(Registry, HiveRootsFollowTheEnvironment) {
+  unsetenv("NORVANE_REGISTRY_DIR");
+  setenv("XDG_STATE_HOME", "/tmp/state-x", 1);
+  setenv("XDG_CONFIG_HOME", "/tmp/config-y", 1);
+  EXPECT_EQ(HiveRoot(Hive::LocalMachine), "/tmp/state-x/norvane/registry");
+  EXPECT_EQ(HiveRoot(Hive::CurrentUser), "/tmp/config-y/norvane/registry");
+  unsetenv("XDG_STATE_HOME");
+  unsetenv("XDG_CONFIG_HOME");
+  setenv("HOME", "/home/someone", 1);
+  EXPECT_EQ(HiveRoot(Hive::LocalMachine), "/home/someone/.local/state/norvane/registry");
+  EXPECT_EQ(HiveRoot(Hive::CurrentUser), "/home/someone/.config/norvane/registry");
+  setenv("NORVANE_REGISTRY_DIR", "/srv/reg", 1);
+  EXPECT_EQ(HiveRoot(Hive::LocalMachine), "/srv/reg/HKLM");
+  unsetenv("NORVANE_REGISTRY_DIR");
+}
+
+ValueList Generation(int gen, int count) {
+  ValueList values;
+  for (int i = 0; i < count; ++i) {
+    values.push_back(Text(u"value" + std::u16string(1, u'A' + i % 26) + Num(i),
+                          std::u16string(40, static_cast<char16_t>(u'a' + gen % 26))));
+  }
+  return values;
+}
+
+TEST(Registry, AWriterKilledMidUpdateLeavesTheKeyAsBeforeOrAsAfter) {
+  ScopedRegistryRoot root;
+  Key key;
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Crash", &key), kSuccess);
+  constexpr int kValues = 20000;
+  ASSERT_EQ(key.SetValues(Generation(0, kValues)), kSuccess);
+  std::mt19937 rng(7);
+  for (int round = 1; round <= 12; ++round) {
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (int gen = round;; gen += 100) key.SetValues(Generation(gen, kValues));
+    }
+    usleep(1000 + rng() % 60000);
+    kill(child, SIGKILL);
+    int status;
+    waitpid(child, &status, 0);
+    ValueList values;
+    ASSERT_EQ(key.ReadValues(&values), kSuccess) << "torn file after kill in round " << round;
+    ASSERT_EQ(values.size(), static_cast<size_t>(kValues));
+    // Every value of one file comes from one generation.
+    for (const auto& v : values) ASSERT_EQ(v.text, values.front().text);
+  }
+  // What the killed writers left behind is swept by the next update.
+  ASSERT_EQ(key.SetValues(Generation(1, 1)), kSuccess);
+  for (const auto& entry : fs::directory_iterator(key.Directory())) {
+    EXPECT_EQ(entry.path().filename().string().find(".values.reg.tmp"), std::string::npos) << entry.path();
+  }
+}
+
+TEST(Registry, TwoProcessesWritingOneKeyBothKeepTheirValues) {
+  ScopedRegistryRoot root;
+  Key key;
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Shared", &key), kSuccess);
+  constexpr int kEach = 150;
+  std::vector<pid_t> children;
+  for (int writer = 0; writer < 2; ++writer) {
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (int i = 0; i < kEach; ++i) {
+        if (key.SetValue(Dword(u"w" + Num(writer) + u"-" + Num(i), static_cast<uint32_t>(i))) != kSuccess) _exit(1);
+      }
+      _exit(0);
+    }
+    children.push_back(child);
+  }
+  for (pid_t child : children) {
+    int status;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  ValueList values;
+  ASSERT_EQ(key.ReadValues(&values), kSuccess);
+  EXPECT_EQ(values.size(), 2u * kEach);
+}
+
+}  // namespace
