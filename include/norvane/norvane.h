@@ -8,4 +8,5 @@
 #include "norvane/values.h"
 #include "norvane/transport.h"
 #include "norvane/interfaces.h"
+#include "norvane/datamap.h"
 #include "norvane/api.h"

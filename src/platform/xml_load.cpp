@@ -1,0 +1,108 @@
+// Loading documents with one locked-down parser configuration (see xml.h).
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+
+#include "platform/xml.h"
+#include "platform/xml_errors.h"
+#include "support/string_utils.h"
+
+namespace Norvane::Xml {
+
+namespace {
+
+constexpr int kParseOptions = XML_PARSE_NOBLANKS | XML_PARSE_NONET;
+constexpr long long kMaxFileBytes = 64LL * 1024 * 1024;
+
+struct ParserContextDeleter {
+  void operator()(xmlParserCtxt* context) const noexcept { xmlFreeParserCtxt(context); }
+};
+using ParserContextPtr = std::unique_ptr<xmlParserCtxt, ParserContextDeleter>;
+
+struct FileCloser {
+  void operator()(FILE* file) const noexcept { std::fclose(file); }
+};
+
+// Any entity declaration ends the parse: without entities there is nothing to
+// expand and no external resource to reach.
+void RefuseEntityDeclaration(void* userData, const xmlChar*, int, const xmlChar*, const xmlChar*, xmlChar*) {
+  auto* context = static_cast<xmlParserCtxt*>(userData);
+  context->wellFormed = 0;
+  xmlStopParser(context);
+}
+
+xmlParserInputPtr RefuseExternalResource(void*, const xmlChar*, const xmlChar*) { return nullptr; }
+
+HRESULT Parse(const char* data, size_t size, const char* encoding, int options, DocumentPtr* document) {
+  if (document == nullptr) return E_INVALIDARG;
+  document->reset();
+  if (size > static_cast<size_t>(INT_MAX)) return S_FALSE;
+  EnsureXmlInitialized();
+  SilentErrors silence;
+  ParserContextPtr context(xmlNewParserCtxt());
+  if (context == nullptr || context->sax == nullptr) return E_OUTOFMEMORY;
+  context->sax->serror = &IgnoreStructuredError;
+  context->sax->entityDecl = &RefuseEntityDeclaration;
+  context->sax->resolveEntity = &RefuseExternalResource;
+  xmlDoc* parsed = xmlCtxtReadMemory(context.get(), data != nullptr ? data : "", static_cast<int>(size),
+                                     nullptr, encoding, options);
+  if (parsed == nullptr) return S_FALSE;
+  DocumentPtr result(parsed);
+  if (!context->wellFormed) return S_FALSE;
+  *document = std::move(result);
+  return S_OK;
+}
+
+}  // namespace
+
+void DocumentDeleter::operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
+void XPathContextDeleter::operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
+void XPathObjectDeleter::operator()(xmlXPathObject* object) const noexcept { xmlXPathFreeObject(object); }
+
+DocumentPtr CreateDocument() {
+  EnsureXmlInitialized();
+  return DocumentPtr(xmlNewDoc(BAD_CAST "1.0"));
+}
+
+HRESULT LoadBytes(std::string_view bytes, DocumentPtr* document) {
+  return Parse(bytes.data(), bytes.size(), nullptr, kParseOptions, document);
+}
+
+HRESULT LoadText(std::u16string_view text, DocumentPtr* document) {
+  std::string utf8 = QxUtils::WideToUtf8(text);
+  return Parse(utf8.data(), utf8.size(), "UTF-8", kParseOptions | XML_PARSE_IGNORE_ENC, document);
+}
+
+HRESULT LoadFile(const char* path, DocumentPtr* document) {
+  if (document == nullptr) return E_INVALIDARG;
+  document->reset();
+  if (path == nullptr) return E_INVALIDARG;
+  std::unique_ptr<FILE, FileCloser> file(std::fopen(path, "rb"));
+  if (file == nullptr) return S_FALSE;
+  struct stat info {};
+  if (fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kMaxFileBytes) {
+    return S_FALSE;
+  }
+  std::string bytes;
+  bytes.resize(static_cast<size_t>(info.st_size));
+  size_t got = bytes.empty() ? 0 : std::fread(bytes.data(), 1, bytes.size(), file.get());
+  bytes.resize(got);
+  return LoadBytes(bytes, document);
+}
+
+HRESULT LoadFile(const char16_t* path, DocumentPtr* document) {
+  if (path == nullptr) {
+    if (document != nullptr) document->reset();
+    return E_INVALIDARG;
+  }
+  return LoadFile(QxUtils::WideToUtf8(path).c_str(), document);
+}
+
+xmlDoc* DocumentOf(const xmlNode* node) { return node != nullptr ? node->doc : nullptr; }
+
+}  // namespace Norvane::Xml

@@ -1,0 +1,107 @@
+// XPath 1.0 selection with the document's own namespace prefixes.
+#include <libxml/xpath.h>
+#include <libxml/xpathInternals.h>
+
+#include <set>
+#include <string>
+
+#include "platform/xml.h"
+#include "platform/xml_errors.h"
+#include "support/string_utils.h"
+
+namespace Norvane::Xml {
+
+namespace {
+
+// Bounds the work of one query; a selection on a device document takes a few
+// thousand operations, a hostile expression on a large document is cut off.
+constexpr unsigned long kOperationLimit = 20'000'000;
+
+constexpr std::string_view kDotPredicate = "//.[";
+constexpr std::string_view kDescendantOrSelf = "/descendant-or-self::node()[";
+
+}  // namespace
+
+std::string RewriteXPath(std::string_view xpath) {
+  size_t start = xpath.find_first_not_of(" \t\r\n");
+  if (start != std::string_view::npos && xpath.substr(start, kDotPredicate.size()) == kDotPredicate) {
+    std::string rewritten(kDescendantOrSelf);
+    rewritten.append(xpath.substr(start + kDotPredicate.size()));
+    return rewritten;
+  }
+  return std::string(xpath);
+}
+
+Selector::Selector(const xmlDoc* document) : document_(document) {
+  if (document == nullptr) return;
+  std::set<std::string_view> seen;
+  const xmlNode* top = reinterpret_cast<const xmlNode*>(document);
+  const xmlNode* node = document->children;
+  // Pre-order walk without recursion: depth is whatever the parser allowed.
+  while (node != nullptr) {
+    if (node->type == XML_ELEMENT_NODE) {
+      for (const xmlNs* ns = node->nsDef; ns != nullptr; ns = ns->next) {
+        if (ns->prefix == nullptr || ns->href == nullptr) continue;
+        std::string_view prefix(reinterpret_cast<const char*>(ns->prefix));
+        if (seen.insert(prefix).second) {
+          namespaces_.emplace_back(std::string(prefix), reinterpret_cast<const char*>(ns->href));
+        }
+      }
+      if (node->children != nullptr) {
+        node = node->children;
+        continue;
+      }
+    }
+    while (node != nullptr && node->next == nullptr) {
+      node = node->parent;
+      if (node == top) node = nullptr;
+    }
+    if (node != nullptr) node = node->next;
+  }
+}
+
+HRESULT Selector::SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found) const {
+  if (found != nullptr) *found = nullptr;
+  if (context == nullptr || found == nullptr) return E_INVALIDARG;
+  if (xpath.find('\0') != std::string_view::npos) return E_FAIL;
+  std::string expression = RewriteXPath(xpath);
+
+  EnsureXmlInitialized();
+  SilentErrors silence;
+  XPathContextPtr query(xmlXPathNewContext(context->doc));
+  if (query == nullptr) return E_OUTOFMEMORY;
+  query->error = &IgnoreStructuredError;
+  query->userData = nullptr;
+  query->opLimit = kOperationLimit;
+  for (const auto& [prefix, uri] : namespaces_) {
+    if (xmlXPathRegisterNs(query.get(), BAD_CAST prefix.c_str(), BAD_CAST uri.c_str()) != 0) return E_OUTOFMEMORY;
+  }
+  query->node = const_cast<xmlNode*>(context);
+
+  XPathObjectPtr result(xmlXPathEvalExpression(BAD_CAST expression.c_str(), query.get()));
+  if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
+  const xmlNodeSet* nodes = result->nodesetval;
+  if (nodes == nullptr) return S_FALSE;
+  for (int i = 0; i < nodes->nodeNr; ++i) {
+    // Namespace nodes are copies owned by the result; they die with it.
+    if (nodes->nodeTab[i] != nullptr && nodes->nodeTab[i]->type != XML_NAMESPACE_DECL) {
+      *found = nodes->nodeTab[i];
+      return S_OK;
+    }
+  }
+  return S_FALSE;
+}
+
+HRESULT SelectFirstNode(const xmlNode* context, std::string_view xpath, xmlNode** found) {
+  if (context == nullptr) {
+    if (found != nullptr) *found = nullptr;
+    return E_INVALIDARG;
+  }
+  return Selector(context->doc).SelectFirst(context, xpath, found);
+}
+
+HRESULT SelectFirstNode(const xmlNode* context, std::u16string_view xpath, xmlNode** found) {
+  return SelectFirstNode(context, std::string_view(QxUtils::WideToUtf8(xpath)), found);
+}
+
+}  // namespace Norvane::Xml
