@@ -1,0 +1,411 @@
+#!/usr/bin/env bash
+# shellcheck disable=SC2317  # functions run from traps, which shellcheck cannot follow
+# The integration bench: runs COMMAND inside a private network namespace where real
+# peers listen on their real ports on 127.0.0.1 (ippeveprinter 631, snmpd 161,
+# norvane-printer-sim 80/8080/3910), stops every peer by PID whatever happens, and
+# exits with COMMAND's status.
+#
+#   tests/integration/bench.sh [--sim PATH] [--fixtures DIR] -- COMMAND [ARG...]
+#
+# Exit status: COMMAND's; 125 when the peers could not be started (their logs are
+# printed); 77 when this machine cannot make the namespace or lacks a peer program,
+# which ctest reports as skipped (set NORVANE_BENCH_REQUIRED=1 to make that a failure).
+#
+# Environment read: NORVANE_PRINTER_SIM (simulator binary, or --sim),
+# NORVANE_BENCH_FIXTURES (fixture set, or --fixtures), NORVANE_BENCH_START_TIMEOUT
+# (seconds per peer, default 15), NORVANE_BENCH_KEEP=1 (keep the work directory),
+# NORVANE_BENCH_VERBOSE=1 (verbose peers, logs printed at the end).
+# What COMMAND receives is listed in export_bench_environment below.
+set -euo pipefail
+
+readonly EXIT_SKIP=77
+readonly EXIT_BENCH_FAILED=125
+script_path=$(readlink -f -- "${BASH_SOURCE[0]}")
+script_dir=$(dirname -- "$script_path")
+readonly script_path script_dir
+
+# Fixed facts of the bench, shared by both halves of the script.
+readonly BENCH_IPV4=192.0.2.1
+readonly BENCH_IPV6=fd00::1
+readonly IPP_PORT=631
+readonly SNMP_PORT=161
+readonly SNMP_COMMUNITY=public
+readonly SIM_HTTP_PORT=80
+readonly SIM_ALT_PORT=8080
+readonly SIM_SOAP_PORT=3910
+readonly PRINTER_NAME="Norvane Test"
+
+say() { printf 'bench: %s\n' "$*" >&2; }
+
+usage() {
+    sed -n '/^# The integration bench/,/^set -euo/{/^set -euo/d;s/^# \{0,1\}//;p}' "$script_path" >&2
+    exit 2
+}
+
+# ---------------------------------------------------------------------------------
+# Outer half: check the machine, then re-run this script inside the namespaces.
+# ---------------------------------------------------------------------------------
+
+skip_or_fail() {
+    say "$*"
+    if [[ ${NORVANE_BENCH_REQUIRED:-0} == 1 ]]; then
+        exit 1
+    fi
+    say "skipping (set NORVANE_BENCH_REQUIRED=1 to fail instead)"
+    exit "$EXIT_SKIP"
+}
+
+# Prints the unshare options that work here, best isolation first. A PID namespace
+# on top of the network namespace makes the kernel kill anything COMMAND left
+# behind when the bench's init exits; a root user outside any user namespace can
+# still make a bare network namespace.
+pick_isolation() {
+    if unshare -rn --pid --fork --kill-child=SIGTERM true 2>/dev/null; then
+        echo "-rn --pid --fork --kill-child=SIGTERM"
+    elif unshare -rn true 2>/dev/null; then
+        echo "-rn"
+    elif [[ $(id -u) == 0 ]] && unshare -n true 2>/dev/null; then
+        echo "-n"
+    else
+        return 1
+    fi
+}
+
+outer() {
+    local sim=${NORVANE_PRINTER_SIM:-}
+    local fixtures=${NORVANE_BENCH_FIXTURES:-$script_dir/../fixtures/printer-sim}
+    while [[ $# -gt 0 ]]; do
+        case $1 in
+            --sim) sim=${2:?--sim needs a path}; shift 2 ;;
+            --fixtures) fixtures=${2:?--fixtures needs a directory}; shift 2 ;;
+            --) shift; break ;;
+            -h|--help) usage ;;
+            *) say "unknown option '$1'"; usage ;;
+        esac
+    done
+    [[ $# -gt 0 ]] || usage
+
+    if [[ -z $sim ]]; then
+        say "no simulator: set NORVANE_PRINTER_SIM or pass --sim PATH"
+        exit 2
+    fi
+    [[ -x $sim ]] || { say "simulator '$sim' is not executable"; exit 2; }
+    [[ -d $fixtures ]] || { say "fixture set '$fixtures' is not a directory"; exit 2; }
+
+    local tool missing=()
+    for tool in unshare ip dbus-daemon ippeveprinter ipptool snmpd snmpget curl; do
+        command -v "$tool" >/dev/null || missing+=("$tool")
+    done
+    [[ ${#missing[@]} -eq 0 ]] ||
+        skip_or_fail "missing programs: ${missing[*]} (scripts/install-deps.sh installs them)"
+
+    local isolation
+    isolation=$(pick_isolation) || skip_or_fail "cannot create a network namespace here"
+    local unshare_options
+    read -ra unshare_options <<<"$isolation"
+
+    export _NORVANE_BENCH_SIM _NORVANE_BENCH_FIXTURES _NORVANE_BENCH_ISOLATION
+    _NORVANE_BENCH_SIM=$(readlink -f -- "$sim")
+    _NORVANE_BENCH_FIXTURES=$(readlink -f -- "$fixtures")
+    _NORVANE_BENCH_ISOLATION=$isolation
+
+    if [[ $isolation != *--fork* ]]; then
+        # unshare execs the inner half in this very process: signals sent to the
+        # bench reach the inner half's traps directly.
+        exec unshare "${unshare_options[@]}" -- bash "$script_path" --inner -- "$@"
+    fi
+
+    # With --fork, unshare blocks SIGTERM and SIGINT and forwards nothing, so this
+    # shell stays as the process callers signal. It hands a stop request to the
+    # inner half (PID 1 of the new PID namespace) and, should that not end it,
+    # kills it: the kernel then kills everything inside. If this shell is killed
+    # outright, the parent-death signal takes unshare down, and --kill-child sends
+    # the inner half SIGTERM.
+    local runner=()
+    if command -v setpriv >/dev/null; then
+        runner=(setpriv --pdeathsig KILL --)
+    fi
+    "${runner[@]}" unshare "${unshare_options[@]}" -- bash "$script_path" --inner -- "$@" <&0 &
+    unshare_pid=$!
+    trap 'stop_inner 143' TERM
+    trap 'stop_inner 130' INT
+    trap 'stop_inner 129' HUP
+    local status=0
+    wait "$unshare_pid" || status=$?
+    exit "$status"
+}
+
+stop_inner() {
+    local code=$1 inner i
+    trap '' TERM INT HUP
+    inner=$(cat "/proc/$unshare_pid/task/$unshare_pid/children" 2>/dev/null || true)
+    inner=${inner%% *}
+    if [[ -n $inner ]]; then
+        kill -TERM "$inner" 2>/dev/null || true
+    fi
+    for ((i = 0; i < 100; i++)); do
+        kill -0 "$unshare_pid" 2>/dev/null || break
+        sleep 0.1
+    done
+    if kill -0 "$unshare_pid" 2>/dev/null; then
+        say "inner half did not stop within 10 s; killing its namespace"
+        [[ -z $inner ]] || kill -KILL "$inner" 2>/dev/null || true
+        kill -KILL "$unshare_pid" 2>/dev/null || true
+    fi
+    wait "$unshare_pid" 2>/dev/null || true
+    exit "$code"
+}
+
+# ---------------------------------------------------------------------------------
+# Inner half: runs in the private namespaces.
+# ---------------------------------------------------------------------------------
+
+workdir=""
+command_pid=""
+bench_failed=0
+stopping=0
+peer_names=()
+peer_pids=()
+
+now_ms() { echo $(( ${EPOCHREALTIME/./} / 1000 )); }
+
+start_peer() {
+    local name=$1
+    shift
+    "$@" >"$workdir/logs/$name.out" 2>"$workdir/logs/$name.log" </dev/null 3<&- &
+    peer_names+=("$name")
+    peer_pids+=("$!")
+}
+
+peer_pid() {
+    local i
+    for i in "${!peer_names[@]}"; do
+        [[ ${peer_names[$i]} == "$1" ]] && { echo "${peer_pids[$i]}"; return; }
+    done
+}
+
+dump_logs() {
+    local file
+    for file in "$workdir"/logs/*; do
+        [[ -s $file ]] || continue
+        printf '\n----- %s (last 60 lines) -----\n' "${file##*/}" >&2
+        tail -n 60 "$file" >&2
+    done
+    printf -- '-----\n' >&2
+}
+
+bench_fail() {
+    say "$*"
+    bench_failed=1
+    exit "$EXIT_BENCH_FAILED"
+}
+
+# Polls CHECK... until it succeeds, failing fast when the peer has exited.
+wait_for_peer() {
+    local name=$1
+    shift
+    local pid limit_ms deadline
+    pid=$(peer_pid "$name")
+    limit_ms=$(( ${NORVANE_BENCH_START_TIMEOUT:-15} * 1000 ))
+    deadline=$(( $(now_ms) + limit_ms ))
+    until "$@" >/dev/null 2>&1; do
+        if ! kill -0 "$pid" 2>/dev/null; then
+            local status=0
+            wait "$pid" || status=$?
+            bench_fail "$name exited during start-up with status $status"
+        fi
+        if (( $(now_ms) > deadline )); then
+            bench_fail "$name did not answer within ${limit_ms} ms (check: $*)"
+        fi
+        sleep 0.05
+    done
+}
+
+# Stops one peer: SIGTERM, up to 5 s of grace, then SIGKILL.
+stop_peer() {
+    local name=$1 pid=$2 deadline
+    kill -TERM "$pid" 2>/dev/null || return 0
+    deadline=$(( $(now_ms) + 5000 ))
+    while kill -0 "$pid" 2>/dev/null; do
+        if (( $(now_ms) > deadline )); then
+            say "$name (pid $pid) ignored SIGTERM; killing it"
+            kill -KILL "$pid" 2>/dev/null || true
+            break
+        fi
+        sleep 0.02
+    done
+    wait "$pid" 2>/dev/null || true
+}
+
+stop_peers() {
+    local i
+    # Reverse start order, one at a time: ippeveprinter leaves the bus before the
+    # bus goes away, instead of logging that it crashed.
+    for ((i = ${#peer_pids[@]} - 1; i >= 0; i--)); do
+        stop_peer "${peer_names[$i]}" "${peer_pids[$i]}"
+    done
+}
+
+stop_command() {
+    [[ -n $command_pid ]] || return 0
+    kill -0 "$command_pid" 2>/dev/null || return 0
+    # COMMAND runs in its own process group (see run_command); end all of it.
+    kill -TERM -- "-$command_pid" 2>/dev/null || kill -TERM "$command_pid" 2>/dev/null || true
+    local i
+    for ((i = 0; i < 50; i++)); do
+        kill -0 "$command_pid" 2>/dev/null || break
+        sleep 0.1
+    done
+    kill -KILL -- "-$command_pid" 2>/dev/null || true
+    wait "$command_pid" 2>/dev/null || true
+}
+
+cleanup() {
+    local status=$?
+    set +e
+    trap '' TERM INT HUP
+    stop_command
+    stop_peers
+    if [[ $bench_failed == 1 || ${NORVANE_BENCH_VERBOSE:-0} == 1 ]]; then
+        dump_logs
+    fi
+    if [[ -n $workdir ]]; then
+        if [[ ${NORVANE_BENCH_KEEP:-0} == 1 ]]; then
+            say "work directory kept: $workdir"
+        else
+            rm -rf -- "$workdir"
+        fi
+    fi
+    exit "$status"
+}
+
+on_signal() {
+    [[ $stopping == 1 ]] && return
+    stopping=1
+    say "received SIG$1; stopping"
+    exit "$2"
+}
+
+setup_network() {
+    ip link set lo up
+    # A non-loopback address of each family, so getaddrinfo with AI_ADDRCONFIG
+    # answers for both. The veth pair stays inside the namespace; nothing routes out.
+    ip link add nvbench0 type veth peer name nvbench1
+    ip addr add "$BENCH_IPV4/24" dev nvbench0
+    ip -6 addr add "$BENCH_IPV6/64" dev nvbench0 nodad
+    ip link set nvbench0 up
+    ip link set nvbench1 up
+}
+
+start_peers() {
+    local verbose=()
+    [[ ${NORVANE_BENCH_VERBOSE:-0} == 1 ]] && verbose=(-v -v)
+
+    # ippeveprinter -r off still talks to D-Bus on the system bus address; a private
+    # bus keeps it off the host's.
+    start_peer dbus dbus-daemon --session --nofork --nopidfile \
+        --address="unix:path=$workdir/dbus.sock"
+    export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$workdir/dbus.sock"
+
+    sed "s/@SNMP_COMMUNITY@/$SNMP_COMMUNITY/g" "$script_dir/snmpd.conf.in" >"$workdir/snmpd.conf"
+    # Empty MIB list: Debian's agent has no MIB files and would log a page of
+    # complaints; persistent state (values SET by tests) stays in the work directory.
+    start_peer snmpd env MIBS= MIBDIRS="$workdir/snmp" SNMP_PERSISTENT_DIR="$workdir/snmp" \
+        snmpd -f -Lf "$workdir/logs/snmpd-agent.log" -C -c "$workdir/snmpd.conf"
+
+    start_peer printer-sim "$_NORVANE_BENCH_SIM" --fixtures "$_NORVANE_BENCH_FIXTURES" \
+        --http-port "$SIM_HTTP_PORT" --alt-port "$SIM_ALT_PORT" --soap-port "$SIM_SOAP_PORT" \
+        --log "$workdir/logs/printer-sim-requests.log"
+
+    # The bus must exist before ippeveprinter starts.
+    wait_for_peer dbus test -S "$workdir/dbus.sock"
+    start_peer ippeveprinter ippeveprinter "${verbose[@]}" -r off -p "$IPP_PORT" \
+        -d "$workdir/spool" -k -M Norvane -m "NX-4100" -l "Level 2, Print Room" \
+        -f application/octet-stream,application/pdf,image/pwg-raster "$PRINTER_NAME"
+}
+
+sim_answers() {
+    grep -q '^norvane-printer-sim ready' "$workdir/logs/printer-sim.out" || return 1
+    local port
+    for port in "$SIM_HTTP_PORT" "$SIM_ALT_PORT" "$SIM_SOAP_PORT"; do
+        curl -fsS --max-time 1 "http://127.0.0.1:$port/__sim/status" || return 1
+    done
+}
+
+wait_for_peers() {
+    wait_for_peer snmpd snmpget -v2c -c "$SNMP_COMMUNITY" -t 0.3 -r 0 -Oqv \
+        "127.0.0.1:$SNMP_PORT" 1.3.6.1.2.1.25.3.2.1.3.1
+    wait_for_peer printer-sim sim_answers
+    wait_for_peer ippeveprinter ipptool -q -T 2 "ipp://127.0.0.1:$IPP_PORT/ipp/print" \
+        get-printer-attributes.test
+}
+
+# Everything COMMAND may rely on. Keep tests/integration/README.md in step.
+export_bench_environment() {
+    export NORVANE_BENCH=1
+    export NORVANE_BENCH_DIR="$workdir"
+    export NORVANE_BENCH_LOG_DIR="$workdir/logs"
+    export NORVANE_BENCH_IPV4="$BENCH_IPV4"
+    export NORVANE_BENCH_IPV6="$BENCH_IPV6"
+    export NORVANE_PRINTER_HOST=127.0.0.1
+    export NORVANE_IPP_PORT="$IPP_PORT"
+    export NORVANE_IPP_URI="ipp://127.0.0.1:$IPP_PORT/ipp/print"
+    export NORVANE_IPP_PRINTER_NAME="$PRINTER_NAME"
+    export NORVANE_SPOOL_DIR="$workdir/spool"
+    export NORVANE_SNMP_PORT="$SNMP_PORT"
+    export NORVANE_SNMP_COMMUNITY="$SNMP_COMMUNITY"
+    export NORVANE_SNMP_WRITABLE_OID=1.3.6.1.2.1.43.5.1.1.16.1
+    export NORVANE_SIM_HTTP_PORT="$SIM_HTTP_PORT"
+    export NORVANE_SIM_ALT_PORT="$SIM_ALT_PORT"
+    export NORVANE_SIM_SOAP_PORT="$SIM_SOAP_PORT"
+    export NORVANE_SIM_CONTROL_URL="http://127.0.0.1:$SIM_ALT_PORT/__sim"
+    export NORVANE_SIM_FIXTURES="$_NORVANE_BENCH_FIXTURES"
+    export NORVANE_PRINTER_SIM="$_NORVANE_BENCH_SIM"
+}
+
+run_command() {
+    # COMMAND gets the bench's standard input back (a background job would get
+    # /dev/null) and, unless the PID namespace already contains it, a process group
+    # of its own so that stop_command reaches its children too.
+    local group=()
+    [[ $_NORVANE_BENCH_ISOLATION == *--pid* ]] || group=(setsid)
+    local status=0
+    "${group[@]}" "$@" <&3 3<&- &
+    command_pid=$!
+    wait "$command_pid" || status=$?
+    command_pid=""
+    return "$status"
+}
+
+inner() {
+    [[ ${1:-} == -- ]] && shift
+    exec 3<&0
+    trap cleanup EXIT
+    trap 'on_signal TERM 143' TERM
+    trap 'on_signal INT 130' INT
+    trap 'on_signal HUP 129' HUP
+
+    local started
+    started=$(now_ms)
+    workdir=$(mktemp -d "${TMPDIR:-/tmp}/norvane-bench.XXXXXX")
+    mkdir -p "$workdir/logs" "$workdir/spool" "$workdir/snmp"
+
+    setup_network || bench_fail "cannot configure the namespace's network"
+    start_peers
+    wait_for_peers
+    say "peers up in $(( $(now_ms) - started )) ms (unshare $_NORVANE_BENCH_ISOLATION):" \
+        "ipp $IPP_PORT, snmp $SNMP_PORT, printer-sim $SIM_HTTP_PORT/$SIM_ALT_PORT/$SIM_SOAP_PORT"
+
+    export_bench_environment
+    local status=0
+    run_command "$@" || status=$?
+    say "command exited with status $status"
+    exit "$status"
+}
+
+if [[ ${1:-} == --inner ]]; then
+    shift
+    inner "$@"
+else
+    outer "$@"
+fi

@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Checks the bench itself, from outside: COMMAND's status and standard input come
+# through, a stop request ends everything, a peer that cannot start fails the run with
+# its log, and nothing the bench started outlives it.
+#
+#   bench_selftest.sh BENCH SIM
+set -uo pipefail
+
+bench=${1:?bench.sh path}
+sim=${2:?norvane-printer-sim path}
+
+# Every process the bench starts has the work directory, made below TMPDIR, on its
+# command line (the bus socket, the spool, the snmpd configuration) or runs a command
+# named here; a private TMPDIR therefore finds leftovers without confusing them with
+# other benches running in parallel.
+TMPDIR=$(mktemp -d "${TMPDIR:-/tmp}/norvane-bench-selftest.XXXXXX")
+export TMPDIR
+export NORVANE_PRINTER_SIM=$sim
+marker_sleep=1000.$$
+trap 'rm -rf "$TMPDIR"' EXIT
+
+failures=0
+pass() { echo "  ok   $1"; }
+fail() { echo "  FAIL $1"; failures=$((failures + 1)); }
+expect_eq() { if [[ $2 == "$3" ]]; then pass "$1"; else fail "$1: expected '$2', got '$3'"; fi; }
+
+# Processes still running that belong to a bench of this test.
+leftovers() {
+    pgrep -af -- "$TMPDIR|sleep $marker_sleep" | grep -v -- "pgrep" || true
+}
+
+# Waits up to 3 s for the last bench's processes to be gone, then reports.
+expect_no_leftovers() {
+    local i left
+    for ((i = 0; i < 30; i++)); do
+        left=$(leftovers)
+        [[ -z $left ]] && break
+        sleep 0.1
+    done
+    if [[ -z $left ]]; then pass "$1: nothing left running"; else fail "$1: left running: $left"; fi
+    left=$(find "$TMPDIR" -mindepth 1 -maxdepth 1 -name 'norvane-bench.*')
+    if [[ -z $left ]]; then pass "$1: work directory removed"; else fail "$1: left $left"; fi
+}
+
+run_bench() { # STDIN-TEXT -- COMMAND...  prints the bench's status; output in $TMPDIR/out
+    local input=$1 status=0
+    shift
+    printf '%s' "$input" | "$bench" "$@" >"$TMPDIR/out" 2>&1 || status=$?
+    echo "$status"
+}
+
+echo "== status, environment and standard input"
+status=$(run_bench "" -- sh -c 'exit 7')
+if [[ $status == 77 ]]; then
+    cat "$TMPDIR/out"
+    exit 77
+fi
+expect_eq "COMMAND's exit status comes through" 7 "$status"
+# shellcheck disable=SC2016  # expanded by the inner shell
+expect_eq "COMMAND sees the bench and reads standard input" 0 \
+    "$(run_bench $'hello\n' -- sh -c 'read -r line && [ "$line" = hello ] && [ "$NORVANE_BENCH" = 1 ]')"
+expect_eq "COMMAND cannot reach beyond the namespace" 0 \
+    "$(run_bench "" -- sh -c '! ip route get 198.51.100.7 >/dev/null 2>&1')"
+status=$(run_bench "" -- sh -c "sleep $marker_sleep & exit 0")
+expect_eq "a background child does not hold the bench open" 0 "$status"
+expect_no_leftovers "after COMMAND left a child behind"
+
+echo "== stop request"
+"$bench" -- sleep "$marker_sleep" >"$TMPDIR/out" 2>&1 &
+bench_pid=$!
+for ((i = 0; i < 300; i++)); do
+    grep -q 'peers up' "$TMPDIR/out" && break
+    sleep 0.1
+done
+started=$EPOCHREALTIME
+kill -TERM "$bench_pid"
+status=0
+wait "$bench_pid" || status=$?
+expect_eq "SIGTERM ends the bench with 143" 143 "$status"
+expect_eq "and does so within 5 s" yes \
+    "$(awk -v s="$started" -v e="$EPOCHREALTIME" 'BEGIN { print (e - s < 5) ? "yes" : "no" }')"
+expect_no_leftovers "after SIGTERM"
+
+echo "== a peer that cannot start"
+mkdir -p "$TMPDIR/empty-fixtures"
+status=$(NORVANE_BENCH_FIXTURES="$TMPDIR/empty-fixtures" run_bench "" -- true)
+expect_eq "the bench fails with 125" 125 "$status"
+if grep -q 'neither an http/ nor a soap/ directory' "$TMPDIR/out"; then
+    pass "the peer's log is shown"
+else
+    fail "the peer's log is shown: $(cat "$TMPDIR/out")"
+fi
+expect_no_leftovers "after a failed start"
+
+echo
+if ((failures > 0)); then
+    echo "bench self-test: $failures check(s) failed"
+    exit 1
+fi
+echo "bench self-test: all checks passed"
