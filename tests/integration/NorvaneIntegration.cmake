@@ -1,5 +1,6 @@
 # norvane_add_integration_test(<name> COMMAND <program> [<arg>...]
 #                              [TIMEOUT <seconds>] [FIXTURES <dir>]
+#                              [SIM_OPTIONS <option>...]
 #                              [ENVIRONMENT <VAR=value>...] [LABELS <label>...]
 #                              [WORKING_DIRECTORY <dir>])
 #
@@ -11,12 +12,14 @@
 # "integration" and is reported as skipped (exit 77) on a machine that cannot create
 # the namespace or lacks a peer program.
 #
-# FIXTURES replaces the simulator's fixture set for this test (DIR/http, DIR/soap).
+# FIXTURES replaces the simulator's fixture set for this test (DIR/http, DIR/soap);
+# SIM_OPTIONS are passed on to the simulator, e.g. --soap-port=off for a device without
+# web services or --fault=/device=500.
 # The variables the command receives are listed in tests/integration/README.md.
 
 function(norvane_add_integration_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg ""
-    "TIMEOUT;FIXTURES;WORKING_DIRECTORY" "COMMAND;ENVIRONMENT;LABELS")
+    "TIMEOUT;FIXTURES;WORKING_DIRECTORY" "COMMAND;ENVIRONMENT;LABELS;SIM_OPTIONS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "norvane_add_integration_test(${name}): unknown arguments ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -36,6 +39,9 @@ function(norvane_add_integration_test name)
   if(arg_FIXTURES)
     list(APPEND bench_options --fixtures ${arg_FIXTURES})
   endif()
+  foreach(option IN LISTS arg_SIM_OPTIONS)
+    list(APPEND bench_options "--sim-option=${option}")
+  endforeach()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()

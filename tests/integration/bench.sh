@@ -5,7 +5,11 @@
 # norvane-printer-sim 80/8080/3910), stops every peer by PID whatever happens, and
 # exits with COMMAND's status.
 #
-#   tests/integration/bench.sh [--sim PATH] [--fixtures DIR] -- COMMAND [ARG...]
+#   tests/integration/bench.sh [--sim PATH] [--fixtures DIR] [--sim-option OPT]...
+#                              -- COMMAND [ARG...]
+#
+# --sim-option passes one more option to the simulator, e.g. --sim-option=--soap-port=off
+# for a device without web services, or --sim-option=--fault=/device=500.
 #
 # Exit status: COMMAND's; 125 when the peers could not be started (their logs are
 # printed); 77 when this machine cannot make the namespace or lacks a peer program,
@@ -74,10 +78,15 @@ pick_isolation() {
 outer() {
     local sim=${NORVANE_PRINTER_SIM:-}
     local fixtures=${NORVANE_BENCH_FIXTURES:-$script_dir/../fixtures/printer-sim}
+    local inner_options=()
     while [[ $# -gt 0 ]]; do
         case $1 in
             --sim) sim=${2:?--sim needs a path}; shift 2 ;;
+            --sim=*) sim=${1#*=}; shift ;;
             --fixtures) fixtures=${2:?--fixtures needs a directory}; shift 2 ;;
+            --fixtures=*) fixtures=${1#*=}; shift ;;
+            --sim-option) inner_options+=(--sim-option "${2:?--sim-option needs a value}"); shift 2 ;;
+            --sim-option=*) inner_options+=(--sim-option "${1#*=}"); shift ;;
             --) shift; break ;;
             -h|--help) usage ;;
             *) say "unknown option '$1'"; usage ;;
@@ -112,7 +121,8 @@ outer() {
     if [[ $isolation != *--fork* ]]; then
         # unshare execs the inner half in this very process: signals sent to the
         # bench reach the inner half's traps directly.
-        exec unshare "${unshare_options[@]}" -- bash "$script_path" --inner -- "$@"
+        exec unshare "${unshare_options[@]}" -- \
+            bash "$script_path" --inner "${inner_options[@]}" -- "$@"
     fi
 
     # With --fork, unshare blocks SIGTERM and SIGINT and forwards nothing, so this
@@ -125,7 +135,8 @@ outer() {
     if command -v setpriv >/dev/null; then
         runner=(setpriv --pdeathsig KILL --)
     fi
-    "${runner[@]}" unshare "${unshare_options[@]}" -- bash "$script_path" --inner -- "$@" <&0 &
+    "${runner[@]}" unshare "${unshare_options[@]}" -- \
+        bash "$script_path" --inner "${inner_options[@]}" -- "$@" <&0 &
     unshare_pid=$!
     trap 'stop_inner 143' TERM
     trap 'stop_inner 130' INT
@@ -161,6 +172,7 @@ stop_inner() {
 # ---------------------------------------------------------------------------------
 
 workdir=""
+sim_options=()
 command_pid=""
 bench_failed=0
 stopping=0
@@ -315,7 +327,7 @@ start_peers() {
 
     start_peer printer-sim "$_NORVANE_BENCH_SIM" --fixtures "$_NORVANE_BENCH_FIXTURES" \
         --http-port "$SIM_HTTP_PORT" --alt-port "$SIM_ALT_PORT" --soap-port "$SIM_SOAP_PORT" \
-        --log "$workdir/logs/printer-sim-requests.log"
+        --log "$workdir/logs/printer-sim-requests.log" "${sim_options[@]}"
 
     # The bus must exist before ippeveprinter starts.
     wait_for_peer dbus test -S "$workdir/dbus.sock"
@@ -324,11 +336,18 @@ start_peers() {
         -f application/octet-stream,application/pdf,image/pwg-raster "$PRINTER_NAME"
 }
 
+# The simulator's endpoint for http, alt or soap from its ready line: ADDR:PORT or off.
+sim_endpoint() {
+    sed -n "s/^norvane-printer-sim ready.* $1=\([^ ]*\).*/\1/p" "$workdir/logs/printer-sim.out"
+}
+
 sim_answers() {
     grep -q '^norvane-printer-sim ready' "$workdir/logs/printer-sim.out" || return 1
-    local port
-    for port in "$SIM_HTTP_PORT" "$SIM_ALT_PORT" "$SIM_SOAP_PORT"; do
-        curl -fsS --max-time 1 "http://127.0.0.1:$port/__sim/status" || return 1
+    local listener endpoint
+    for listener in http alt soap; do
+        endpoint=$(sim_endpoint "$listener")
+        [[ $endpoint == off ]] && continue
+        curl -fsS --max-time 1 "http://$endpoint/__sim/status" || return 1
     done
 }
 
@@ -355,10 +374,21 @@ export_bench_environment() {
     export NORVANE_SNMP_PORT="$SNMP_PORT"
     export NORVANE_SNMP_COMMUNITY="$SNMP_COMMUNITY"
     export NORVANE_SNMP_WRITABLE_OID=1.3.6.1.2.1.43.5.1.1.16.1
-    export NORVANE_SIM_HTTP_PORT="$SIM_HTTP_PORT"
-    export NORVANE_SIM_ALT_PORT="$SIM_ALT_PORT"
-    export NORVANE_SIM_SOAP_PORT="$SIM_SOAP_PORT"
-    export NORVANE_SIM_CONTROL_URL="http://127.0.0.1:$SIM_ALT_PORT/__sim"
+    # The simulator's ports as it reports them: a --sim-option may have moved one or
+    # turned it off.
+    local listener endpoint
+    for listener in http alt soap; do
+        endpoint=$(sim_endpoint "$listener")
+        export "NORVANE_SIM_${listener^^}_PORT=${endpoint##*:}"
+    done
+    # Control endpoints answer on every port; prefer 8080, the discovery-tree port.
+    for listener in alt http soap; do
+        endpoint=$(sim_endpoint "$listener")
+        if [[ $endpoint != off ]]; then
+            export NORVANE_SIM_CONTROL_URL="http://$endpoint/__sim"
+            break
+        fi
+    done
     export NORVANE_SIM_FIXTURES="$_NORVANE_BENCH_FIXTURES"
     export NORVANE_PRINTER_SIM="$_NORVANE_BENCH_SIM"
 }
@@ -378,6 +408,10 @@ run_command() {
 }
 
 inner() {
+    while [[ ${1:-} == --sim-option ]]; do
+        sim_options+=("$2")
+        shift 2
+    done
     [[ ${1:-} == -- ]] && shift
     exec 3<&0
     trap cleanup EXIT
@@ -394,7 +428,8 @@ inner() {
     start_peers
     wait_for_peers
     say "peers up in $(( $(now_ms) - started )) ms (unshare $_NORVANE_BENCH_ISOLATION):" \
-        "ipp $IPP_PORT, snmp $SNMP_PORT, printer-sim $SIM_HTTP_PORT/$SIM_ALT_PORT/$SIM_SOAP_PORT"
+        "ipp $IPP_PORT, snmp $SNMP_PORT, printer-sim" \
+        "$(sim_endpoint http) $(sim_endpoint alt) $(sim_endpoint soap)"
 
     export_bench_environment
     local status=0

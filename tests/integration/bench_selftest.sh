@@ -65,6 +65,18 @@ status=$(run_bench "" -- sh -c "sleep $marker_sleep & exit 0")
 expect_eq "a background child does not hold the bench open" 0 "$status"
 expect_no_leftovers "after COMMAND left a child behind"
 
+# shellcheck disable=SC2016  # expanded by the inner shell
+status=$(run_bench "" --sim-option=--soap-port=off \
+    --sim-option=--fault=/DevMgmt/DiscoveryTree.xml=503@1 -- sh -c '
+        tree=http://127.0.0.1:$NORVANE_SIM_ALT_PORT/DevMgmt/DiscoveryTree.xml
+        first=$(curl -s -o /dev/null -w "%{http_code}" "$tree")
+        second=$(curl -s -o /dev/null -w "%{http_code}" "$tree")
+        if curl -s --max-time 2 -o /dev/null http://127.0.0.1:3910/; then soap=open; else soap=closed; fi
+        echo "RESULT: $NORVANE_SIM_SOAP_PORT $soap $first $second"')
+expect_eq "simulator options: the bench starts without the SOAP port" 0 "$status"
+expect_eq "simulator options reach the simulator" "off closed 503 200" \
+    "$(sed -n 's/^RESULT: //p' "$TMPDIR/out")"
+
 echo "== stop request"
 "$bench" -- sleep "$marker_sleep" >"$TMPDIR/out" 2>&1 &
 bench_pid=$!
