@@ -8,5 +8,6 @@
 #include "norvane/values.h"
 #include "norvane/transport.h"
 #include "norvane/interfaces.h"
+#include "norvane/ipp.h"
 #include "norvane/datamap.h"
 #include "norvane/api.h"

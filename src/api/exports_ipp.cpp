@@ -1,6 +1,8 @@
 // IPP provider factories and the request/response object factories.
 #include <string_view>
 
+#include "ipp/ipp_request_attributes.h"
+#include "ipp/ipp_response_attributes.h"
 #include "norvane/api.h"
 #include "support/log.h"
 #include "support/string_utils.h"
@@ -58,10 +60,10 @@ extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* 
 
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
-  return nullptr;  // the IPP message objects are not in this build yet
+  return Norvane::IPPRequestAttributes::Create();
 }
 
 extern "C" Norvane::IPPResponseBase* CreateIPPResponse(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPResponse");
-  return nullptr;
+  return Norvane::IPPResponseAttributes::Create();
 }
