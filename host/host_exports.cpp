@@ -1,0 +1,63 @@
+// The flat entry points of libnorvane-host.
+#include <curl/curl.h>
+
+#include "net_address.h"
+#include "norvane/host.h"
+#include "text.h"
+
+namespace {
+
+NorvaneHost::NetAddressImpl* Ours(Norvane::QxNetAddress* address) {
+  return dynamic_cast<NorvaneHost::NetAddressImpl*>(address);
+}
+
+}  // namespace
+
+extern "C" Norvane::QxNetAddress* CreateNetAddress(const char16_t* host) {
+  NorvaneHost::EnsureCurlStarted();
+  return NorvaneHost::NetAddressImpl::Create(host);
+}
+
+extern "C" HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address, const char16_t* community) {
+  auto* ours = Ours(address);
+  if (ours == nullptr) return E_INVALIDARG;
+  ours->SetSnmpCommunity(NorvaneHost::ToUtf8(community));
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uint32_t version) {
+  auto* ours = Ours(address);
+  if (ours == nullptr || (version != NORVANE_SNMP_VERSION_1 && version != NORVANE_SNMP_VERSION_2C)) {
+    return E_INVALIDARG;
+  }
+  ours->SetSnmpVersion(version);
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetSnmpPort(Norvane::QxNetAddress* address, uint32_t port) {
+  auto* ours = Ours(address);
+  if (ours == nullptr || port == 0 || port > 65535) return E_INVALIDARG;
+  ours->SetSnmpPort(port);
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetSnmpTimeout(Norvane::QxNetAddress* address, uint32_t milliseconds,
+                                            uint32_t retries) {
+  auto* ours = Ours(address);
+  // net-snmp counts in microseconds in a long; an hour is more than enough.
+  if (ours == nullptr || milliseconds == 0 || milliseconds > 3600000 || retries > 20) return E_INVALIDARG;
+  ours->SetSnmpTimeout(milliseconds, retries);
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address, uint32_t connectMilliseconds,
+                                             uint32_t readMilliseconds) {
+  auto* ours = Ours(address);
+  if (ours == nullptr) return E_INVALIDARG;
+  ours->SetHttpTimeouts(connectMilliseconds, readMilliseconds);
+  return S_OK;
+}
+
+extern "C" const char* NetAddressErrorText(uint32_t code) {
+  return curl_easy_strerror(static_cast<CURLcode>(code));
+}

@@ -1,0 +1,107 @@
+// One HTTP exchange on a channel, driven on the caller's thread through the
+// channel's multi handle. A body is either given whole up front, or streamed:
+// Write hands one piece at a time to libcurl's read callback and returns once
+// libcurl has taken all of it, so the exchange never holds more than the piece
+// being written (plus libcurl's own upload buffer).
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "curl_channel.h"
+
+namespace NorvaneHost {
+
+struct ExchangeSetup {
+  std::string url;
+  std::string method = "GET";  // an HTTP token, upper case
+  std::vector<std::string> headerLines;  // "Name: value", sent as given
+  const uint8_t* body = nullptr;  // whole body; must outlive the exchange
+  size_t bodyLength = 0;
+  bool streamed = false;  // body comes through Write/EndBody instead
+  std::string userName;
+  std::string password;
+  long authSchemes = CURLAUTH_BASIC | CURLAUTH_DIGEST;
+  uint32_t securityFlags = 0;
+  uint32_t connectTimeoutMs = 5000;
+  uint32_t readTimeoutMs = 30000;
+};
+
+struct ExchangeResponse {
+  long status = 0;
+  std::string statusLine;
+  std::vector<std::pair<std::string, std::string>> headers;  // in order received
+  std::vector<uint8_t> body;
+};
+
+class HttpExchange {
+ public:
+  // Largest response body kept; a longer one fails the exchange.
+  static constexpr size_t kMaxResponseBody = 64u << 20;
+
+  explicit HttpExchange(CurlChannel& channel) : channel_(channel) {}
+  ~HttpExchange();
+  HttpExchange(const HttpExchange&) = delete;
+  HttpExchange& operator=(const HttpExchange&) = delete;
+
+  // Configures the easy handle and attaches it to the multi handle.
+  CURLcode Start(const ExchangeSetup& setup);
+  // Drives the exchange to its end.
+  CURLcode Finish();
+
+  // Streamed body. OpenBody connects and sends the request head: it returns
+  // once libcurl asks for body bytes, or with the end of the exchange.
+  CURLcode OpenBody();
+  // Returns once libcurl has taken every byte, or the exchange has ended (an
+  // answer that came before the whole body, or a failure).
+  CURLcode Write(const uint8_t* data, size_t length);
+  // No more body: libcurl then writes its last chunk.
+  void EndBody();
+
+  bool Ended() const { return ended_; }
+  CURLcode Result() const { return result_; }
+  // A whole response head has arrived, whatever happened to the body upload.
+  bool HasResponseHead() const { return headComplete_ && response_.status >= 200; }
+  ExchangeResponse& Response() { return response_; }
+  // Authentication schemes the server offered in its last challenge.
+  long OfferedAuthSchemes() const;
+
+ private:
+  static size_t OnRead(char* buffer, size_t size, size_t count, void* self);
+  static size_t OnHeader(char* buffer, size_t size, size_t count, void* self);
+  static size_t OnWrite(char* buffer, size_t size, size_t count, void* self);
+  static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
+                        curl_off_t ulNow);
+
+  CURLcode Drive(const std::function<bool()>& done);
+  void End(CURLcode result);
+  void Detach();
+  void MarkProgress() { lastProgress_ = std::chrono::steady_clock::now(); }
+
+  CurlChannel& channel_;
+  CurlListPtr headers_;
+  bool attached_ = false;
+  bool ended_ = false;
+  CURLcode result_ = CURLE_OK;
+  std::chrono::milliseconds readTimeout_{30000};
+  std::chrono::steady_clock::time_point lastProgress_;
+  curl_off_t lastUl_ = 0;
+  curl_off_t lastDl_ = 0;
+
+  // Streamed body: the piece being written, and whether libcurl is waiting.
+  const uint8_t* piece_ = nullptr;
+  size_t pieceLeft_ = 0;
+  bool bodyAsked_ = false;
+  bool bodyEnded_ = false;
+  bool paused_ = false;
+
+  ExchangeResponse response_;
+  bool headComplete_ = false;
+  bool bodyTooLarge_ = false;
+};
+
+}  // namespace NorvaneHost

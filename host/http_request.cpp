@@ -1,0 +1,347 @@
+#include "http_request.h"
+
+#include "net_address.h"
+#include "text.h"
+
+namespace NorvaneHost {
+
+namespace {
+
+bool IsTokenChar(char16_t c) {
+  if ((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')) return true;
+  for (char16_t allowed : std::u16string_view(u"!#$%&'*+-.^_`|~")) {
+    if (c == allowed) return true;
+  }
+  return false;
+}
+
+bool IsToken(std::u16string_view text) {
+  if (text.empty()) return false;
+  for (char16_t c : text) {
+    if (!IsTokenChar(c)) return false;
+  }
+  return true;
+}
+
+// Header values may hold any text but line breaks, which would start a new
+// field.
+bool IsFieldValue(std::u16string_view text) {
+  for (char16_t c : text) {
+    if (c == u'\r' || c == u'\n' || c == 0) return false;
+  }
+  return true;
+}
+
+bool IsOneOf(const std::string& name, std::initializer_list<std::string_view> names) {
+  for (std::string_view candidate : names) {
+    if (EqualsIgnoreAsciiCase(name, candidate)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- response --
+
+HttpResponseImpl::HttpResponseImpl(ExchangeResponse&& response)
+    : status_(static_cast<uint32_t>(response.status)), body_(std::move(response.body)) {
+  length_ = body_.size();
+  body_.push_back(0);
+  std::string_view line = response.statusLine;
+  size_t first = line.find(' ');
+  size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
+  if (second != std::string_view::npos) statusText_ = ToUtf16(line.substr(second + 1));
+  std::string all;
+  for (auto& [name, value] : response.headers) {
+    all += name + ": " + value + "\r\n";
+    bool merged = false;
+    for (auto& [known, text] : headers_) {
+      if (EqualsIgnoreAsciiCase(known, name)) {
+        text += u", ";
+        text += ToUtf16(value);
+        merged = true;
+        break;
+      }
+    }
+    if (!merged) headers_.emplace_back(name, ToUtf16(value));
+  }
+  allHeaders_ = ToUtf16(all);
+}
+
+HRESULT HttpResponseImpl::GetStatusText(const char16_t** text) {
+  if (text == nullptr) return E_POINTER;
+  *text = statusText_.c_str();
+  return S_OK;
+}
+
+HRESULT HttpResponseImpl::GetAllHeaders(const char16_t** text) {
+  if (text == nullptr) return E_POINTER;
+  *text = allHeaders_.c_str();
+  return S_OK;
+}
+
+const char16_t* HttpResponseImpl::GetHeader(const char16_t* name) {
+  if (name == nullptr) return nullptr;
+  std::string wanted = ToUtf8(name);
+  for (const auto& [known, value] : headers_) {
+    if (EqualsIgnoreAsciiCase(known, wanted)) return value.c_str();
+  }
+  return nullptr;
+}
+
+// ----------------------------------------------------------------- request --
+
+HttpRequestImpl::HttpRequestImpl(NetAddressImpl* address, HostName host, bool tls, uint32_t port,
+                                 HttpSettings settings)
+    : address_(address), host_(std::move(host)), tls_(tls), port_(port), settings_(settings) {
+  address_->AddRef();
+}
+
+HttpRequestImpl::~HttpRequestImpl() {
+  exchange_.reset();
+  if (channel_) address_->ReturnChannel(std::move(channel_));
+  if (response_ != nullptr) response_->Dispose();
+  Wipe(password_);
+  address_->Dispose();
+}
+
+const char16_t* HttpRequestImpl::GetURL() {
+  url_ = ToUtf16(BuildUrl(host_, tls_, port_, resource_));
+  return url_.c_str();
+}
+
+HRESULT HttpRequestImpl::SetResource(const char16_t* path) {
+  if (path == nullptr) return E_INVALIDARG;
+  resource_ = ToUtf8(path);
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetUserName(const char16_t* name) {
+  userName_ = ToUtf8(name);
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetPassword(const char16_t* password) {
+  Wipe(password_);
+  password_ = ToUtf8(password);
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetMethod(const char16_t* method) {
+  if (method == nullptr || !IsToken(method)) return E_INVALIDARG;
+  method_ = ToUtf8(method);
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::AddHeader(const char16_t* name, const char16_t* value) {
+  if (name == nullptr || !IsToken(name)) return E_INVALIDARG;
+  std::u16string_view text = value == nullptr ? std::u16string_view() : std::u16string_view(value);
+  if (!IsFieldValue(text)) return E_INVALIDARG;
+  std::string field = ToUtf8(name);
+  std::string content(TrimSpaces(ToUtf8(text)));
+  for (auto& [known, known_value] : headers_) {
+    if (EqualsIgnoreAsciiCase(known, field)) {
+      known_value = std::move(content);
+      return S_OK;
+    }
+  }
+  headers_.emplace_back(std::move(field), std::move(content));
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetContentType(const char16_t* contentType) {
+  std::u16string_view text = contentType == nullptr ? std::u16string_view() : contentType;
+  if (!IsFieldValue(text)) return E_INVALIDARG;
+  contentType_ = ToUtf8(text);
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetBody(const uint8_t* body, uint32_t length) {
+  if (body == nullptr && length != 0) return E_INVALIDARG;
+  body_.assign(body, body + length);
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetSecurityFlags(uint32_t flags) {
+  securityFlags_ = flags;
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::SetTimeout(uint32_t milliseconds) {
+  if (milliseconds == 0) return E_INVALIDARG;
+  settings_.readTimeoutMs = milliseconds;
+  return S_OK;
+}
+
+bool HttpRequestImpl::CallerFramesChunks() const {
+  for (const auto& [name, value] : headers_) {
+    if (EqualsIgnoreAsciiCase(name, "Transfer-Encoding") && value.find("chunked") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::vector<std::string> HttpRequestImpl::HeaderLines(bool streamed) const {
+  std::vector<std::string> lines;
+  bool typed = false;
+  for (const auto& [name, value] : headers_) {
+    // The body's length and framing are the transport's: libcurl writes them.
+    if (IsOneOf(name, {"Content-Length", "Transfer-Encoding", "Expect"})) continue;
+    if (EqualsIgnoreAsciiCase(name, "Content-Type")) typed = true;
+    // libcurl drops a field written "Name:"; "Name;" sends it empty.
+    lines.push_back(value.empty() ? name + ";" : name + ": " + value);
+  }
+  if (!typed && !contentType_.empty()) {
+    lines.push_back("Content-Type: " + contentType_);
+  } else if (!typed && method_ != "GET" && method_ != "HEAD") {
+    // Otherwise libcurl would label the body as a form.
+    lines.push_back("Content-Type:");
+  }
+  // Printers answer 417 to "Expect: 100-continue", which libcurl adds to large
+  // bodies unless told not to.
+  lines.push_back("Expect:");
+  if (streamed) lines.push_back("Transfer-Encoding: chunked");
+  return lines;
+}
+
+ExchangeSetup HttpRequestImpl::MakeSetup(bool streamed, const uint8_t* body, size_t length) const {
+  ExchangeSetup setup;
+  setup.url = BuildUrl(host_, tls_, port_, resource_);
+  setup.method = method_;
+  setup.headerLines = HeaderLines(streamed);
+  setup.body = body;
+  setup.bodyLength = length;
+  setup.streamed = streamed;
+  setup.userName = userName_;
+  setup.password = password_;
+  if (streamed && (address_->KnownAuthSchemes() & CURLAUTH_BASIC) != 0) {
+    // A streamed body cannot be sent twice, so a challenge in the middle of it
+    // would end the job: answer the scheme the device is known to ask for at once.
+    setup.authSchemes = CURLAUTH_BASIC;
+  }
+  setup.securityFlags = securityFlags_;
+  setup.connectTimeoutMs = settings_.connectTimeoutMs;
+  setup.readTimeoutMs = settings_.readTimeoutMs;
+  return setup;
+}
+
+bool HttpRequestImpl::TakeChannel() {
+  if (!channel_) channel_ = address_->TakeChannel();
+  return channel_ != nullptr;
+}
+
+HRESULT HttpRequestImpl::Conclude(CURLcode result) {
+  bool streamed = phase_ == Phase::kStreaming;
+  bool answered = exchange_->HasResponseHead() &&
+                  (result == CURLE_OK ||
+                   // The device answered before taking the whole streamed body
+                   // and closed: its answer stands.
+                   (streamed && (result == CURLE_SEND_ERROR || result == CURLE_SEND_FAIL_REWIND)));
+  errorCode_ = static_cast<uint32_t>(result);
+  ExchangeResponse& received = exchange_->Response();
+  if (received.status == 401) address_->NoteAuthSchemes(exchange_->OfferedAuthSchemes());
+  if (answered) {
+    if (response_ != nullptr) response_->Dispose();
+    response_ = new HttpResponseImpl(std::move(received));
+    response_->AddRef();
+  }
+  exchange_.reset();
+  address_->ReturnChannel(std::move(channel_));
+  phase_ = Phase::kIdle;
+  return answered ? S_OK : E_FAIL;
+}
+
+HRESULT HttpRequestImpl::Send(Norvane::HTTPResponse** response) {
+  if (response == nullptr) return E_POINTER;
+  *response = nullptr;
+  HRESULT hr;
+  if (phase_ == Phase::kStreaming) {
+    hr = Conclude(exchange_->Finish());
+  } else if (phase_ == Phase::kAnswered) {
+    phase_ = Phase::kIdle;
+    hr = answer_;
+  } else {
+    if (response_ != nullptr) {
+      response_->Dispose();
+      response_ = nullptr;
+    }
+    if (!TakeChannel()) return E_OUTOFMEMORY;
+    exchange_ = std::make_unique<HttpExchange>(*channel_);
+    CURLcode rc = exchange_->Start(MakeSetup(false, body_.data(), body_.size()));
+    hr = Conclude(rc == CURLE_OK ? exchange_->Finish() : rc);
+  }
+  if (SUCCEEDED(hr)) {
+    if (response_ == nullptr) return E_FAIL;
+    *response = response_;
+  }
+  return hr;
+}
+
+HRESULT HttpRequestImpl::SendBody(const uint8_t* body, uint32_t length) {
+  if (phase_ == Phase::kStreaming) return E_FAIL;
+  HRESULT hr = SetBody(body, length);
+  if (FAILED(hr)) return hr;
+  Norvane::HTTPResponse* ignored = nullptr;
+  phase_ = Phase::kIdle;
+  answer_ = Send(&ignored);
+  phase_ = Phase::kAnswered;
+  // Only a transport failure is a failure of the sending; the status of the
+  // answer is for Send to report.
+  return answer_;
+}
+
+HRESULT HttpRequestImpl::Open(uint64_t /*context: the library's, unused here*/) {
+  if (phase_ == Phase::kStreaming) return E_FAIL;
+  phase_ = Phase::kIdle;
+  if (response_ != nullptr) {
+    response_->Dispose();
+    response_ = nullptr;
+  }
+  if (!TakeChannel()) return E_OUTOFMEMORY;
+  deframe_ = CallerFramesChunks();
+  deframer_ = ChunkDeframer();
+  exchange_ = std::make_unique<HttpExchange>(*channel_);
+  phase_ = Phase::kStreaming;
+  CURLcode rc = exchange_->Start(MakeSetup(true, nullptr, 0));
+  if (rc == CURLE_OK) rc = exchange_->OpenBody();
+  if (exchange_->Ended() || rc != CURLE_OK) {
+    // An answer before any body (a refusal) is kept for Send; no answer at all
+    // means the device was not reached.
+    if (rc == CURLE_OK && exchange_->HasResponseHead()) return S_OK;
+    Conclude(rc == CURLE_OK ? exchange_->Result() : rc);
+    return E_FAIL;
+  }
+  errorCode_ = 0;
+  return S_OK;
+}
+
+HRESULT HttpRequestImpl::WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t /*context*/) {
+  if (phase_ != Phase::kStreaming) return E_FAIL;
+  if (bytes == nullptr && length != 0) return E_INVALIDARG;
+  if (length == 0) return S_OK;
+  if (!exchange_->Ended()) {
+    if (deframe_) {
+      bool framed = deframer_.Feed(bytes, length, [this](const uint8_t* piece, size_t size) {
+        exchange_->Write(piece, size);
+        return !exchange_->Ended();
+      });
+      if (!framed && deframer_.Failed()) {
+        errorCode_ = CURLE_BAD_FUNCTION_ARGUMENT;
+        return E_INVALIDARG;
+      }
+      if (deframer_.Finished()) exchange_->EndBody();
+    } else {
+      exchange_->Write(bytes, length);
+    }
+  }
+  if (exchange_->Ended() && !exchange_->HasResponseHead()) {
+    errorCode_ = static_cast<uint32_t>(exchange_->Result());
+    return E_FAIL;
+  }
+  // After an early answer the rest of the document has nowhere to go; Send
+  // reports that answer.
+  return S_OK;
+}
+
+}  // namespace NorvaneHost

@@ -1,0 +1,111 @@
+// The host's HTTP request and response objects on libcurl.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "chunk_deframer.h"
+#include "http_exchange.h"
+#include "norvane/transport.h"
+#include "settings.h"
+#include "url.h"
+
+namespace NorvaneHost {
+
+class NetAddressImpl;
+
+// A received response. Text bodies are followed by a zero byte that the length
+// does not count; header values are kept as wide text for GetHeader.
+class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPResponse> {
+ public:
+  explicit HttpResponseImpl(ExchangeResponse&& response);
+
+  HRESULT GetStatusText(const char16_t** text) override;
+  uint32_t GetStatus() override { return status_; }
+  const char16_t* GetContentType() override { return GetHeader(u"Content-Type"); }
+  HRESULT GetAllHeaders(const char16_t** text) override;
+  uint32_t GetBodyLength() override { return static_cast<uint32_t>(length_); }
+  const uint8_t* GetBody() override { return length_ == 0 ? nullptr : body_.data(); }
+  // Repeated fields are answered joined by ", ", as one field.
+  const char16_t* GetHeader(const char16_t* name) override;
+  const char* GetTypeName() override { return "NorvaneHost::HttpResponseImpl"; }
+
+ private:
+  uint32_t status_;
+  std::u16string statusText_;
+  std::u16string allHeaders_;
+  std::vector<std::pair<std::string, std::u16string>> headers_;  // one entry per field name
+  std::vector<uint8_t> body_;  // the bytes, then a zero
+  size_t length_;
+};
+
+// One request to one port of a device. It may run several exchanges in turn
+// (each Send, SendBody or Open starts one); the response of the last stays
+// valid until the next exchange or the request's end. Used by one thread at a
+// time.
+class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
+ public:
+  HttpRequestImpl(NetAddressImpl* address, HostName host, bool tls, uint32_t port, HttpSettings settings);
+  ~HttpRequestImpl() override;
+
+  const char16_t* GetURL() override;
+  HRESULT SetResource(const char16_t* path) override;
+  HRESULT SetUserName(const char16_t* name) override;
+  HRESULT SetPassword(const char16_t* password) override;
+  HRESULT SetMethod(const char16_t* method) override;
+  // A field set again (names compare ignoring case) replaces the earlier value.
+  HRESULT AddHeader(const char16_t* name, const char16_t* value) override;
+  HRESULT SetContentType(const char16_t* contentType) override;
+  HRESULT SetBody(const uint8_t* body, uint32_t length) override;
+  HRESULT Send(Norvane::HTTPResponse** response) override;
+  HRESULT SetSecurityFlags(uint32_t flags) override;
+  uint32_t GetErrorCode() override { return errorCode_; }
+  HRESULT SetTimeout(uint32_t milliseconds) override;
+
+  HRESULT SendBody(const uint8_t* body, uint32_t length) override;
+  HRESULT Open(uint64_t context) override;
+  HRESULT WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t context) override;
+  const char* GetTypeName() override { return "NorvaneHost::HttpRequestImpl"; }
+
+ private:
+  enum class Phase { kIdle, kStreaming, kAnswered };
+
+  // The header lines an exchange sends (for a streamed body or a whole one).
+  std::vector<std::string> HeaderLines(bool streamed) const;
+  ExchangeSetup MakeSetup(bool streamed, const uint8_t* body, size_t length) const;
+  bool TakeChannel();
+  // Ends the exchange in progress: keeps its response when one came, gives the
+  // channel back to the address, and answers S_OK or E_FAIL.
+  HRESULT Conclude(CURLcode result);
+  bool CallerFramesChunks() const;
+
+  NetAddressImpl* address_;  // one reference held
+  HostName host_;
+  bool tls_;
+  uint32_t port_;
+  HttpSettings settings_;
+
+  std::string method_ = "GET";
+  std::string resource_ = "/";
+  std::string userName_;
+  std::string password_;
+  std::string contentType_;
+  std::vector<std::pair<std::string, std::string>> headers_;
+  std::vector<uint8_t> body_;
+  uint32_t securityFlags_ = 0;
+  uint32_t errorCode_ = 0;
+  std::u16string url_;
+
+  // Declared before the exchange, which refers to it.
+  std::unique_ptr<CurlChannel> channel_;
+  std::unique_ptr<HttpExchange> exchange_;
+  Phase phase_ = Phase::kIdle;
+  HRESULT answer_ = S_OK;  // what Send reports after SendBody
+  bool deframe_ = false;
+  ChunkDeframer deframer_;
+  HttpResponseImpl* response_ = nullptr;  // one reference held
+};
+
+}  // namespace NorvaneHost

@@ -1,0 +1,212 @@
+#include "mib_connection.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "text.h"
+
+namespace NorvaneHost {
+
+namespace {
+
+// Objects asked for in one PDU; larger requests are split so that an agent's
+// tooBig answer is unlikely.
+constexpr size_t kMaxVarbindsPerPdu = 16;
+
+void ClearOut(VARIANT* value) {
+  VariantClear(value);
+  VariantInit(value);
+}
+
+}  // namespace
+
+void EnsureSnmpStarted() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    // A library must not write to the host's terminal: every record is dropped.
+    netsnmp_register_loghandler(NETSNMP_LOGHANDLER_NONE, LOG_DEBUG);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_SAVE, 1);
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
+    init_snmp("norvane-host");
+  });
+}
+
+HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& settings,
+                                  MibConnectionImpl** connection) {
+  if (connection == nullptr) return E_POINTER;
+  *connection = nullptr;
+  EnsureSnmpStarted();
+  auto* made = new MibConnectionImpl(host, settings);
+  made->AddRef();
+  HRESULT hr;
+  {
+    std::lock_guard<std::mutex> lock(made->mutex_);
+    hr = made->OpenSessionNoLock();
+  }
+  if (FAILED(hr)) {
+    made->Dispose();
+    return hr;
+  }
+  *connection = made;
+  return S_OK;
+}
+
+HRESULT MibConnectionImpl::OpenSessionNoLock() {
+  session_.reset();
+  pending_.reset();
+  std::string peer = SnmpPeerName(host_, settings_.port);
+  netsnmp_session setup;
+  snmp_sess_init(&setup);
+  setup.version = settings_.version == 1 ? SNMP_VERSION_1 : SNMP_VERSION_2c;
+  setup.peername = peer.data();
+  // Copied by snmp_sess_open, like the peer name.
+  setup.community = reinterpret_cast<u_char*>(settings_.community.data());
+  setup.community_len = settings_.community.size();
+  setup.timeout = static_cast<long>(settings_.timeoutMs) * 1000;
+  setup.retries = static_cast<int>(settings_.retries);
+  session_.reset(snmp_sess_open(&setup));
+  return session_ ? S_OK : E_FAIL;
+}
+
+HRESULT MibConnectionImpl::ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* response) {
+  response->reset();
+  if (!session_) {
+    snmp_free_pdu(request);
+    return E_FAIL;
+  }
+  netsnmp_pdu* answer = nullptr;
+  int status = snmp_sess_synch_response(session_.get(), request, &answer);
+  response->reset(answer);
+  if (status == STAT_TIMEOUT) return kSnmpTimeout;
+  if (status != STAT_SUCCESS || answer == nullptr) return E_FAIL;
+  return S_OK;
+}
+
+HRESULT MibConnectionImpl::GetValue(const char16_t* oidText, VARIANT* value) {
+  if (oidText == nullptr || value == nullptr) return E_FAIL;
+  std::optional<std::vector<oid>> name = ParseOid(oidText);
+  if (!name) return E_INVALIDARG;
+  std::lock_guard<std::mutex> lock(mutex_);
+  pending_.reset();
+  netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GET);
+  snmp_add_null_var(request, name->data(), name->size());
+  SnmpPduPtr response;
+  HRESULT hr = ExchangeNoLock(request, &response);
+  if (FAILED(hr)) return hr;
+  if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return E_FAIL;
+  ClearOut(value);
+  return VariableToVariant(*response->variables, value);
+}
+
+HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* values, uint32_t count) {
+  if (oids == nullptr || values == nullptr || count == 0) return E_FAIL;
+  for (uint32_t i = 0; i < count; ++i) ClearOut(&values[i]);
+  std::lock_guard<std::mutex> lock(mutex_);
+  pending_.reset();
+
+  // Indexes of the objects still to ask for, with their parsed names.
+  std::vector<std::pair<uint32_t, std::vector<oid>>> wanted;
+  for (uint32_t i = 0; i < count; ++i) {
+    if (oids[i] == nullptr) continue;
+    if (auto name = ParseOid(oids[i])) wanted.emplace_back(i, std::move(*name));
+  }
+  size_t start = 0;
+  while (start < wanted.size()) {
+    size_t end = std::min(wanted.size(), start + kMaxVarbindsPerPdu);
+    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GET);
+    for (size_t k = start; k < end; ++k) {
+      snmp_add_null_var(request, wanted[k].second.data(), wanted[k].second.size());
+    }
+    SnmpPduPtr response;
+    HRESULT hr = ExchangeNoLock(request, &response);
+    if (FAILED(hr)) {
+      for (uint32_t i = 0; i < count; ++i) ClearOut(&values[i]);
+      return hr;
+    }
+    if (response->errstat == SNMP_ERR_NOSUCHNAME && response->errindex >= 1 &&
+        static_cast<size_t>(response->errindex) <= end - start) {
+      // An SNMPv1 agent refuses the whole PDU for one missing object: leave
+      // that one empty and ask again for the others.
+      wanted.erase(wanted.begin() + static_cast<std::ptrdiff_t>(start + response->errindex - 1));
+      continue;
+    }
+    if (response->errstat != SNMP_ERR_NOERROR) {
+      for (uint32_t i = 0; i < count; ++i) ClearOut(&values[i]);
+      return E_FAIL;
+    }
+    size_t k = start;
+    for (netsnmp_variable_list* variable = response->variables; variable != nullptr && k < end;
+         variable = variable->next_variable, ++k) {
+      VARIANT* out = &values[wanted[k].first];
+      if (FAILED(VariableToVariant(*variable, out))) ClearOut(out);
+    }
+    start = end;
+  }
+  return S_OK;
+}
+
+HRESULT MibConnectionImpl::GetNextOidAndValue(const char16_t* oidText, char16_t* nextOid, uint32_t nextOidSize,
+                                              VARIANT* value) {
+  if (oidText == nullptr || nextOid == nullptr || nextOidSize == 0 || value == nullptr) return E_FAIL;
+  std::optional<std::vector<oid>> name = ParseOid(oidText);
+  if (!name) return E_INVALIDARG;
+  std::lock_guard<std::mutex> lock(mutex_);
+
+  if (!pending_ || pending_->asked != *name) {
+    pending_.reset();
+    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETNEXT);
+    snmp_add_null_var(request, name->data(), name->size());
+    SnmpPduPtr response;
+    HRESULT hr = ExchangeNoLock(request, &response);
+    if (FAILED(hr)) return hr;
+    // noSuchName (v1) or endOfMibView (v2c): there is no next object.
+    if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return E_FAIL;
+    const netsnmp_variable_list& variable = *response->variables;
+    PendingNext answer;
+    answer.asked = std::move(*name);
+    answer.next = FormatOid(variable.name, variable.name_length);
+    hr = VariableToVariant(variable, answer.value.Ptr());
+    if (FAILED(hr)) return hr;
+    pending_ = std::move(answer);
+  }
+
+  if (pending_->next.size() + 1 > nextOidSize) return E_OUTOFMEMORY;
+  std::memcpy(nextOid, pending_->next.c_str(), (pending_->next.size() + 1) * sizeof(char16_t));
+  ClearOut(value);
+  *value = pending_->value.Detach();
+  pending_.reset();
+  return S_OK;
+}
+
+HRESULT MibConnectionImpl::SetValue(const char16_t* oidText, const VARIANT* value) {
+  if (oidText == nullptr || value == nullptr) return E_FAIL;
+  std::optional<std::vector<oid>> name = ParseOid(oidText);
+  if (!name) return E_INVALIDARG;
+  std::optional<SnmpSetValue> sent = VariantToSetValue(*value);
+  if (!sent) return DISP_E_TYPEMISMATCH;
+  std::lock_guard<std::mutex> lock(mutex_);
+  pending_.reset();
+  netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_SET);
+  if (sent->type == ASN_INTEGER) {
+    snmp_pdu_add_variable(request, name->data(), name->size(), ASN_INTEGER, &sent->integer, sizeof(long));
+  } else {
+    snmp_pdu_add_variable(request, name->data(), name->size(), ASN_OCTET_STR, sent->bytes.data(),
+                          sent->bytes.size());
+  }
+  SnmpPduPtr response;
+  HRESULT hr = ExchangeNoLock(request, &response);
+  if (FAILED(hr)) return hr;
+  return response->errstat == SNMP_ERR_NOERROR ? S_OK : E_FAIL;
+}
+
+HRESULT MibConnectionImpl::SetCommunity(const char16_t* community) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::string text = ToUtf8(community);
+  settings_.community = text.empty() ? SnmpSettings().community : text;
+  return OpenSessionNoLock();
+}
+
+}  // namespace NorvaneHost

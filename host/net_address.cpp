@@ -1,0 +1,161 @@
+#include "net_address.h"
+
+#include "http_request.h"
+#include "mib_connection.h"
+#include "text.h"
+
+namespace NorvaneHost {
+
+NetAddressImpl* NetAddressImpl::Create(const char16_t* host) {
+  if (host == nullptr || *host == 0) return nullptr;
+  auto* address = new NetAddressImpl(host);
+  address->AddRef();
+  return address;
+}
+
+NetAddressImpl::NetAddressImpl(std::u16string host)
+    : hostText_(std::move(host)), host_(ParseHostName(hostText_)) {}
+
+NetAddressImpl::~NetAddressImpl() = default;
+
+const char16_t* NetAddressImpl::GetCommunityName() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  community16_ = ToUtf16(snmp_.community);
+  return community16_.c_str();
+}
+
+HRESULT NetAddressImpl::MakeRequest(Norvane::HTTPRequest** request, uint32_t port) {
+  if (request == nullptr) return E_POINTER;
+  *request = nullptr;
+  if (port == 0 || port > 65535) return E_INVALIDARG;
+  // A port name (USB001) or malformed text cannot be reached over the network.
+  if (!host_) return E_FAIL;
+  bool tls;
+  uint32_t effective;
+  HttpSettings settings;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    tls = UsesTls(port, secure_);
+    effective = EffectivePort(port, portText_);
+    settings = http_;
+  }
+  auto* made = new HttpRequestImpl(this, *host_, tls, effective, settings);
+  made->AddRef();
+  *request = made;
+  return S_OK;
+}
+
+HRESULT NetAddressImpl::CreateRequest(Norvane::HTTPRequest** request, uint32_t port) {
+  return MakeRequest(request, port);
+}
+
+HRESULT NetAddressImpl::CreateRequestEx(Norvane::HTTPRequest** request, uint32_t port) {
+  return MakeRequest(request, port);
+}
+
+HRESULT NetAddressImpl::GetMIBConnection(Norvane::MIBConnection** connection) {
+  if (connection == nullptr) return E_POINTER;
+  *connection = nullptr;
+  if (!host_) return E_FAIL;
+  SnmpSettings settings;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    settings = snmp_;
+  }
+  MibConnectionImpl* made = nullptr;
+  HRESULT hr = MibConnectionImpl::Create(*host_, settings, &made);
+  if (SUCCEEDED(hr)) *connection = made;
+  return hr;
+}
+
+HRESULT NetAddressImpl::SetPortText(const char16_t* port) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  portText_ = port == nullptr ? std::u16string() : std::u16string(port);
+  return S_OK;
+}
+
+const char16_t* NetAddressImpl::GetPortText() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return portText_.c_str();
+}
+
+HRESULT NetAddressImpl::SetSecure(bool secure) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  secure_ = secure;
+  return S_OK;
+}
+
+bool NetAddressImpl::IsSecure() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return secure_;
+}
+
+HRESULT NetAddressImpl::SetTimeout(uint32_t milliseconds) {
+  if (milliseconds == 0) return E_INVALIDARG;
+  std::lock_guard<std::mutex> lock(mutex_);
+  http_.readTimeoutMs = milliseconds;
+  return S_OK;
+}
+
+uint32_t NetAddressImpl::GetTimeout() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return http_.readTimeoutMs;
+}
+
+void NetAddressImpl::SetHttpTimeouts(uint32_t connectMs, uint32_t readMs) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (connectMs != 0) http_.connectTimeoutMs = connectMs;
+  if (readMs != 0) http_.readTimeoutMs = readMs;
+}
+
+void NetAddressImpl::SetSnmpCommunity(std::string community) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.community = community.empty() ? SnmpSettings().community : std::move(community);
+}
+
+void NetAddressImpl::SetSnmpVersion(uint32_t version) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.version = version;
+}
+
+void NetAddressImpl::SetSnmpPort(uint32_t port) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.port = port;
+}
+
+void NetAddressImpl::SetSnmpTimeout(uint32_t milliseconds, uint32_t retries) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.timeoutMs = milliseconds;
+  snmp_.retries = retries;
+}
+
+std::unique_ptr<CurlChannel> NetAddressImpl::TakeChannel() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!idle_.empty()) {
+      std::unique_ptr<CurlChannel> channel = std::move(idle_.back());
+      idle_.pop_back();
+      return channel;
+    }
+  }
+  return CurlChannel::Create();
+}
+
+void NetAddressImpl::ReturnChannel(std::unique_ptr<CurlChannel> channel) {
+  if (!channel) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (idle_.size() < kMaxIdleChannels) idle_.push_back(std::move(channel));
+  // else: the channel and its connection close here
+}
+
+void NetAddressImpl::NoteAuthSchemes(long schemes) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (schemes != 0) authSchemes_ = schemes;
+}
+
+long NetAddressImpl::KnownAuthSchemes() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return authSchemes_;
+}
+
+}  // namespace NorvaneHost

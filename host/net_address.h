@@ -1,0 +1,76 @@
+// The host's address of one network device: makes its HTTP requests and SNMP
+// connections, and keeps the idle HTTP channels so that connections to the
+// device stay open between requests.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "curl_channel.h"
+#include "norvane/transport.h"
+#include "settings.h"
+#include "url.h"
+
+namespace NorvaneHost {
+
+class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddress> {
+ public:
+  // One reference for the caller; null for a null or empty host.
+  static NetAddressImpl* Create(const char16_t* host);
+  ~NetAddressImpl() override;
+
+  const char16_t* GetName() override { return hostText_.c_str(); }
+  const char16_t* GetHost() override { return hostText_.c_str(); }
+  const char16_t* GetCommunityName() override;
+  // Both make the same request class, which also offers the streaming entries.
+  HRESULT CreateRequest(Norvane::HTTPRequest** request, uint32_t port) override;
+  HRESULT CreateRequestEx(Norvane::HTTPRequest** request, uint32_t port) override;
+  HRESULT GetMIBConnection(Norvane::MIBConnection** connection) override;
+  HRESULT SetPortText(const char16_t* port) override;
+  const char16_t* GetPortText() override;
+  HRESULT SetSecure(bool secure) override;
+  bool IsSecure() override;
+  HRESULT SetTimeout(uint32_t milliseconds) override;
+  uint32_t GetTimeout() override;
+  const char* GetTypeName() override { return "NorvaneHost::NetAddressImpl"; }
+
+  void SetHttpTimeouts(uint32_t connectMs, uint32_t readMs);
+  void SetSnmpCommunity(std::string community);
+  void SetSnmpVersion(uint32_t version);
+  void SetSnmpPort(uint32_t port);
+  void SetSnmpTimeout(uint32_t milliseconds, uint32_t retries);
+
+  // An idle channel (with its open connection) or a new one; null when libcurl
+  // cannot make one.
+  std::unique_ptr<CurlChannel> TakeChannel();
+  void ReturnChannel(std::unique_ptr<CurlChannel> channel);
+
+  // Authentication schemes the device asked for in its last challenge.
+  void NoteAuthSchemes(long schemes);
+  long KnownAuthSchemes();
+
+ private:
+  explicit NetAddressImpl(std::u16string host);
+  HRESULT MakeRequest(Norvane::HTTPRequest** request, uint32_t port);
+
+  // Idle channels kept per device; more concurrent requests than this open
+  // extra connections that close when they finish.
+  static constexpr size_t kMaxIdleChannels = 4;
+
+  const std::u16string hostText_;
+  const std::optional<HostName> host_;
+
+  std::mutex mutex_;  // guards everything below
+  std::u16string portText_;
+  std::u16string community16_;
+  bool secure_ = false;
+  HttpSettings http_;
+  SnmpSettings snmp_;
+  std::vector<std::unique_ptr<CurlChannel>> idle_;
+  long authSchemes_ = 0;
+};
+
+}  // namespace NorvaneHost

@@ -1,0 +1,78 @@
+// The reference host transport (libnorvane-host): a real Address for a network
+// printer, with HTTP(S) requests over libcurl and SNMP v1/v2c over net-snmp, so
+// the library can talk to real devices. Link with -lnorvane-host -lnorvane
+// (pkg-config norvane-host). This header is not part of <norvane/norvane.h>: a
+// host that brings its own transport never includes it.
+//
+// Objects follow the library's reference counting: CreateNetAddress returns one
+// reference owned by the caller, released with Dispose(); requests and
+// connections made by the address keep their own reference on it.
+//
+// Behaviour of the address's requests:
+//  - URL: http://HOST:PORT/RESOURCE with the port the library asks for; an IPv6
+//    literal host is written in brackets. A resource given as an absolute URL
+//    (scheme://authority/path) contributes only its path and query.
+//  - The port text (SetPortText) replaces the port of IPP requests, i.e. when the
+//    library asks for 631 or 443; other ports are used as asked.
+//  - https is used for port 443, and for IPP requests (631 or 443 asked) while
+//    the address is secure (SetSecure). XML and web-service ports stay plain.
+//  - Credentials answer Basic and Digest challenges. "Expect: 100-continue" is
+//    never sent; connections are kept alive and reused between requests.
+//  - A streamed request (QxHTTPRequestEx::Open then WriteChunk) whose headers
+//    carry "Transfer-Encoding: chunked" receives its body already framed in
+//    chunks; the host removes that framing and libcurl frames the payload again
+//    on the wire, so the peer sees exactly one valid chunked body. Without that
+//    header the written bytes are the body itself. At most one chunk is held in
+//    memory whatever the document size.
+//  - HTTPRequest::GetErrorCode answers the libcurl code (CURLcode) of the last
+//    exchange; NetAddressErrorText describes it.
+#pragma once
+
+#include <cstdint>
+
+#include "norvane/transport.h"
+
+// TLS checks the host may relax with HTTPRequest::SetSecurityFlags. The values
+// are those hosts written for the original platform already pass.
+// libcurl cannot ignore only a certificate's dates, so that flag, like an unknown
+// issuer, turns chain verification off.
+#define NORVANE_SECURITY_IGNORE_UNKNOWN_CA 0x00000100u
+#define NORVANE_SECURITY_IGNORE_WRONG_USAGE 0x00000200u
+#define NORVANE_SECURITY_IGNORE_CERT_CN_INVALID 0x00001000u
+#define NORVANE_SECURITY_IGNORE_CERT_DATE_INVALID 0x00002000u
+
+// SNMP versions for NetAddressSetSnmpVersion.
+#define NORVANE_SNMP_VERSION_1 1u
+#define NORVANE_SNMP_VERSION_2C 2u
+
+extern "C" {
+
+// A new address for a host name, an IPv4 address or an IPv6 address (with or
+// without brackets). Null when host is null or empty.
+NORVANE_API Norvane::QxNetAddress* CreateNetAddress(const char16_t* host);
+
+// The setters below change what later requests and connections of an address
+// use; requests and connections already made keep their settings. Each returns
+// S_OK, or E_INVALIDARG for a null or foreign address or an out-of-range value.
+// The address must be one made by CreateNetAddress.
+
+// SNMP community (default "public"); null or empty restores the default.
+NORVANE_API HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address,
+                                               const char16_t* community);
+// NORVANE_SNMP_VERSION_1 or NORVANE_SNMP_VERSION_2C (the default).
+NORVANE_API HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uint32_t version);
+// UDP port of the agent (default 161).
+NORVANE_API HRESULT NetAddressSetSnmpPort(Norvane::QxNetAddress* address, uint32_t port);
+// Wait for one SNMP answer and the number of further tries (defaults 2000 ms, 1).
+NORVANE_API HRESULT NetAddressSetSnmpTimeout(Norvane::QxNetAddress* address,
+                                             uint32_t milliseconds, uint32_t retries);
+// HTTP connect time-out and read time-out (defaults 5000 ms and 30000 ms). The
+// read time-out bounds any wait in which no byte moves in either direction; 0
+// keeps the current value.
+NORVANE_API HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address,
+                                              uint32_t connectMilliseconds,
+                                              uint32_t readMilliseconds);
+
+// Text describing an HTTPRequest::GetErrorCode value (static storage).
+NORVANE_API const char* NetAddressErrorText(uint32_t code);
+}
