@@ -18,7 +18,8 @@
 # Environment read: NORVANE_PRINTER_SIM (simulator binary, or --sim),
 # NORVANE_BENCH_FIXTURES (fixture set, or --fixtures), NORVANE_BENCH_START_TIMEOUT
 # (seconds per peer, default 15), NORVANE_BENCH_KEEP=1 (keep the work directory),
-# NORVANE_BENCH_VERBOSE=1 (verbose peers, logs printed at the end).
+# NORVANE_BENCH_VERBOSE=1 (verbose peers, logs printed at the end),
+# NORVANE_BENCH_UNSHARE (force the unshare options, e.g. "-rn").
 # What COMMAND receives is listed in export_bench_environment below.
 set -euo pipefail
 
@@ -63,13 +64,21 @@ skip_or_fail() {
 # on top of the network namespace makes the kernel kill anything COMMAND left
 # behind when the bench's init exits; a root user outside any user namespace can
 # still make a bare network namespace.
+# (printf, not echo: echo would swallow a lone "-n".)
 pick_isolation() {
+    if [[ -n ${NORVANE_BENCH_UNSHARE:-} ]]; then
+        # Forced, to exercise a weaker isolation on a machine that offers more.
+        [[ $NORVANE_BENCH_UNSHARE == *n* ]] || return 1
+        # shellcheck disable=SC2086
+        unshare $NORVANE_BENCH_UNSHARE true && printf '%s\n' "$NORVANE_BENCH_UNSHARE"
+        return
+    fi
     if unshare -rn --pid --fork --kill-child=SIGTERM true 2>/dev/null; then
-        echo "-rn --pid --fork --kill-child=SIGTERM"
+        printf '%s\n' "-rn --pid --fork --kill-child=SIGTERM"
     elif unshare -rn true 2>/dev/null; then
-        echo "-rn"
+        printf '%s\n' "-rn"
     elif [[ $(id -u) == 0 ]] && unshare -n true 2>/dev/null; then
-        echo "-n"
+        printf '%s\n' "-n"
     else
         return 1
     fi
@@ -112,8 +121,11 @@ outer() {
     isolation=$(pick_isolation) || skip_or_fail "cannot create a network namespace here"
     local unshare_options
     read -ra unshare_options <<<"$isolation"
+    [[ ${#unshare_options[@]} -gt 0 ]] || skip_or_fail "no usable unshare options"
 
     export _NORVANE_BENCH_SIM _NORVANE_BENCH_FIXTURES _NORVANE_BENCH_ISOLATION
+    export _NORVANE_BENCH_HOST_NETNS
+    _NORVANE_BENCH_HOST_NETNS=$(readlink /proc/self/ns/net)
     _NORVANE_BENCH_SIM=$(readlink -f -- "$sim")
     _NORVANE_BENCH_FIXTURES=$(readlink -f -- "$fixtures")
     _NORVANE_BENCH_ISOLATION=$isolation
@@ -197,13 +209,14 @@ peer_pid() {
 }
 
 dump_logs() {
-    local file
+    local file shown=0
     for file in "$workdir"/logs/*; do
         [[ -s $file ]] || continue
         printf '\n----- %s (last 60 lines) -----\n' "${file##*/}" >&2
         tail -n 60 "$file" >&2
+        shown=1
     done
-    printf -- '-----\n' >&2
+    [[ $shown == 0 ]] || printf -- '-----\n' >&2
 }
 
 bench_fail() {
@@ -299,14 +312,22 @@ on_signal() {
 }
 
 setup_network() {
-    ip link set lo up
+    # Everything below rewires the current network namespace; on the host's it would
+    # shadow real addresses (documentation ranges are used by real sandboxes too).
+    local netns
+    netns=$(readlink /proc/self/ns/net)
+    if [[ -z ${_NORVANE_BENCH_HOST_NETNS:-} || $netns == "$_NORVANE_BENCH_HOST_NETNS" ]]; then
+        bench_fail "not inside a private network namespace ($netns); refusing to touch the network"
+    fi
     # A non-loopback address of each family, so getaddrinfo with AI_ADDRCONFIG
     # answers for both. The veth pair stays inside the namespace; nothing routes out.
-    ip link add nvbench0 type veth peer name nvbench1
-    ip addr add "$BENCH_IPV4/24" dev nvbench0
-    ip -6 addr add "$BENCH_IPV6/64" dev nvbench0 nodad
-    ip link set nvbench0 up
-    ip link set nvbench1 up
+    # Chained with &&: set -e does not apply inside a function called from "||".
+    ip link set lo up &&
+        ip link add nvbench0 type veth peer name nvbench1 &&
+        ip addr add "$BENCH_IPV4/24" dev nvbench0 &&
+        ip -6 addr add "$BENCH_IPV6/64" dev nvbench0 nodad &&
+        ip link set nvbench0 up &&
+        ip link set nvbench1 up
 }
 
 start_peers() {

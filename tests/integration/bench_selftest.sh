@@ -77,21 +77,40 @@ expect_eq "simulator options: the bench starts without the SOAP port" 0 "$status
 expect_eq "simulator options reach the simulator" "off closed 503 200" \
     "$(sed -n 's/^RESULT: //p' "$TMPDIR/out")"
 
-echo "== stop request"
-"$bench" -- sleep "$marker_sleep" >"$TMPDIR/out" 2>&1 &
-bench_pid=$!
-for ((i = 0; i < 300; i++)); do
-    grep -q 'peers up' "$TMPDIR/out" && break
-    sleep 0.1
+# Both ways of isolating: with a PID namespace (the default here) the kernel ends
+# what the bench misses; with -rn alone, the bench's own process-group kill must.
+for isolation in "" "-rn"; do
+    echo "== stop request (unshare ${isolation:-chosen by the bench})"
+    NORVANE_BENCH_UNSHARE=$isolation "$bench" -- bash -c "sleep $marker_sleep & sleep $marker_sleep" \
+        >"$TMPDIR/out" 2>&1 &
+    bench_pid=$!
+    for ((i = 0; i < 300; i++)); do
+        grep -q 'peers up' "$TMPDIR/out" && break
+        sleep 0.1
+    done
+    started=$EPOCHREALTIME
+    kill -TERM "$bench_pid"
+    status=0
+    wait "$bench_pid" || status=$?
+    expect_eq "SIGTERM ends the bench with 143" 143 "$status"
+    expect_eq "and does so within 5 s" yes \
+        "$(awk -v s="$started" -v e="$EPOCHREALTIME" 'BEGIN { print (e - s < 5) ? "yes" : "no" }')"
+    expect_no_leftovers "after SIGTERM"
 done
-started=$EPOCHREALTIME
-kill -TERM "$bench_pid"
+
+echo "== the host's network is never touched"
+# Run the inner half as if unshare had failed to make a namespace, inside a throwaway
+# namespace so that a broken guard cannot harm the real network.
 status=0
-wait "$bench_pid" || status=$?
-expect_eq "SIGTERM ends the bench with 143" 143 "$status"
-expect_eq "and does so within 5 s" yes \
-    "$(awk -v s="$started" -v e="$EPOCHREALTIME" 'BEGIN { print (e - s < 5) ? "yes" : "no" }')"
-expect_no_leftovers "after SIGTERM"
+# shellcheck disable=SC2016  # expanded by the inner shell
+unshare -rn bash -c '
+    _NORVANE_BENCH_HOST_NETNS=$(readlink /proc/self/ns/net) \
+    _NORVANE_BENCH_SIM=$2 _NORVANE_BENCH_FIXTURES=/nonexistent _NORVANE_BENCH_ISOLATION=none \
+        "$1" --inner -- true
+    status=$?
+    ip link show nvbench0 >/dev/null 2>&1 && exit 99
+    exit $status' _ "$bench" "$sim" >"$TMPDIR/out" 2>&1 || status=$?
+expect_eq "the bench refuses to configure the namespace it was started in" 125 "$status"
 
 echo "== a peer that cannot start"
 mkdir -p "$TMPDIR/empty-fixtures"
