@@ -19,6 +19,7 @@ struct NORVANE_API CachedValue {
 };
 
 // Keyed by "[prefix:]name", ordered by UTF-16 code unit.
-using ValueTable = std::map<std::u16string, CachedValue>;
+// Transparent comparison: lookups by view cost no allocation.
+using ValueTable = std::map<std::u16string, CachedValue, std::less<>>;
 
 }  // namespace Norvane

@@ -1,14 +1,13 @@
 // Data collection and single-request entry points.
+#include "engine/data_collection_impl.h"
 #include "norvane/api.h"
 #include "support/log.h"
 
 QX_LOG_SOURCE_FILE()
 
 namespace {
-// The collection engine is not in this build yet: every creation answers as for
-// a device that no data map can reach.
-constexpr HRESULT kNoUsableDataMap = E_FAIL;
-// Single requests answer as for a missing address or an unusable device.
+// Single requests answer as for a missing address or an unusable device until
+// the single-request processor is built in.
 constexpr HRESULT kSingleRequestUnavailable = 108;
 }  // namespace
 
@@ -16,24 +15,21 @@ extern "C" HRESULT CreateDataCollectionFromFile(Norvane::Address* address, const
                                                 Norvane::DataCollection** collection,
                                                 Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromFile");
-  (void)address, (void)path, (void)collection, (void)cache;
-  return kNoUsableDataMap;
+  return Norvane::DataCollectionImpl::CreateFromFile(address, path, collection, cache);
 }
 
 extern "C" HRESULT CreateDataCollectionFromXML(Norvane::Address* address, const char16_t* xml,
                                                Norvane::DataCollection** collection,
                                                Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromXML");
-  (void)address, (void)xml, (void)collection, (void)cache;
-  return kNoUsableDataMap;
+  return Norvane::DataCollectionImpl::CreateFromXML(address, xml, collection, cache);
 }
 
 extern "C" HRESULT CreateDataCollectionFromDOM(Norvane::Address* address, xmlNode* node,
                                                Norvane::DataCollection** collection,
                                                Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromDOM");
-  (void)address, (void)node, (void)collection, (void)cache;
-  return kNoUsableDataMap;
+  return Norvane::DataCollectionImpl::CreateFromDOM(address, node, collection, cache);
 }
 
 extern "C" HRESULT CreateDataCollectionFromDataMapSpecsCollection(Norvane::Address* address,
@@ -41,8 +37,7 @@ extern "C" HRESULT CreateDataCollectionFromDataMapSpecsCollection(Norvane::Addre
                                                                   Norvane::DataCollection** collection,
                                                                   Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromDataMapSpecsCollection");
-  (void)address, (void)specs, (void)collection, (void)cache;
-  return kNoUsableDataMap;
+  return Norvane::DataCollectionImpl::CreateFromSpecs(address, specs, collection, cache);
 }
 
 extern "C" HRESULT GetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml, VARIANT* value) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "datamap/item_key.h"
 #include "norvane/datamap.h"
 #include "support/expiry.h"
 #include "support/string_utils.h"
@@ -22,17 +23,6 @@ bool ParseTime(const Variant& companion, int64_t* time) {
   if (errno != 0 || end == nullptr || *end != 0) return false;
   *time = v;
   return true;
-}
-
-std::u16string ItemKey(const NvoDataItem& item) {
-  std::u16string key;
-  const char16_t* prefix = item.GetPrefix();
-  if (prefix != nullptr && *prefix != 0) {
-    key = prefix;
-    key += u':';
-  }
-  if (item.GetName() != nullptr) key += item.GetName();
-  return key;
 }
 
 // Lifespans by item key, the first item of a key in the data map's order winning.

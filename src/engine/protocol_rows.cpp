@@ -1,0 +1,61 @@
+#include "engine/protocol_rows.h"
+
+#include "engine/data_collection_impl.h"
+#include "support/string_utils.h"
+
+QX_LOG_SOURCE_FILE()
+
+namespace Norvane {
+
+namespace {
+
+// The providers detect their protocol at creation and the mappers wrap them.
+// A protocol whose provider this build does not contain yet cannot be reached,
+// exactly as for a device that does not answer it: its row yields no mapper
+// and the next data map is tried.
+DataCollectionImpl* OpenVexa(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+DataCollectionImpl* OpenWebServices(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+DataCollectionImpl* OpenProductInformation(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+DataCollectionImpl* OpenIpp(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+DataCollectionImpl* OpenOid(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+
+// Web services are tried unless the host says its web-service port is absent.
+bool WebServicePortAvailable(Address* address, QxLogging::CLogFunction& qxLog_) {
+  auto* net = dynamic_cast<QxNetAddress*>(address);
+  if (net == nullptr || net->GetWebServicePortFlag() != 0) return true;
+  QX_LOG(QxLogging::kInfo,
+         "Skipping the WSPrint DataModel, webservice port not created. bWebServicePortAvailable = %s", "FALSE");
+  return false;
+}
+
+}  // namespace
+
+ProtocolAttempt TryDataMap(Address* address, DataMapSpec* dataMap, bool wantIdentity, QxLogging::CLogFunction& log) {
+  ProtocolAttempt attempt;
+  switch (dataMap->GetDataMapType()) {
+    case DataMapTypeVEXA:
+      // Print-contract devices are not read through their discovery tree.
+      if (DataCollectionImpl::IsPrintContractDevice(address) == S_OK) break;
+      attempt.mapper = OpenVexa(address, dataMap, wantIdentity, &attempt);
+      break;
+    case DataMapTypeWS:
+      if (!WebServicePortAvailable(address, log)) break;
+      attempt.mapper = OpenWebServices(address, dataMap, wantIdentity, &attempt);
+      break;
+    case DataMapTypePLSXML:
+      attempt.mapper = OpenProductInformation(address, dataMap, wantIdentity, &attempt);
+      break;
+    case DataMapTypeIPP:
+      attempt.mapper = OpenIpp(address, dataMap, wantIdentity, &attempt);
+      break;
+    case DataMapTypeOID:
+      attempt.mapper = OpenOid(address, dataMap, wantIdentity, &attempt);
+      break;
+    case DataMapTypeNone:
+    default:
+      break;
+  }
+  return attempt;
+}
+
+}  // namespace Norvane

@@ -1,0 +1,221 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "engine/data_collection_impl.h"
+#include "norvane/api.h"
+#include "norvane/cache.h"
+#include "platform/clock.h"
+#include "support/capture_log.h"
+#include "support/fake_host.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace Norvane;
+using NorvaneTest::CaptureLog;
+using NorvaneTest::ScopedRegistryRoot;
+
+constexpr int64_t kTenthSecond = 1000000;
+
+// The smallest mapper: the collection's own table and nothing behind it.
+class TestMapper : public DisposableObject<DataCollectionImpl> {
+ public:
+  static TestMapper* Create() {
+    auto* m = new TestMapper();
+    m->AddRef();
+    return m;
+  }
+  std::u16string GetDataMapName() override { return u"Test"; }
+};
+
+struct Mapper {
+  TestMapper* p = TestMapper::Create();
+  ~Mapper() {
+    if (p) p->Dispose();
+  }
+  TestMapper* operator->() { return p; }
+};
+
+struct ClockOffset {
+  explicit ClockOffset(int64_t ticks) { SetFileTimeOffsetForTesting(ticks); }
+  ~ClockOffset() { SetFileTimeOffsetForTesting(0); }
+};
+
+std::u16string Text(const VARIANT& v) { return v.vt == VT_BSTR ? std::u16string(v.bstrVal) : u"<not text>"; }
+
+TEST(DataCollection, LifespansExpireAtTheirBoundary) {
+  Mapper m;
+  Variant v = Variant::FromString(u"idle");
+  ASSERT_EQ(m->StoreValue(u"State", &v.Get(), 50), S_OK);
+  ASSERT_EQ(m->StoreValue(u"Model", &v.Get(), 0), S_OK);
+  VARIANT out;
+  VariantInit(&out);
+  {
+    ClockOffset later(49 * kTenthSecond);
+    ASSERT_EQ(m->GetValue(u"State", &out), S_OK);
+    EXPECT_EQ(Text(out), u"idle");
+    VariantClear(&out);
+  }
+  {
+    ClockOffset later(51 * kTenthSecond);
+    out.vt = VT_I4;
+    out.lVal = 77;
+    EXPECT_EQ(m->GetValue(u"State", &out), E_FAIL);
+    EXPECT_EQ(out.vt, VT_I4);  // untouched
+    EXPECT_EQ(out.lVal, 77);
+    ASSERT_EQ(m->GetValue(u"Model", &out), S_OK);  // lifespan 0 never expires
+    VariantClear(&out);
+  }
+  {
+    ClockOffset earlier(-3600LL * 10 * kTenthSecond);  // clock set back an hour
+    EXPECT_EQ(m->GetValue(u"State", &out), E_FAIL);    // stamp now in the future
+    ASSERT_EQ(m->GetValue(u"Model", &out), S_OK);
+    VariantClear(&out);
+  }
+  EXPECT_EQ(m->GetValue(u"Missing", &out), E_FAIL);
+  EXPECT_EQ(m->GetValue(nullptr, &out), E_FAIL);
+  EXPECT_EQ(m->GetValue(u"Model", nullptr), E_FAIL);
+  // A later store replaces the entry, stamp and all.
+  Variant fresh = Variant::FromInt32(3);
+  {
+    ClockOffset later(51 * kTenthSecond);
+    ASSERT_EQ(m->StoreValue(u"State", &fresh.Get(), 50), S_OK);
+    ASSERT_EQ(m->GetValue(u"State", &out), S_OK);
+    EXPECT_EQ(out.lVal, 3);
+  }
+}
+
+TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExactly) {
+  Mapper m;
+  Variant v = Variant::FromString(u"x");
+  for (const char16_t* key : {u"dev:SerialNumber", u"dev:Model", u"device:Name", u"SerialNumber", u":Name",
+                              u"dev:a:b", u"Dev:Upper"}) {
+    m->StoreValue(key, &v.Get(), 0);
+  }
+  EXPECT_EQ(m->RemoveValuesWithPrefix(u"dev"), S_OK);
+  std::vector<std::u16string> left;
+  for (const auto& [key, value] : m->GetValueTable()) left.push_back(key);
+  EXPECT_EQ(left, (std::vector<std::u16string>{u":Name", u"Dev:Upper", u"SerialNumber", u"device:Name"}));
+  EXPECT_EQ(m->RemoveValuesWithPrefix(u"dev"), E_FAIL);
+  EXPECT_EQ(m->RemoveValuesWithPrefix(u""), E_FAIL);  // ":Name" has an empty prefix: never removed
+}
+
+TEST(DataCollection, StaticItemsAreStoredForeverAndLeaveTheDataMap) {
+  Mapper m;
+  DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeOID);
+  map->AddDataItemSpec(u"dev:Vendor", StaticDataItemSpec::CreateStaticDataItemSpec(u"Vendor", u"Acme", u"dev"));
+  map->AddDataItemSpec(u"Alpha", StaticDataItemSpec::CreateStaticDataItemSpec(u"Alpha", u"first", nullptr));
+  map->AddDataItemSpec(u"Model", XMLDataItemSpec::CreateXMLDataItem(u"Model", u"/u", u"//m", nullptr, false, 10, nullptr));
+  map->AddDataItemSpec(u"zLast", StaticDataItemSpec::CreateStaticDataItemSpec(u"zLast", u"end", nullptr));
+  ASSERT_EQ(m->LoadStaticValues(map), S_OK);
+  VARIANT out;
+  VariantInit(&out);
+  {
+    ClockOffset muchLater(1000000LL * kTenthSecond);
+    ASSERT_EQ(m->GetValue(u"dev:Vendor", &out), S_OK);
+    EXPECT_EQ(Text(out), u"Acme");
+    VariantClear(&out);
+  }
+  ASSERT_EQ(m->GetValue(u"zLast", &out), S_OK);
+  VariantClear(&out);
+  EXPECT_EQ(map->GetDataItemSpec(u"dev:Vendor"), nullptr);
+  EXPECT_EQ(map->GetDataItemSpec(u"Alpha"), nullptr);
+  EXPECT_NE(map->GetDataItemSpec(u"Model"), nullptr);
+  EXPECT_NE(map->GetDataItemSpec(u"zLast"), nullptr);  // last in key order stays
+  EXPECT_EQ(map->SizeOf(), 2);
+  map->Dispose();
+
+  DataMapSpec* empty = DataMapSpec::CreateDataMapSpec();
+  EXPECT_EQ(m->LoadStaticValues(empty), E_FAIL);
+  empty->Dispose();
+}
+
+TEST(DataCollection, TheCacheReceivesTheTableAtDestructionAndFillsTheNextCollection) {
+  ScopedRegistryRoot root;
+  ICacheProvider* cache = CreateRegCacheProvider(u"Software\\Norvane\\Test");
+  auto* registry = dynamic_cast<RegCacheProvider*>(cache);
+  ASSERT_NE(registry, nullptr);
+  registry->SetDeviceIdentity(u"SN-1", u"OID");
+  {
+    TestMapper* m = TestMapper::Create();
+    m->SetCache(cache);
+    Variant text = Variant::FromString(u"LX 9000");
+    Variant number = Variant::FromInt32(-1);
+    Variant brief = Variant::FromString(u"soon gone");
+    m->StoreValue(u"dev:Model", &text.Get(), 600);
+    m->StoreValue(u"Pages", &number.Get(), 0);
+    m->StoreValue(u"Brief", &brief.Get(), 1);
+    ClockOffset later(2 * kTenthSecond);  // Brief has expired when the table is saved
+    m->Dispose();
+  }
+  DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeOID);
+  map->AddDataItemSpec(u"dev:Model", XMLDataItemSpec::CreateXMLDataItem(u"Model", u"/u", u"//m", u"dev", false, 600, nullptr));
+  map->AddDataItemSpec(u"Brief", XMLDataItemSpec::CreateXMLDataItem(u"Brief", u"/u", u"//b", nullptr, false, 6000, nullptr));
+  map->AddDataItemSpec(u"Pages", StaticDataItemSpec::CreateStaticDataItemSpec(u"Pages", u"static wins", nullptr));
+  {
+    Mapper next;
+    EXPECT_EQ(next->PopulateValueFromCache(cache, map), S_OK);
+    VARIANT out;
+    VariantInit(&out);
+    ASSERT_EQ(next->GetValue(u"dev:Model", &out), S_OK);
+    EXPECT_EQ(Text(out), u"LX 9000");
+    VariantClear(&out);
+    ASSERT_EQ(next->GetValue(u"Pages", &out), S_OK);
+    EXPECT_EQ(out.vt, VT_I4);
+    EXPECT_EQ(out.lVal, -1);
+    EXPECT_EQ(next->GetValue(u"Brief", &out), E_FAIL);  // was not saved
+    // Static values are stored after the cache filled the table, so they win.
+    next->LoadStaticValues(map);
+    ASSERT_EQ(next->GetValue(u"Pages", &out), S_OK);
+    EXPECT_EQ(Text(out), u"static wins");
+    VariantClear(&out);
+  }
+  map->Dispose();
+  Mapper other;
+  EXPECT_EQ(other->PopulateValueFromCache(nullptr, nullptr), S_FALSE);
+  cache->Dispose();
+}
+
+TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
+  NorvaneTest::FakeAddress* address = NorvaneTest::FakeAddress::Create(u"192.0.2.7");
+  auto* sentinel = reinterpret_cast<DataCollection*>(0x1);
+  DataCollection* out = sentinel;
+  EXPECT_EQ(CreateDataCollectionFromXML(address, u"<DataMaps><unclosed>", &out, nullptr), S_FALSE);
+  EXPECT_EQ(CreateDataCollectionFromXML(address, u"<Other/>", &out, nullptr), S_FALSE);
+  EXPECT_EQ(CreateDataCollectionFromFile(address, u"/nonexistent/map.xml", &out, nullptr), S_FALSE);
+  EXPECT_EQ(CreateDataCollectionFromDOM(address, nullptr, &out, nullptr), E_FAIL);
+  const char16_t* doc = u"<DataMaps><IPPDataMap><DataItem Name='State' AttributeID='printer-state'/></IPPDataMap></DataMaps>";
+  EXPECT_EQ(CreateDataCollectionFromXML(nullptr, doc, &out, nullptr), E_FAIL);
+  EXPECT_EQ(CreateDataCollectionFromXML(address, u"<DataMaps/>", &out, nullptr), E_FAIL);  // no data maps
+  DataMapSpecCollection* specs = DataMapSpecCollection::CreateDataMapSpecCollection();
+  EXPECT_EQ(CreateDataCollectionFromDataMapSpecsCollection(address, specs, &out, nullptr), E_FAIL);
+  EXPECT_EQ(CreateDataCollectionFromDataMapSpecsCollection(address, nullptr, &out, nullptr), E_FAIL);
+  DataMapSpecCollection::Dispose(specs);
+  EXPECT_EQ(out, sentinel);
+  address->Dispose();
+}
+
+TEST(DataCollection, AHostAddressWithoutWebServicePortSkipsTheWebServiceDataMap) {
+  CaptureLog log;
+  NorvaneTest::FakeAddress* address = NorvaneTest::FakeAddress::Create(u"192.0.2.7");
+  DataCollection* out = nullptr;
+  const char16_t* doc = u"<DataMaps><XMLDataMap Protocol='ws'><DataItem Name='x' URI='u' XPath='//x'/></XMLDataMap></DataMaps>";
+  EXPECT_EQ(CreateDataCollectionFromXML(address, doc, &out, nullptr), E_FAIL);
+  EXPECT_TRUE(log.Contains(
+      "Skipping the WSPrint DataModel, webservice port not created. bWebServicePortAvailable = FALSE", 0x10));
+  log.Clear();
+  address->SetWebServicePortFlag(QxNetAddress::kWebServicePortAvailable);
+  CreateDataCollectionFromXML(address, doc, &out, nullptr);
+  EXPECT_FALSE(log.Contains("Skipping the WSPrint DataModel"));
+  address->Dispose();
+}
+
+TEST(DataCollection, FileCreationLogsTheRuntimeInitialisation) {
+  CaptureLog log;
+  DataCollection* out = nullptr;
+  CreateDataCollectionFromFile(nullptr, u"/nonexistent.xml", &out, nullptr);
+  EXPECT_TRUE(log.Contains("CoInitialize Passed", 0x80));
+}
+
+}  // namespace
