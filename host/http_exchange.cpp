@@ -77,6 +77,9 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_XFERINFOFUNCTION, &HttpExchange::OnProgress);
   set(CURLOPT_XFERINFODATA, this);
+  // Connected: from here on the read time-out alone bounds the waits.
+  set(CURLOPT_PREREQFUNCTION, &HttpExchange::OnConnected);
+  set(CURLOPT_PREREQDATA, this);
 
   bool ignoreChain = (setup.securityFlags &
                       (NORVANE_SECURITY_IGNORE_UNKNOWN_CA | NORVANE_SECURITY_IGNORE_CERT_DATE_INVALID)) != 0;
@@ -258,6 +261,11 @@ size_t HttpExchange::OnWrite(char* buffer, size_t size, size_t count, void* self
   }
   body.insert(body.end(), reinterpret_cast<uint8_t*>(buffer), reinterpret_cast<uint8_t*>(buffer) + length);
   return length;
+}
+
+int HttpExchange::OnConnected(void* self, char*, char*, int, int) {
+  static_cast<HttpExchange*>(self)->MarkProgress();
+  return CURL_PREREQFUNC_OK;
 }
 
 int HttpExchange::OnProgress(void* self, curl_off_t, curl_off_t dlNow, curl_off_t, curl_off_t ulNow) {

@@ -74,6 +74,7 @@ class HttpExchange {
   static size_t OnRead(char* buffer, size_t size, size_t count, void* self);
   static size_t OnHeader(char* buffer, size_t size, size_t count, void* self);
   static size_t OnWrite(char* buffer, size_t size, size_t count, void* self);
+  static int OnConnected(void* self, char* primaryIp, char* localIp, int primaryPort, int localPort);
   static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                         curl_off_t ulNow);
 

@@ -1,0 +1,133 @@
+// The address as hosts and the library see it: creation, run-time type tests
+// across libnorvane and libnorvane-host, reference counting, URL choice.
+#include <gtest/gtest.h>
+
+#include "host_test_util.h"
+#include "norvane/disposable.h"
+
+namespace NorvaneHostTest {
+namespace {
+
+std::u16string UrlFor(Norvane::QxNetAddress* address, uint32_t port, const char16_t* resource = u"/r") {
+  Ref<Norvane::HTTPRequest> request;
+  if (FAILED(address->CreateRequestEx(request.out(), port))) return u"<failed>";
+  request->SetResource(resource);
+  return request->GetURL();
+}
+
+TEST(NetAddressTest, TypeTestsAgreeAcrossTheTwoLibraries) {
+  size_t before = QxUtils::LiveDisposableCount();
+  Norvane::QxNetAddress* made = CreateNetAddress(u"192.0.2.7");
+  ASSERT_NE(nullptr, made);
+  // Seen through the library's own interface type, as the data collection
+  // holds it, the object is still a QxNetAddress.
+  Norvane::Address* plain = made;
+  auto* address = dynamic_cast<Norvane::QxNetAddress*>(plain);
+  ASSERT_EQ(made, address);
+  address->SetWebServicePortFlag(Norvane::QxNetAddress::kWebServicePortAvailable);
+  EXPECT_EQ(Norvane::QxNetAddress::kWebServicePortAvailable,
+            dynamic_cast<Norvane::QxNetAddress*>(plain)->GetWebServicePortFlag());
+  // The library's object registry (in libnorvane) knows the host's object.
+  auto* internal = dynamic_cast<::IDisposable*>(plain);
+  ASSERT_NE(nullptr, internal);
+  EXPECT_TRUE(QxUtils::IsRegisteredDisposable(internal));
+  EXPECT_EQ(before + 1, QxUtils::LiveDisposableCount());
+
+  for (bool extended : {false, true}) {
+    Norvane::HTTPRequest* request = nullptr;
+    ASSERT_EQ(S_OK, extended ? plain->CreateRequestEx(&request, 631) : plain->CreateRequest(&request, 3910));
+    ASSERT_NE(nullptr, request);
+    EXPECT_NE(nullptr, dynamic_cast<Norvane::QxHTTPRequestEx*>(request));
+    // The request keeps the address alive after the caller lets go of it.
+    if (extended) {
+      EXPECT_EQ(1u, plain->Dispose());
+    }
+    EXPECT_EQ(u"192.0.2.7", std::u16string(plain->GetHost()));
+    EXPECT_EQ(0u, request->Dispose());
+  }
+  EXPECT_EQ(before, QxUtils::LiveDisposableCount());
+}
+
+TEST(NetAddressTest, CreationAndSettersRefuseWhatTheyCannotUse) {
+  EXPECT_EQ(nullptr, CreateNetAddress(nullptr));
+  EXPECT_EQ(nullptr, CreateNetAddress(u""));
+
+  // A host's own address class is not ours to configure.
+  class OtherAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
+   public:
+    const char16_t* GetHost() override { return u"x"; }
+    HRESULT CreateRequest(Norvane::HTTPRequest**, uint32_t) override { return E_NOTIMPL; }
+    HRESULT CreateRequestEx(Norvane::HTTPRequest**, uint32_t) override { return E_NOTIMPL; }
+    HRESULT GetMIBConnection(Norvane::MIBConnection**) override { return E_NOTIMPL; }
+    HRESULT SetPortText(const char16_t*) override { return S_OK; }
+    const char16_t* GetPortText() override { return u""; }
+    HRESULT SetSecure(bool) override { return S_OK; }
+  };
+  auto* other = new OtherAddress;
+  other->AddRef();
+  EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpCommunity(other, u"private"));
+  EXPECT_EQ(E_INVALIDARG, NetAddressSetHttpTimeouts(other, 1, 1));
+  EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpVersion(nullptr, 1));
+  other->Dispose();
+
+  Ref<Norvane::QxNetAddress> address(CreateNetAddress(u"printer.example"));
+  EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpVersion(address.get(), 3));
+  EXPECT_EQ(S_OK, NetAddressSetSnmpVersion(address.get(), NORVANE_SNMP_VERSION_1));
+  EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpPort(address.get(), 70000));
+  EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpTimeout(address.get(), 0, 1));
+  EXPECT_EQ(S_OK, NetAddressSetSnmpCommunity(address.get(), u"private"));
+  EXPECT_EQ(u"private", std::u16string(address->GetCommunityName()));
+  EXPECT_EQ(S_OK, NetAddressSetSnmpCommunity(address.get(), nullptr));
+  EXPECT_EQ(u"public", std::u16string(address->GetCommunityName()));
+
+  // A port name is a valid address text but reaches nothing over the network.
+  Ref<Norvane::QxNetAddress> usb(CreateNetAddress(u"USB001"));
+  ASSERT_NE(nullptr, usb.get());
+  Ref<Norvane::QxNetAddress> bad(CreateNetAddress(u"host/with/slash"));
+  ASSERT_NE(nullptr, bad.get());
+  Ref<Norvane::HTTPRequest> request;
+  EXPECT_EQ(E_FAIL, bad->CreateRequest(request.out(), 80));
+  EXPECT_EQ(nullptr, request.get());
+  Ref<Norvane::MIBConnection> connection;
+  EXPECT_EQ(E_FAIL, bad->GetMIBConnection(connection.out()));
+  EXPECT_EQ(E_POINTER, address->CreateRequest(nullptr, 80));
+}
+
+TEST(NetAddressTest, RequestUrlsFollowPortTextSecurityAndAddressFamily) {
+  Ref<Norvane::QxNetAddress> address(CreateNetAddress(u"192.0.2.7"));
+  EXPECT_EQ(u"http://192.0.2.7:8080/DevMgmt/DiscoveryTree.xml",
+            UrlFor(address.get(), 8080, u"/DevMgmt/DiscoveryTree.xml"));
+  EXPECT_EQ(u"http://192.0.2.7:631/ipp/print", UrlFor(address.get(), 631, u"/ipp/print"));
+
+  // The port text replaces the IPP ports only.
+  address->SetPortText(u"8631");
+  EXPECT_EQ(u"http://192.0.2.7:8631/r", UrlFor(address.get(), 631));
+  EXPECT_EQ(u"https://192.0.2.7:8631/r", UrlFor(address.get(), 443));
+  EXPECT_EQ(u"http://192.0.2.7:80/r", UrlFor(address.get(), 80));
+  EXPECT_EQ(u"http://192.0.2.7:3910/r", UrlFor(address.get(), 3910));
+  // Text that is no port leaves the asked port.
+  address->SetPortText(u"ipp");
+  EXPECT_EQ(u"http://192.0.2.7:631/r", UrlFor(address.get(), 631));
+  address->SetPortText(nullptr);
+  EXPECT_EQ(u"", std::u16string(address->GetPortText()));
+
+  // Secure: IPP goes over TLS, the device's XML resources stay plain.
+  address->SetSecure(true);
+  EXPECT_TRUE(address->IsSecure());
+  EXPECT_EQ(u"https://192.0.2.7:631/r", UrlFor(address.get(), 631));
+  EXPECT_EQ(u"http://192.0.2.7:8080/r", UrlFor(address.get(), 8080));
+  address->SetSecure(false);
+  EXPECT_EQ(u"https://192.0.2.7:443/r", UrlFor(address.get(), 443));
+
+  for (const char16_t* text : {u"fd00::1", u"[fd00::1]"}) {
+    Ref<Norvane::QxNetAddress> v6(CreateNetAddress(text));
+    EXPECT_EQ(u"http://[fd00::1]:80/qv/device/product_information.xml",
+              UrlFor(v6.get(), 80, u"/qv/device/product_information.xml"));
+    EXPECT_EQ(std::u16string(text), std::u16string(v6->GetHost()));
+  }
+  Ref<Norvane::QxNetAddress> scoped(CreateNetAddress(u"fe80::1%eth0"));
+  EXPECT_EQ(u"http://[fe80::1%25eth0]:631/r", UrlFor(scoped.get(), 631));
+}
+
+}  // namespace
+}  // namespace NorvaneHostTest
