@@ -1,0 +1,324 @@
+// Unit tests of the simulator's pure parts: fault plans, the SOAP request check, the
+// fixture store and the command line. What happens on the wire is covered by
+// tests/integration/smoke.sh inside the bench.
+
+#include "fault_plan.h"
+#include "fixture_store.h"
+#include "options.h"
+#include "soap_exchange.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <unistd.h>
+#include <vector>
+
+namespace printersim {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+std::optional<FaultPlan> Parse(const std::string& text)
+{
+    std::string error;
+    auto plan = ParseFaultPlan(text, error);
+    if (!plan) {
+        EXPECT_FALSE(error.empty()) << "no reason given for rejecting '" << text << "'";
+    }
+    return plan;
+}
+
+TEST(FaultPlan, ParsesEveryTermAndTheCount)
+{
+    auto plan = Parse("status:503,delay:250,slow:1500,truncate:40,chunked@3");
+    ASSERT_TRUE(plan);
+    EXPECT_EQ(plan->status, 503);
+    EXPECT_EQ(plan->delay, milliseconds(250));
+    EXPECT_EQ(plan->slow, milliseconds(1500));
+    EXPECT_TRUE(plan->truncate);
+    EXPECT_EQ(plan->truncateAt, 40u);
+    EXPECT_TRUE(plan->chunked);
+    EXPECT_EQ(plan->remaining, 3);
+
+    auto bare = Parse("404");
+    ASSERT_TRUE(bare);
+    EXPECT_EQ(bare->status, 404);
+    EXPECT_EQ(bare->remaining, -1);
+    EXPECT_FALSE(bare->truncate);
+
+    auto half = Parse("truncate");
+    ASSERT_TRUE(half);
+    EXPECT_TRUE(half->truncate);
+    EXPECT_FALSE(half->truncateAt) << "plain truncate means half the body, decided per answer";
+}
+
+TEST(FaultPlan, DescribeReadsBackAsTheSamePlan)
+{
+    for (const char* text : {"500", "delay:10", "slow:800,truncate", "503,truncate:0@1", "chunked"}) {
+        auto plan = Parse(text);
+        ASSERT_TRUE(plan) << text;
+        EXPECT_EQ(plan->Describe(), text);
+    }
+}
+
+TEST(FaultPlan, RejectsWhatItDoesNotUnderstand)
+{
+    // A typo must not silently turn into a healthy answer.
+    for (const char* text : {"", "99", "600", "5000", "status:", "status:abc", "delay", "delay:",
+                             "delay:-5", "delay:1.5", "slow:fast", "truncate:x", "truncate:-1",
+                             "500,", ",500", "500,,delay:1", "500@0", "500@", "500@x", "@2",
+                             "bogus", "chunked:1", "404 "}) {
+        EXPECT_FALSE(Parse(text)) << "accepted '" << text << "'";
+    }
+}
+
+TEST(FaultTable, CountedPlansRunOutUnlimitedOnesStay)
+{
+    FaultTable table;
+    table.Set("/once", *Parse("503@2"));
+    table.Set("/always", *Parse("500"));
+
+    EXPECT_EQ(table.Take("/once")->status, 503);
+    EXPECT_EQ(table.Take("/once")->status, 503);
+    EXPECT_FALSE(table.Take("/once")) << "a plan limited to two requests served a third";
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(table.Take("/always")->status, 500);
+    EXPECT_FALSE(table.Take("/other"));
+
+    EXPECT_EQ(table.List(), "/always=500\n");
+    table.Remove("/always");
+    EXPECT_FALSE(table.Take("/always"));
+    table.Set("/a", *Parse("404"));
+    table.Clear();
+    EXPECT_EQ(table.List(), "");
+}
+
+// A request shaped like the library's: one line, elements separated by spaces.
+std::string Envelope(const std::string& action = "GetPrinterElements",
+                     const std::string& messageId = "urn:uuid:6f1c0b52-3d8e-4a71-9c2f-0e5b7d4a1c93",
+                     const std::string& soapNamespace = "http://www.w3.org/2003/05/soap-envelope")
+{
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?> <soap:Envelope xmlns:soap=\"" +
+           soapNamespace +
+           "\" xmlns:wsa=\"http://schemas.xmlsoap.org/ws/2004/08/addressing\""
+           " xmlns:pri=\"http://schemas.microsoft.com/windows/2006/08/wdp/print\">"
+           " <soap:Header> <wsa:To>192.0.2.10:3910</wsa:To>"
+           " <wsa:Action>http://schemas.microsoft.com/windows/2006/08/wdp/print/" + action +
+           "</wsa:Action>" +
+           (messageId.empty() ? "" : " <wsa:MessageID>" + messageId + "</wsa:MessageID>") +
+           " </soap:Header> <soap:Body> <pri:GetPrinterElementsRequest> <pri:RequestedElements>"
+           " <pri:Name>pri:PrinterDescription</pri:Name> </pri:RequestedElements>"
+           " </pri:GetPrinterElementsRequest> </soap:Body> </soap:Envelope>";
+}
+
+TEST(SoapRequestCheck, AcceptsTheRequestAndKeepsItsMessageId)
+{
+    SoapAnswer fault;
+    for (const char* type : {"application/soap+xml", "application/soap+xml; charset=utf-8",
+                             "Application/SOAP+XML;action=\"x\""}) {
+        auto facts = CheckGetPrinterElementsRequest(type, Envelope(), fault);
+        ASSERT_TRUE(facts) << type << ": " << fault.status << " " << fault.body;
+        EXPECT_EQ(facts->messageId, "urn:uuid:6f1c0b52-3d8e-4a71-9c2f-0e5b7d4a1c93");
+    }
+
+    // Prefixes are the client's choice, and headers may carry attributes.
+    std::string other = std::regex_replace(Envelope(), std::regex("wsa:"), "a:");
+    other = std::regex_replace(other, std::regex("<a:Action>"),
+                               "<a:Action soap:mustUnderstand=\"true\">");
+    auto facts = CheckGetPrinterElementsRequest("application/soap+xml", other, fault);
+    ASSERT_TRUE(facts) << fault.body;
+    EXPECT_EQ(facts->messageId, "urn:uuid:6f1c0b52-3d8e-4a71-9c2f-0e5b7d4a1c93");
+}
+
+TEST(SoapRequestCheck, RejectsAsADeviceWould)
+{
+    struct Case {
+        const char* what;
+        std::string contentType;
+        std::string body;
+        int status;
+        const char* inFault;
+    };
+    const std::vector<Case> cases = {
+        {"XML content type", "text/xml", Envelope(), 415, ""},
+        {"SOAP 1.1 envelope", "application/soap+xml",
+         Envelope("GetPrinterElements", "urn:uuid:1", "http://schemas.xmlsoap.org/soap/envelope/"),
+         500, "soap:VersionMismatch"},
+        {"not an envelope", "application/soap+xml", "<hello/>", 400, "soap:Sender"},
+        {"another action", "application/soap+xml", Envelope("GetJobElements"), 400,
+         "wsa:ActionNotSupported"},
+        {"action that only starts right", "application/soap+xml",
+         Envelope("GetPrinterElementsX"), 400, "wsa:ActionNotSupported"},
+        {"no message id", "application/soap+xml", Envelope("GetPrinterElements", ""), 400,
+         "wsa:MessageAddressingHeaderRequired"},
+        {"no request element", "application/soap+xml",
+         std::regex_replace(Envelope(), std::regex("GetPrinterElementsRequest"), "Other"), 400,
+         "soap:Sender"},
+    };
+    for (const Case& c : cases) {
+        SoapAnswer fault;
+        EXPECT_FALSE(CheckGetPrinterElementsRequest(c.contentType, c.body, fault)) << c.what;
+        EXPECT_EQ(fault.status, c.status) << c.what;
+        EXPECT_NE(fault.body.find(c.inFault), std::string::npos) << c.what << ": " << fault.body;
+    }
+}
+
+TEST(SoapResponse, PlaceholdersAreFilledFreshForEveryAnswer)
+{
+    const std::string response =
+        "<wsa:MessageID>@MESSAGE_ID@</wsa:MessageID><wsa:RelatesTo>@RELATES_TO@</wsa:RelatesTo>"
+        "<t>@DEVICE_TIME@</t><r>@RELATES_TO@</r>";
+    const std::string first = FillResponseTemplate(response, {"urn:uuid:a&b"});
+    const std::string second = FillResponseTemplate(response, {"urn:uuid:a&b"});
+
+    EXPECT_EQ(first.find('@'), std::string::npos) << first;
+    EXPECT_NE(first.find("<wsa:RelatesTo>urn:uuid:a&amp;b</wsa:RelatesTo>"), std::string::npos);
+    EXPECT_NE(first.find("<r>urn:uuid:a&amp;b</r>"), std::string::npos) << "every occurrence";
+    EXPECT_TRUE(std::regex_search(first, std::regex("<t>\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ</t>")));
+    EXPECT_NE(first.substr(0, 70), second.substr(0, 70)) << "message ids repeat";
+
+    const std::regex v4("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+    for (int i = 0; i < 50; ++i)
+        EXPECT_TRUE(std::regex_match(NewUuid(), v4));
+}
+
+class FixtureStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        root_ = fs::temp_directory_path() /
+                ("printer-sim-test-" + std::to_string(::getpid()) + "-" +
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root_);
+    }
+    void TearDown() override { fs::remove_all(root_); }
+
+    void Write(const fs::path& relative, const std::string& text)
+    {
+        fs::create_directories((root_ / relative).parent_path());
+        std::ofstream(root_ / relative, std::ios::binary) << text;
+    }
+
+    fs::path root_;
+};
+
+TEST_F(FixtureStoreTest, MapsFilesToUrlPaths)
+{
+    Write("http/DevMgmt/DiscoveryTree.xml", "<tree/>");
+    Write("http/index.html", "<html/>");
+    Write("soap/device.xml", "<answer/>");
+    Write("soap/notes.txt", "not an answer");
+    FixtureStore store;
+    std::string error;
+    ASSERT_TRUE(store.Load(root_, error)) << error;
+
+    auto tree = store.Find(Tree::Http, "/DevMgmt/DiscoveryTree.xml");
+    ASSERT_TRUE(tree);
+    EXPECT_EQ(tree->body, "<tree/>");
+    EXPECT_EQ(tree->contentType, "text/xml");
+    EXPECT_EQ(store.Find(Tree::Http, "/index.html")->contentType, "text/html");
+
+    auto answer = store.Find(Tree::Soap, "/device");
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->body, "<answer/>");
+    EXPECT_EQ(answer->contentType.rfind("application/soap+xml", 0), 0u);
+
+    EXPECT_FALSE(store.Find(Tree::Soap, "/notes"));
+    EXPECT_FALSE(store.Find(Tree::Soap, "/device.xml"));
+    EXPECT_FALSE(store.Find(Tree::Http, "/device")) << "the trees must not leak into each other";
+    EXPECT_FALSE(store.Find(Tree::Http, "/devmgmt/discoverytree.xml")) << "paths are case-sensitive";
+    EXPECT_EQ(store.Count(), 3u);
+}
+
+TEST_F(FixtureStoreTest, RefusesADirectoryWithoutEitherTree)
+{
+    fs::create_directories(root_);
+    FixtureStore store;
+    std::string error;
+    EXPECT_FALSE(store.Load(root_, error));
+    EXPECT_NE(error.find(root_.string()), std::string::npos) << error;
+}
+
+TEST_F(FixtureStoreTest, OverridesHideAndReplaceUntilReset)
+{
+    Write("http/a.xml", "file");
+    FixtureStore store;
+    std::string error;
+    ASSERT_TRUE(store.Load(root_, error)) << error;
+
+    store.Put(Tree::Http, "/a.xml", {"replaced", ""});
+    EXPECT_EQ(store.Find(Tree::Http, "/a.xml")->body, "replaced");
+    EXPECT_EQ(store.Find(Tree::Http, "/a.xml")->contentType, "text/xml") << "type from the path";
+    store.Put(Tree::Soap, "/printer", {"<new/>", ""});
+    EXPECT_EQ(store.Find(Tree::Soap, "/printer")->contentType.rfind("application/soap+xml", 0), 0u);
+
+    store.Delete(Tree::Http, "/a.xml");
+    EXPECT_FALSE(store.Find(Tree::Http, "/a.xml"));
+
+    store.Reset();
+    EXPECT_EQ(store.Find(Tree::Http, "/a.xml")->body, "file");
+    EXPECT_FALSE(store.Find(Tree::Soap, "/printer"));
+}
+
+ParseOutcome ParseArgs(std::vector<std::string> args, Options& options, std::string& error)
+{
+    args.insert(args.begin(), "norvane-printer-sim");
+    std::vector<char*> argv;
+    for (auto& arg : args)
+        argv.push_back(arg.data());
+    return ParseOptions(static_cast<int>(argv.size()), argv.data(), options, error);
+}
+
+TEST(CommandLine, ReadsPortsFaultsAndPaths)
+{
+    Options options;
+    std::string error;
+    ASSERT_EQ(ParseArgs({"--http-port", "off", "--alt-port=0", "--soap-port", "13910",
+                         "--fixtures=/srv/set", "--bind", "::1",
+                         "--fault", "/device=500@1", "--fault=/a.xml=delay:5"},
+                        options, error),
+              ParseOutcome::Run)
+        << error;
+    EXPECT_EQ(options.httpPort, kPortOff);
+    EXPECT_EQ(options.altPort, 0);
+    EXPECT_EQ(options.soapPort, 13910);
+    EXPECT_EQ(options.fixtures, "/srv/set");
+    EXPECT_EQ(options.bind, "::1");
+    ASSERT_EQ(options.faults.size(), 2u);
+    EXPECT_EQ(options.faults[0].first, "/device");
+    EXPECT_EQ(options.faults[0].second.remaining, 1);
+    EXPECT_EQ(options.faults[1].first, "/a.xml");
+    EXPECT_EQ(options.faults[1].second.delay, milliseconds(5));
+
+    Options defaults;
+    ASSERT_EQ(ParseArgs({}, defaults, error), ParseOutcome::Run);
+    EXPECT_EQ(defaults.httpPort, 80);
+    EXPECT_EQ(defaults.altPort, 8080);
+    EXPECT_EQ(defaults.soapPort, 3910);
+    EXPECT_EQ(defaults.bind, "127.0.0.1");
+}
+
+TEST(CommandLine, RejectsBadInput)
+{
+    const std::vector<std::vector<std::string>> bad = {
+        {"--http-port", "65536"}, {"--alt-port", "-1"}, {"--soap-port", "80x"},
+        {"--fault", "device=500"}, {"--fault", "/device"}, {"--fault", "/device=5OO"},
+        {"--fixtures"}, {"--verbose"}, {"extra"},
+    };
+    for (const auto& args : bad) {
+        Options options;
+        std::string error;
+        EXPECT_EQ(ParseArgs(args, options, error), ParseOutcome::Invalid) << args[0];
+        EXPECT_FALSE(error.empty()) << args[0];
+    }
+    Options options;
+    std::string error;
+    EXPECT_EQ(ParseArgs({"--help"}, options, error), ParseOutcome::ShowHelp);
+}
+
+}  // namespace
+}  // namespace printersim
