@@ -3,6 +3,7 @@
 #include <libxml/tree.h>
 
 #include <new>
+#include <string>
 
 #include "datamap/attribute_values.h"
 #include "datamap/item_factory.h"
@@ -76,22 +77,26 @@ const xmlAttr* NvoDataItem::AttributesOf(const xmlNode* element) {
 BStr NvoDataItem::TextValueOf(const xmlAttr* attributes, const char* name) {
   const xmlAttr* attribute = Xml::FindAttribute(attributes, name != nullptr ? name : "");
   if (attribute == nullptr) return BStr();
-  return DataMapDetail::ToBStr(Xml::AttributeText(attribute));
+  std::string storage;
+  return DataMapDetail::ToBStr(Xml::AttributeText(attribute, &storage));
 }
 
 bool NvoDataItem::BoolValueOf(const xmlAttr* attributes, const char* name) {
   const xmlAttr* attribute = Xml::FindAttribute(attributes, name != nullptr ? name : "");
-  return attribute != nullptr && DataMapDetail::IsTrueText(Xml::AttributeText(attribute));
+  std::string storage;
+  return attribute != nullptr && DataMapDetail::IsTrueText(Xml::AttributeText(attribute, &storage));
 }
 
 uint32_t NvoDataItem::UlongValueOf(const xmlAttr* attributes, const char* name) {
   const xmlAttr* attribute = Xml::FindAttribute(attributes, name != nullptr ? name : "");
-  return attribute == nullptr ? 0 : DataMapDetail::ParseUnsigned(Xml::AttributeText(attribute));
+  std::string storage;
+  return attribute == nullptr ? 0 : DataMapDetail::ParseUnsigned(Xml::AttributeText(attribute, &storage));
 }
 
 int32_t NvoDataItem::IntValueOf(const xmlAttr* attributes, const char* name) {
   const xmlAttr* attribute = Xml::FindAttribute(attributes, name != nullptr ? name : "");
-  return attribute == nullptr ? 0 : DataMapDetail::ParseSigned(Xml::AttributeText(attribute));
+  std::string storage;
+  return attribute == nullptr ? 0 : DataMapDetail::ParseSigned(Xml::AttributeText(attribute, &storage));
 }
 
 bool NvoDataItem::ElementNameIs(const xmlNode* node, const char* name) {

@@ -79,7 +79,8 @@ class Selector {
   explicit Selector(const xmlDoc* document);
 
   // The first node (document order) that `xpath` (UTF-8) selects relative to
-  // `context`. Namespace nodes are never returned (they do not outlive the
+  // `context`, which must belong to the selector's document (E_INVALIDARG
+  // otherwise). Namespace nodes are never returned (they do not outlive the
   // query). S_OK and *found set; S_FALSE and *found null when nothing matches.
   HRESULT SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found) const;
 
@@ -136,6 +137,10 @@ const xmlAttr* FindAttribute(const xmlNode* element, std::string_view name);
 const xmlAttr* FindAttribute(const xmlAttr* attributes, std::string_view name);
 // An attribute's text, UTF-8 (entity references are not expanded).
 std::string AttributeText(const xmlAttr* attribute);
+// The same without a copy when the text is stored in one piece (the usual case);
+// otherwise the text is assembled in *storage and the view points there. The view
+// lives as long as the document and *storage are unchanged.
+std::string_view AttributeText(const xmlAttr* attribute, std::string* storage);
 // The named attribute's text, or nothing when the attribute is absent.
 std::optional<std::string> AttributeText(const xmlNode* element, std::string_view name);
 

@@ -63,17 +63,21 @@ const xmlAttr* FindAttribute(const xmlNode* element, std::string_view name) {
   return FindAttribute(element->properties, name);
 }
 
-std::string AttributeText(const xmlAttr* attribute) {
+std::string_view AttributeText(const xmlAttr* attribute, std::string* storage) {
+  storage->clear();
   if (attribute == nullptr) return {};
   const xmlNode* first = attribute->children;
-  if (first != nullptr && first->next == nullptr && first->type == XML_TEXT_NODE) {
-    return std::string(View(first->content));
-  }
-  std::string text;
+  if (first != nullptr && first->next == nullptr && first->type == XML_TEXT_NODE) return View(first->content);
   for (const xmlNode* part = first; part != nullptr; part = part->next) {
-    if (part->type == XML_TEXT_NODE) text.append(View(part->content));
+    if (part->type == XML_TEXT_NODE) storage->append(View(part->content));
   }
-  return text;
+  return *storage;
+}
+
+std::string AttributeText(const xmlAttr* attribute) {
+  std::string storage;
+  std::string_view text = AttributeText(attribute, &storage);
+  return text.data() == storage.data() ? storage : std::string(text);
 }
 
 std::optional<std::string> AttributeText(const xmlNode* element, std::string_view name) {

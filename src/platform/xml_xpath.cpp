@@ -63,6 +63,8 @@ Selector::Selector(const xmlDoc* document) : document_(document) {
 HRESULT Selector::SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found) const {
   if (found != nullptr) *found = nullptr;
   if (context == nullptr || found == nullptr) return E_INVALIDARG;
+  // The prefixes were collected from one document; they mean nothing in another.
+  if (context->doc != document_) return E_INVALIDARG;
   if (xpath.find('\0') != std::string_view::npos) return E_FAIL;
   std::string expression = RewriteXPath(xpath);
 
