@@ -1,0 +1,29 @@
+// What the integration bench tells its command about the peers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace NorvaneHostTest {
+
+inline std::string BenchValue(const char* name, const char* fallback = "") {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : fallback;
+}
+
+inline uint32_t BenchPort(const char* name, uint32_t fallback) {
+  std::string text = BenchValue(name);
+  return text.empty() ? fallback : static_cast<uint32_t>(std::stoul(text));
+}
+
+// Peers listen only inside the bench; anywhere else the tests have nobody to talk to.
+#define NORVANE_REQUIRE_BENCH()                                                           \
+  do {                                                                                    \
+    if (::NorvaneHostTest::BenchValue("NORVANE_BENCH") != "1") {                           \
+      GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";         \
+    }                                                                                     \
+  } while (0)
+
+}  // namespace NorvaneHostTest
