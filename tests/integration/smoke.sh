@@ -156,10 +156,11 @@ read -r status _ < <(soap_post "/device?sim-fault=503" \
 expect_eq "injected error on the SOAP port" 503 "$status"
 expect_match "injected error is a Receiver fault" 'soap:Receiver' "$(tr -d '\n' <"$tmp/b")"
 
-curl -sS -X PUT -H 'Content-Type: text/xml' --data-binary '<ProductInformation/>' \
+curl -sS -X PUT --data-binary '<ProductInformation/>' \
     "$control/resource?path=/qv/device/product_information.xml" >/dev/null
 read -r status _ < <(fetch "$web/qv/device/product_information.xml")
 expect_eq "replaced document is served" '<ProductInformation/>' "$(cat "$tmp/b")"
+expect_eq "replaced document keeps an XML type" text/xml "$(header Content-Type)"
 curl -sS --data "" "$control/reset" >/dev/null
 read -r status _ < <(fetch "$web/qv/device/product_information.xml")
 expect_eq "reset restores the fixture" "$serial" "$(first_element ProductSerialNumber "$tmp/b")"

@@ -259,8 +259,12 @@ void InstallControl(httplib::Server& server, SimState& state)
             Reply(res, 400, "path=/URL-PATH required\n");
             return;
         }
-        state.fixtures.Put(TreeParameter(req), path,
-                           Resource{req.body, req.get_header_value("Content-Type")});
+        // curl --data-binary sends its form type when not told otherwise; that is never
+        // what a document is, so the type then follows the path as for fixture files.
+        std::string contentType = req.get_header_value("Content-Type");
+        if (contentType == "application/x-www-form-urlencoded")
+            contentType.clear();
+        state.fixtures.Put(TreeParameter(req), path, Resource{req.body, contentType});
         state.log.Write("control: resource " + path + " replaced (" +
                         std::to_string(req.body.size()) + "B)");
         Reply(res, 200, "stored\n");

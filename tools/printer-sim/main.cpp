@@ -130,14 +130,14 @@ int main(int argc, char** argv)
             return new httplib::ThreadPool(kWorkersPerListener);
         };
         InstallRoutes(*listener.server, listener.role, state);
+        bool bound = false;
         if (listener.port == 0) {
             listener.port = listener.server->bind_to_any_port(options.bind);
-            if (listener.port <= 0)
-                listener.port = -2;
-        } else if (!listener.server->bind_to_port(options.bind, listener.port)) {
-            listener.port = -2;
+            bound = listener.port > 0;
+        } else {
+            bound = listener.server->bind_to_port(options.bind, listener.port);
         }
-        if (listener.port == -2) {
+        if (!bound) {
             std::cerr << "norvane-printer-sim: cannot listen for " << listener.name << " on "
                       << options.bind << " (port in use, no permission, or bad address)\n";
             return 1;
