@@ -11,8 +11,8 @@
 # --sim-option passes one more option to the simulator, e.g. --sim-option=--soap-port=off
 # for a device without web services, or --sim-option=--fault=/device=500.
 #
-# Exit status: COMMAND's; 125 when the peers could not be started (their logs are
-# printed); 77 when this machine cannot make the namespace or lacks a peer program,
+# Exit status: COMMAND's (the peers' logs are printed when it is not 0); 125 when the
+# peers could not be started (their logs are printed too); 77 when this machine cannot make the namespace or lacks a peer program,
 # which ctest reports as skipped (set NORVANE_BENCH_REQUIRED=1 to make that a failure).
 #
 # Environment read: NORVANE_PRINTER_SIM (simulator binary, or --sim),
@@ -187,6 +187,7 @@ workdir=""
 sim_options=()
 command_pid=""
 bench_failed=0
+command_failed=0
 stopping=0
 peer_names=()
 peer_pids=()
@@ -291,7 +292,7 @@ cleanup() {
     trap '' TERM INT HUP
     stop_command
     stop_peers
-    if [[ $bench_failed == 1 || ${NORVANE_BENCH_VERBOSE:-0} == 1 ]]; then
+    if [[ $bench_failed == 1 || $command_failed == 1 || ${NORVANE_BENCH_VERBOSE:-0} == 1 ]]; then
         dump_logs
     fi
     if [[ -n $workdir ]]; then
@@ -456,6 +457,8 @@ inner() {
     local status=0
     run_command "$@" || status=$?
     say "command exited with status $status"
+    # The peers' side of a failed test is usually what explains it.
+    [[ $status == 0 ]] || command_failed=1
     exit "$status"
 }
 
