@@ -288,7 +288,8 @@ stop_command() {
 
 cleanup() {
     local status=$?
-    set +e
+    # Nothing may cut the teardown short, not even an unset variable.
+    set +eu
     trap '' TERM INT HUP
     stop_command
     stop_peers
