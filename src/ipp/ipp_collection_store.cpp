@@ -114,9 +114,11 @@ void IppCollectionStore::Clear() {
 }
 
 void IppCollectionStore::Reserve(size_t responseBytes) {
-  arena_.reserve(responseBytes / 2 + 64);
-  members_.reserve(responseBytes / 32 + 4);
-  records_.reserve(responseBytes / 64 + 4);
+  // Many responses hold no collection at all; those that do spend most of
+  // their bytes on them.
+  arena_.reserve(responseBytes / 4 + 64);
+  members_.reserve(responseBytes / 64 + 4);
+  records_.reserve(responseBytes / 256 + 4);
 }
 
 uint32_t IppCollectionStore::Intern(std::string_view text) {

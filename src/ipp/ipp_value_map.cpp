@@ -12,11 +12,12 @@ void IppValueMap::Clear() {
 }
 
 void IppValueMap::Reserve(size_t responseBytes) {
-  // Names and values are copied once; octet strings and collections add marker
-  // texts. An attribute takes at least five bytes of the response.
-  arena_.reserve(responseBytes + responseBytes / 2 + 64);
-  entries_.reserve(responseBytes / 8 + 4);
-  runs_.reserve(responseBytes / 16 + 4);
+  // A typical response, not a worst case: names and values are copied once
+  // (integers grow a little as decimal text, markers add some), and printers
+  // send an attribute value per twenty-odd bytes. Anything beyond grows.
+  arena_.reserve(responseBytes + 256);
+  entries_.reserve(responseBytes / 20 + 16);
+  runs_.reserve(responseBytes / 40 + 16);
 }
 
 void IppValueMap::BeginName(std::string_view name) {

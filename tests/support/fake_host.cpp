@@ -26,10 +26,12 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
  public:
   FakeRequest(FakeAddress* address, uint32_t port) : address_(address) {
     address_->AddRef();
+    ++address_->requestsAlive;
     exchange_.port = port;
   }
   ~FakeRequest() override {
     if (response_ != nullptr) response_->Dispose();
+    --address_->requestsAlive;
     address_->Dispose();
   }
   HRESULT SetResource(const char16_t* path) override { return Store(&exchange_.resource, path); }
@@ -48,11 +50,13 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
   }
   HRESULT SendBody(const uint8_t* body, uint32_t length) override { return SetBody(body, length); }
   HRESULT Open(uint64_t) override {
+    if (FAILED(address_->openResult)) return address_->openResult;
     exchange_.opened = true;
     return S_OK;
   }
   HRESULT WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t) override {
     if (!exchange_.opened) return E_FAIL;
+    if (++chunkWrites_ == address_->failWriteChunkAt) return E_FAIL;
     exchange_.chunks.emplace_back(reinterpret_cast<const char*>(bytes), length);
     return S_OK;
   }
@@ -60,6 +64,7 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
     if (response == nullptr) return E_POINTER;
     FakeReply reply = address_->responder ? address_->responder(exchange_) : FakeReply{404, {}, {}, S_OK};
     address_->exchanges.push_back(exchange_);
+    errorCode_ = reply.errorCode;
     if (FAILED(reply.sendResult)) return reply.sendResult;
     if (response_ != nullptr) response_->Dispose();
     response_ = new FakeResponse(std::move(reply));
@@ -71,7 +76,7 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
     exchange_.securityFlags = flags;
     return S_OK;
   }
-  uint32_t GetErrorCode() override { return 0; }
+  uint32_t GetErrorCode() override { return errorCode_; }
 
  private:
   static HRESULT Store(std::u16string* field, const char16_t* value) {
@@ -82,6 +87,8 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
   FakeAddress* address_;
   FakeExchange exchange_;
   FakeResponse* response_ = nullptr;
+  uint32_t errorCode_ = 0;
+  int chunkWrites_ = 0;
 };
 
 }  // namespace

@@ -33,6 +33,7 @@ struct FakeReply {
   std::string body;
   std::map<std::u16string, std::u16string> headers;
   HRESULT sendResult = S_OK;  // a failing Send models a refused connection
+  uint32_t errorCode = 0;     // what the request's GetErrorCode reports after this exchange
 };
 
 class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
@@ -54,6 +55,11 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   HRESULT createRequestResult = S_OK;
   bool secure = false;
   int requestsCreated = 0;
+  int requestsAlive = 0;  // requests not yet destroyed
+  // Fault injection for streamed bodies: the n-th WriteChunk of a request
+  // (counting from 1) fails; 0 never. openResult is what Open answers.
+  int failWriteChunkAt = 0;
+  HRESULT openResult = S_OK;
 
  private:
   explicit FakeAddress(std::u16string host) : host_(std::move(host)) {}

@@ -1,0 +1,167 @@
+// The request and response attribute objects handed to hosts.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "ipp/ipp_request_attributes.h"
+#include "norvane/norvane.h"
+#include "support/capture_log.h"
+
+namespace {
+
+using Norvane::IPPAttributeStruct;
+using Norvane::IPPRequestAttributes;
+using Norvane::IPPRequestBase;
+
+struct Request {
+  IPPRequestBase* p = CreateIPPRequest();
+  ~Request() { p->Dispose(); }
+  IPPRequestBase* operator->() const { return p; }
+  IPPRequestAttributes* Impl() const { return dynamic_cast<IPPRequestAttributes*>(p); }
+};
+
+TEST(IppRequestAttributes, ANewObjectHoldsTheDefaults) {
+  Request r;
+  ASSERT_NE(r.Impl(), nullptr);
+  EXPECT_EQ(r->GetCopy(), 1);
+  EXPECT_EQ(r->GetPrintingSides(), 3);
+  EXPECT_EQ(r->GetOrientationRequested(), 2);
+  EXPECT_EQ(r->GetPrintQuality(), 2);
+  EXPECT_EQ(r->GetMultipleDocHandling(), -1);
+  EXPECT_EQ(r->GetOutputMode(), 0u);
+  EXPECT_EQ(r->GetPrintContentOptimize(), 0u);
+  EXPECT_TRUE(r->GetMarginsPreApplied());
+  EXPECT_FALSE(r->GetIPPAttributeFidelity());
+  EXPECT_FALSE(r->GetLastDocument());
+  EXPECT_EQ(r->GetPrinterResolutionUnits(), 0);
+  uint32_t crossFeed = 9, feed = 9;
+  r->GetPrinterResolution(&crossFeed, &feed);
+  EXPECT_EQ(crossFeed, 0u);
+  EXPECT_EQ(feed, 0u);
+  for (const char* text : {r->GetPrinterURI(), r->GetRequestingUserName(), r->GetDocumentUri(), r->GetJobName(),
+                           r->GetDocumentName(), r->GetJobURI()}) {
+    EXPECT_EQ(text, nullptr);
+  }
+  EXPECT_EQ(r->GetUsername(), nullptr);
+  EXPECT_EQ(r->GetPassword(), nullptr);
+  EXPECT_TRUE(r->GetAuthorization().empty());
+  EXPECT_TRUE(r->GetExtraHTTPHeader().empty());
+}
+
+TEST(IppRequestAttributes, TextsAreCopiesAndNullClears) {
+  Request r;
+  char source[] = "report";
+  r->SetJobName(source);
+  source[0] = 'X';
+  EXPECT_STREQ(r->GetJobName(), "report");
+  r->SetJobName("");
+  ASSERT_NE(r->GetJobName(), nullptr);
+  EXPECT_STREQ(r->GetJobName(), "");
+  r->SetJobName(nullptr);
+  EXPECT_EQ(r->GetJobName(), nullptr);
+  char16_t user[] = u"alice";
+  r->SetUsername(user);
+  user[0] = u'X';
+  EXPECT_EQ(std::u16string(r->GetUsername()), u"alice");
+}
+
+TEST(IppRequestAttributes, ResolutionUnitsAcceptOnlyInchesAndCentimetres) {
+  Request r;
+  r->SetPrinterResolutionUnits(5);
+  EXPECT_EQ(r->GetPrinterResolutionUnits(), 0);
+  r->SetPrinterResolutionUnits(4);
+  EXPECT_EQ(r->GetPrinterResolutionUnits(), 4);
+  r->SetPrinterResolutionUnits(0);
+  EXPECT_EQ(r->GetPrinterResolutionUnits(), 4);
+  r->SetPrinterResolutionUnits(3);
+  EXPECT_EQ(r->GetPrinterResolutionUnits(), 3);
+}
+
+TEST(IppRequestAttributes, HeadersAreReplacedByNameAndRemovedByANullValue) {
+  Request r;
+  r->AddExtraHTTPHeader(u"X-Trace", u"1");
+  r->AddExtraHTTPHeader(u"X-Trace", u"2");
+  r->AddExtraHTTPHeader(u"x-trace", u"3");
+  r->AddExtraHTTPHeader(nullptr, u"ignored");
+  EXPECT_EQ(r->GetExtraHTTPHeader(),
+            (std::map<std::u16string, std::u16string>{{u"X-Trace", u"2"}, {u"x-trace", u"3"}}));
+  r->AddExtraHTTPHeader(u"X-Trace", nullptr);
+  EXPECT_EQ(r->GetExtraHTTPHeader(), (std::map<std::u16string, std::u16string>{{u"x-trace", u"3"}}));
+}
+
+TEST(IppRequestAttributes, EncodedAttributesAreCopiedAndEmptyOnesRefused) {
+  Request r;
+  NorvaneTest::CaptureLog log;
+  uint8_t bytes[] = {0x44, 0x00, 0x01, 'k', 0x00, 0x01, 'v'};
+  EXPECT_EQ(r->AddIPPRequest(1, bytes, 0), E_INVALIDARG);
+  EXPECT_TRUE(log.Contains("Invalid input parameters.. attributeblobSize=0", QxLogging::kStandout));
+  EXPECT_EQ(r->AddIPPRequest(1, nullptr, 7), E_INVALIDARG);
+  EXPECT_EQ(r->AddIPPRequest(1, bytes, -3), E_INVALIDARG);
+  EXPECT_TRUE(log.Contains("attributeblobSize=-3"));
+  EXPECT_TRUE(r.Impl()->GetBlobVector().empty());
+
+  ASSERT_EQ(r->AddIPPRequest(0, bytes, 7), S_OK);
+  ASSERT_EQ(r->AddIPPRequest(1, bytes, 4), S_OK);
+  bytes[3] = 'X';
+  const auto& blobs = r.Impl()->GetBlobVector();
+  ASSERT_EQ(blobs.size(), 2u);
+  EXPECT_EQ(blobs[0].group, 0u);
+  EXPECT_EQ(blobs[0].blobSize, 7);
+  EXPECT_EQ(std::string(blobs[0].blobArray.begin(), blobs[0].blobArray.end()), std::string("\x44\0\x01k\0\x01v", 7));
+  EXPECT_EQ(blobs[1].group, 1u);
+  EXPECT_EQ(blobs[1].blobArray.size(), 4u);
+}
+
+TEST(IppRequestAttributes, StructuredAttributesKeepOrderAndTerminatedTexts) {
+  Request r;
+  IPPAttributeStruct a;
+  std::memset(&a, 'x', sizeof a);  // no terminators anywhere
+  a.group = 1;
+  a.valueTag = 0x44;
+  r->AddIPPRequest(a);
+  IPPAttributeStruct b{};
+  b.valueTag = 0x21;
+  std::strcpy(b.name, "copies");
+  b.value.integer = 3;
+  r->AddIPPRequest(b);
+  const auto& list = r.Impl()->GetAttributesVector();
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(std::strlen(list[0].name), sizeof a.name - 1);
+  EXPECT_EQ(std::strlen(list[0].value.text), sizeof a.value.text - 1);
+  EXPECT_STREQ(list[1].name, "copies");
+  EXPECT_EQ(list[1].value.integer, 3);
+}
+
+TEST(IppRequestAttributes, ObjectsLiveUntilTheLastReference) {
+  size_t before = QxUtils::LiveDisposableCount();
+  IPPRequestBase* request = CreateIPPRequest();
+  Norvane::IPPResponseBase* response = CreateIPPResponse();
+  ASSERT_NE(request, nullptr);
+  ASSERT_NE(response, nullptr);
+  EXPECT_EQ(QxUtils::LiveDisposableCount(), before + 2);
+  EXPECT_EQ(request->AddRef(), 2u);
+  EXPECT_EQ(request->Dispose(), 1u);
+  EXPECT_EQ(request->Dispose(), 0u);
+  EXPECT_EQ(response->Dispose(), 0u);
+  EXPECT_EQ(QxUtils::LiveDisposableCount(), before);
+}
+
+TEST(IppResponseAttributes, StartEmptyAndHoldCopies) {
+  Norvane::IPPResponseBase* r = CreateIPPResponse();
+  EXPECT_EQ(r->GetSuccessStatus(), nullptr);
+  EXPECT_EQ(r->GetRequestID(), nullptr);
+  EXPECT_EQ(r->GetDocumentAccessError(), nullptr);
+  EXPECT_EQ(r->GetJobURI(), nullptr);
+  EXPECT_EQ(r->GetJobState(), nullptr);
+  EXPECT_EQ(r->GetJobStateReasons(), nullptr);
+  EXPECT_EQ(r->GetJobID(), 0);
+  std::string state = "Completed";
+  r->SetJobState(state.c_str());
+  state[0] = 'X';
+  EXPECT_STREQ(r->GetJobState(), "Completed");
+  r->SetJobID(-4);
+  EXPECT_EQ(r->GetJobID(), -4);
+  r->Dispose();
+}
+
+}  // namespace

@@ -1,0 +1,357 @@
+// Decoding hand-built responses: the value notation, member lookups,
+// collection queries, the job values and the collection dump.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "ipp/ipp_operations.h"
+#include "ipp_test_util.h"
+#include "norvane/norvane.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace IppTest;
+using Norvane::IPPOperations;
+
+struct Value {
+  VARIANT v;
+  Value() { VariantInit(&v); }
+  ~Value() { VariantClear(&v); }
+  VARIANT* operator&() { return &v; }
+};
+
+// Decodes `body` asking for `key`; the text of the value, "<vt 0>" when none.
+std::string Lookup(const std::string& body, const char* key, HRESULT* result = nullptr) {
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName(key);
+  Value value;
+  HRESULT hr = ops.ParseIPPContent(reinterpret_cast<const uint8_t*>(body.data()), static_cast<uint32_t>(body.size()),
+                                   &value);
+  if (result != nullptr) *result = hr;
+  return Text(value.v);
+}
+
+HRESULT Decode(IPPOperations& ops, const std::string& body, VARIANT* value = nullptr) {
+  return ops.ParseIPPContent(reinterpret_cast<const uint8_t*>(body.data()), static_cast<uint32_t>(body.size()), value);
+}
+
+std::string Collection(const std::string& name, const std::string& members) {
+  return Attr(0x34, name, "") + members + Attr(0x37, "", "");
+}
+std::string Member(const std::string& name, int tag, const std::string& value) {
+  return Attr(0x4A, "", name) + Attr(tag, "", value);
+}
+
+// Two media-col-ready entries, each with a nested media-size, between other
+// collections so that counting starts at the right record.
+std::string MediaResponse() {
+  auto entry = [](int x, const char* type, const char* source) {
+    return Attr(0x4A, "", "media-size") + Collection("", Member("x-dimension", 0x21, Be32(x)) +
+                                                             Member("y-dimension", 0x21, Be32(29700))) +
+           Member("media-type", 0x44, type) + Member("media-source", 0x44, source);
+  };
+  return ResponseStart() + Collection("media-col-default", entry(1, "auto", "auto")) +
+         Collection("media-col-ready", entry(21000, "plain", "tray-1")) + Collection("", entry(10160, "photo", "tray-2")) +
+         Attr(0x44, "media-ready", "iso_a4_210x297mm") + B({0x03});
+}
+
+TEST(IppDecodeValues, PlainAttributesJoinTheirValuesWithCommas) {
+  std::string body = ResponseStart() + Attr(0x23, "printer-state", Be32(3)) +
+                     Attr(0x44, "printer-state-reasons", "none") + Attr(0x44, "", "media-low") +
+                     Attr(0x21, "marker-levels", Be32(-2)) + Attr(0x22, "color-supported", B({0x01})) +
+                     Attr(0x42, "printer-name", "\xD0\xA2\xD0\xA1\xD0\x94") + B({0x03});
+  EXPECT_EQ(Lookup(body, "printer-state"), "3");
+  EXPECT_EQ(Lookup(body, "printer-state-reasons"), "none,media-low");
+  EXPECT_EQ(Lookup(body, "marker-levels"), "-2");
+  EXPECT_EQ(Lookup(body, "color-supported"), "1");
+  EXPECT_EQ(Lookup(body, "status-code"), "0");
+  // UTF-8 from the printer arrives as UTF-16 text.
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("printer-name");
+  Value value;
+  ASSERT_EQ(Decode(ops, body, &value), S_OK);
+  ASSERT_EQ(value.v.vt, VT_BSTR);
+  EXPECT_EQ(std::u16string(value.v.bstrVal), u"\u0422\u0421\u0414");
+  // Unknown names and a list of names find nothing and still succeed.
+  HRESULT hr = E_FAIL;
+  EXPECT_EQ(Lookup(body, "printer-state,printer-state-reasons", &hr), "<vt 0>");
+  EXPECT_EQ(hr, S_OK);
+}
+
+TEST(IppDecodeValues, ResolutionsAndRangesArriveAsRawBytesAppended) {
+  std::string r1 = Be32(600) + Be32(600) + B({3});
+  std::string r2 = Be32(1200) + Be32(600) + B({3});
+  std::string body = ResponseStart() + Attr(0x32, "printer-resolution-supported", r1) + Attr(0x32, "", r2) +
+                     Attr(0x33, "copies-supported", Be32(1) + Be32(99)) + B({0x03});
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("printer-resolution-supported");
+  Value value;
+  ASSERT_EQ(Decode(ops, body, &value), S_OK);
+  EXPECT_EQ(ByteArray(value.v), r1 + r2);
+  Value range;
+  EXPECT_EQ(ops.GetValueFromIPPMap("copies-supported", &range), 1);
+  EXPECT_EQ(ByteArray(range.v), Be32(1) + Be32(99));
+}
+
+TEST(IppDecodeValues, OctetStringMembersAreReachableByName) {
+  std::string body = ResponseStart() + Attr(0x30, "printer-alert", "code=1;severity=2") +
+                     Attr(0x30, "", "code=other;severity=warning") + B({0x03});
+  EXPECT_EQ(Lookup(body, "printer-alert.severity"), "2");
+  EXPECT_EQ(Lookup(body, "printer-alert.code"), "1");
+  // Only the first set's markers are tidied away.
+  EXPECT_EQ(Lookup(body, "printer-alert"), "code,1,severity,2,IPP_Set_Start,code,other,severity,warning,IPP_Set_End");
+  // A member that is not there fails the lookup, and with it the decode.
+  HRESULT hr = S_OK;
+  EXPECT_EQ(Lookup(body, "printer-alert.group", &hr), "<vt 0>");
+  EXPECT_EQ(hr, E_FAIL);
+}
+
+TEST(IppDecodeValues, CollectionEntriesAreNumberedPerAttribute) {
+  std::string body = MediaResponse();
+  EXPECT_EQ(Lookup(body, "media-col-ready.COL2.media-type"), "photo");
+  EXPECT_EQ(Lookup(body, "media-col-ready.COL1.media-type"), "plain");
+  EXPECT_EQ(Lookup(body, "media-col-ready.COL1.media-source"), "tray-1");
+  // The other attribute's collection starts again at COL1.
+  EXPECT_EQ(Lookup(body, "media-col-default.COL1.media-type"), "auto");
+  HRESULT hr = S_OK;
+  EXPECT_EQ(Lookup(body, "media-col-ready.COL3.media-type", &hr), "<vt 0>");
+  EXPECT_EQ(hr, E_FAIL);
+  EXPECT_EQ(Lookup(body, "media-ready"), "iso_a4_210x297mm");
+}
+
+TEST(IppDecodeCollections, QueriesByIndexConditionAndMemberPath) {
+  struct Case {
+    const char* query;
+    const char* expected;  // "<vt 0>": nothing found
+  } cases[] = {
+      {"media-col-ready[0].media-type", "plain"},
+      {"media-col-ready[1].media-type", "photo"},
+      {"media-col-ready[1].media-size.x-dimension", "10160"},
+      {"media-col-ready[media-source=tray-2].media-size.x-dimension", "10160"},
+      {"media-col-ready[media-source=tray-1,media-type=plain].media-type", "plain"},
+      {"media-col-ready[media-source=tray-1,media-type=photo].media-type", "<vt 0>"},
+      {"media-col-default[0].media-size.x-dimension", "1"},
+      // Records count from the first of the name whatever their names.
+      {"media-col-default[1].media-type", "plain"},
+      {"media-col-ready[2].media-type", "<vt 0>"},
+      {"media-col-ready[-1].media-type", "<vt 0>"},
+      {"media-col-ready[0].media-size.no-such", "<vt 0>"},
+      {"media-col-ready[0]", "<vt 0>"},
+      {"no-such-collection[0].media-type", "<vt 0>"},
+  };
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("media-ready");
+  ASSERT_EQ(Decode(ops, MediaResponse()), S_OK);
+  for (const Case& c : cases) {
+    Value value;
+    bool found = ops.QueryCollection(c.query, &value);
+    EXPECT_EQ(Text(value.v), c.expected) << c.query;
+    EXPECT_EQ(found, std::string(c.expected) != "<vt 0>") << c.query;
+  }
+}
+
+TEST(IppDecodeCollections, TheDecoderAnswersTheQueryAtTheEndTag) {
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("media-col-ready");
+  ops.SetCollectionQueryFlag(1);
+  ops.SetCollectionQuery("media-col-ready[media-type=photo].media-source");
+  Value value;
+  ASSERT_EQ(Decode(ops, MediaResponse(), &value), S_OK);
+  EXPECT_EQ(Text(value.v), "tray-2");
+  // A query that finds nothing still decodes.
+  ops.SetCollectionQuery("media-col-ready[media-type=gloss].media-source");
+  Value none;
+  EXPECT_EQ(Decode(ops, MediaResponse(), &none), S_OK);
+  EXPECT_EQ(none.v.vt, VT_EMPTY);
+}
+
+TEST(IppDecodeCollections, RecordsCanBeCopiedIntoAnotherObject) {
+  IPPOperations fresh(nullptr);
+  fresh.SetAttributeName("media-ready");
+  ASSERT_EQ(Decode(fresh, MediaResponse()), S_OK);
+  IPPOperations cache(nullptr);
+  cache.SetAttributeName("printer-state");
+  ASSERT_EQ(Decode(cache, ResponseStart() + Collection("finishings-col", Member("finishing-template", 0x44, "staple")) +
+                              B({0x03})),
+            S_OK);
+  cache.AppendCollectionRecords(fresh);
+  Value a, b;
+  EXPECT_TRUE(cache.QueryCollection("media-col-ready[1].media-size.x-dimension", &a));
+  EXPECT_EQ(Text(a.v), "10160");
+  EXPECT_TRUE(cache.QueryCollection("finishings-col[0].finishing-template", &b));
+  EXPECT_EQ(Text(b.v), "staple");
+  EXPECT_EQ(cache.GetCollectionStore().RecordCount(), 4u);
+}
+
+TEST(IppDecodeRules, LengthRulesOfTheFixedSizeAndLanguageTags) {
+  // An integer whose value-length says 2 is still read as four bytes (a
+  // decoder that believed the length would see 0 and two delimiters).
+  EXPECT_EQ(Lookup(ResponseStart() + B({0x21}) + Be16(1) + "n" + Be16(2) + B({0x00, 0x00, 0x00, 0x05, 0x03}), "n"),
+            "5");
+  // textWithLanguage needs at least four bytes; a well-formed one is skipped.
+  std::string language = Be16(2) + "en" + Be16(4) + "text";
+  HRESULT hr = S_OK;
+  Lookup(ResponseStart() + Attr(0x35, "printer-info", "abc") + B({0x03}), "printer-info", &hr);
+  EXPECT_EQ(hr, E_FAIL);
+  EXPECT_EQ(Lookup(ResponseStart() + Attr(0x35, "printer-info", language) + Attr(0x23, "printer-state", Be32(4)) +
+                       B({0x03}),
+                   "printer-state"),
+            "4");
+  EXPECT_EQ(Lookup(ResponseStart() + Attr(0x35, "printer-info", language) + B({0x03}), "printer-info"), "<vt 0>");
+  // dateTime and out-of-band values are read past.
+  EXPECT_EQ(Lookup(ResponseStart() + Attr(0x31, "printer-current-time", std::string(11, '\x01')) +
+                       Attr(0x13, "printer-geo-location", "") + Attr(0x23, "printer-state", Be32(5)) + B({0x03}),
+                   "printer-state"),
+            "5");
+}
+
+TEST(IppDecodeRules, StatusCodesAndVersions) {
+  std::string failed = ResponseStart(0x0406) + Attr(0x23, "printer-state", Be32(3)) + B({0x03});
+  // Values of an error response are decoded as usual...
+  EXPECT_EQ(Lookup(failed, "printer-state"), "3");
+  EXPECT_EQ(Lookup(failed, "status-code"), "1030");
+  // ...unless the object formed a job request, which takes only 1028.
+  IPPOperations job(nullptr);
+  job.SetJobOperations();
+  job.SetAttributeName("printer-state");
+  EXPECT_EQ(Decode(job, failed), E_FAIL);
+  EXPECT_EQ(Decode(job, ResponseStart(0x0404) + Attr(0x23, "printer-state", Be32(3)) + B({0x03})), S_OK);
+  // Only IPP/2.x is read.
+  HRESULT hr = S_OK;
+  Lookup(ResponseStart(0, 1, 1) + Attr(0x23, "printer-state", Be32(3)) + B({0x03}), "printer-state", &hr);
+  EXPECT_EQ(hr, E_FAIL);
+  EXPECT_EQ(Lookup(ResponseStart(0, 2, 1) + Attr(0x23, "printer-state", Be32(3)) + B({0x03}), "printer-state"), "3");
+}
+
+TEST(IppDecodeRules, AResponseWithoutItsEndTagSucceedsWithoutAValue) {
+  HRESULT hr = E_FAIL;
+  EXPECT_EQ(Lookup(ResponseStart() + Attr(0x23, "printer-state", Be32(3)), "printer-state", &hr), "<vt 0>");
+  EXPECT_EQ(hr, S_OK);
+}
+
+TEST(IppDecodeRules, EachDecodeStartsFromAnEmptyMap) {
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("printer-state");
+  ASSERT_EQ(Decode(ops, ResponseStart() + Attr(0x23, "printer-state", Be32(3)) + B({0x03})), S_OK);
+  ASSERT_EQ(Decode(ops, ResponseStart() + Attr(0x44, "printer-state-reasons", "none") + B({0x03})), S_OK);
+  Value value;
+  EXPECT_EQ(ops.GetValueFromIPPMap("printer-state", &value), 1);
+  EXPECT_EQ(value.v.vt, VT_EMPTY);
+  EXPECT_EQ(Decode(ops, "\x01"), E_FAIL);
+  EXPECT_TRUE(ops.GetValueMap().Empty());
+}
+
+TEST(IppResponseStructure, JobValuesAreCopiedFromTheFirstJob) {
+  std::string body = ResponseStart() + B({0x02}) + Attr(0x21, "job-id", Be32(93)) +
+                     Attr(0x45, "job-uri", "ipp://p/jobs/93") + Attr(0x23, "job-state", Be32(5)) +
+                     Attr(0x44, "job-state-reasons", "job-printing") + Attr(0x44, "", "job-incoming") +
+                     Attr(0x41, "document-access-error", "none") + B({0x02}) + Attr(0x21, "job-id", Be32(94)) +
+                     Attr(0x23, "job-state", Be32(9)) + Attr(0x44, "job-state-reasons", "job-completed-successfully") +
+                     B({0x03});
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("job-state");
+  ASSERT_EQ(Decode(ops, body), S_OK);
+  Norvane::IPPResponseBase* response = CreateIPPResponse();
+  ASSERT_EQ(ops.FormResponseStructure(10, response), S_OK);
+  EXPECT_STREQ(response->GetSuccessStatus(), "0");
+  EXPECT_STREQ(response->GetRequestID(), "100");
+  EXPECT_EQ(response->GetJobID(), 93);
+  EXPECT_STREQ(response->GetJobURI(), "ipp://p/jobs/93");
+  EXPECT_STREQ(response->GetJobState(), "Processing");
+  EXPECT_STREQ(response->GetJobStateReasons(), "job-printing,job-incoming,job-completed-successfully");
+  EXPECT_STREQ(response->GetDocumentAccessError(), "none");
+  response->Dispose();
+
+  // Cancel-Job takes the status only; an unknown state sets no text.
+  IPPOperations cancel(nullptr);
+  cancel.SetAttributeName("x");
+  ASSERT_EQ(Decode(cancel, ResponseStart(0x0400) + Attr(0x23, "job-state", Be32(12)) + B({0x03})), S_OK);
+  response = CreateIPPResponse();
+  ASSERT_EQ(cancel.FormResponseStructure(8, response), S_OK);
+  EXPECT_STREQ(response->GetSuccessStatus(), "1024");
+  EXPECT_EQ(response->GetJobState(), nullptr);
+  ASSERT_EQ(cancel.FormResponseStructure(2, response), S_OK);
+  EXPECT_EQ(response->GetJobState(), nullptr);
+  EXPECT_EQ(response->GetJobStateReasons(), nullptr);
+  response->Dispose();
+
+  IPPOperations never(nullptr);
+  response = CreateIPPResponse();
+  ASSERT_EQ(never.FormResponseStructure(2, response), S_OK);
+  EXPECT_STREQ(response->GetSuccessStatus(), "NOT_SET_ERROR");
+  EXPECT_EQ(never.FormResponseStructure(2, nullptr), E_FAIL);
+  response->Dispose();
+}
+
+TEST(IppResponseStructure, JobStateTexts) {
+  const char* texts[] = {"Pending", "Pending_held", "Processing", "Processing_stopped", "Canceled", "Aborted",
+                         "Completed"};
+  for (int32_t state = 3; state <= 9; ++state) {
+    std::string text;
+    IPPOperations::GetJobState(state, &text);
+    EXPECT_EQ(text, texts[state - 3]);
+  }
+  for (int32_t state : {-1, 0, 2, 10}) {
+    std::string text = "unchanged";
+    IPPOperations::GetJobState(state, &text);
+    EXPECT_EQ(text, "unchanged");
+  }
+}
+
+class DumpDirectory {
+ public:
+  explicit DumpDirectory(const std::string& path) { setenv("NORVANE_COLLECTION_DUMP_DIR", path.c_str(), 1); }
+  ~DumpDirectory() { unsetenv("NORVANE_COLLECTION_DUMP_DIR"); }
+};
+
+TEST(IppCollectionDump, WritesOnlyIntoTheNamedDirectoryWithSafeNames) {
+  NorvaneTest::TempDir root;
+  std::filesystem::create_directory(root.Path() + "/dump");
+  // No end tag: the decoder dumps what it saw.
+  std::string body = ResponseStart() +
+                     Collection("../../escape", Member("b", 0x44, "two") + Member("a", 0x21, Be32(1)) +
+                                                    Member("r", 0x33, Be32(1) + Be32(2)) + Attr(0x4A, "", "inner") +
+                                                    Collection("", Member("x", 0x44, "y"))) +
+                     Collection("/abs", Member("k", 0x44, "v"));
+  {
+    DumpDirectory dump(root.Path() + "/dump");
+    IPPOperations ops(nullptr);
+    ops.SetAttributeName("x");
+    ASSERT_EQ(Decode(ops, body), S_OK);
+    ASSERT_EQ(Decode(ops, body), S_OK);  // a second dump appends
+  }
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root.Path())) {
+    if (entry.is_regular_file()) files.push_back(entry.path().string());
+  }
+  std::sort(files.begin(), files.end());
+  ASSERT_EQ(files, (std::vector<std::string>{root.Path() + "/dump/_.._.._escape.xml", root.Path() + "/dump/_abs.xml"}));
+  const std::string record =
+      "<../../escape>\n<a>1</a>\n<b>two</b>\n<r>Range</r>\n<inner>\n<x>y</x>\n</inner>\n</../../escape>\n";
+  EXPECT_EQ(ReadFile(files[0]), "<SOC>" + record + record);
+  EXPECT_EQ(ReadFile(files[1]), "<SOC></abs>\n<k>v</k>\n<//abs>\n</abs>\n<k>v</k>\n<//abs>\n");
+
+  // Off without the variable, and off when it names no directory.
+  NorvaneTest::TempDir quiet;
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("x");
+  ASSERT_EQ(Decode(ops, body), S_OK);
+  {
+    DumpDirectory dump(quiet.Path() + "/missing");
+    ASSERT_EQ(Decode(ops, body), S_OK);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(quiet.Path()));
+}
+
+TEST(IppCollectionDump, FileNamesNeverLeaveTheDirectory) {
+  EXPECT_EQ(Norvane::IppDumpFileName("media-col-ready"), "media-col-ready");
+  EXPECT_EQ(Norvane::IppDumpFileName(".."), "_..");
+  EXPECT_EQ(Norvane::IppDumpFileName(""), "_");
+  EXPECT_EQ(Norvane::IppDumpFileName(std::string_view("a/b\\c\0d", 7)), "a_b_c_d");
+  EXPECT_EQ(Norvane::IppDumpFileName(std::string(300, 'x')).size(), 100u);
+}
+
+}  // namespace
