@@ -20,6 +20,7 @@ class Ref {
   ~Ref() { Reset(); }
   Ref(const Ref&) = delete;
   Ref& operator=(const Ref&) = delete;
+  Ref(Ref&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
   T* operator->() const { return object_; }
   T* get() const { return object_; }
   T** out() {
