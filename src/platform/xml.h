@@ -3,7 +3,8 @@
 //
 // Hostile input is the normal case here (device answers, caller documents), so
 // every load is locked down the same way:
-//  - whitespace-only text between elements is dropped (XML_PARSE_NOBLANKS);
+//  - whitespace-only text nodes are dropped (XML_PARSE_NOBLANKS, then a pass for
+//    the blanks that option keeps), except under xml:space="preserve";
 //  - no network (XML_PARSE_NONET), no DTD loading, no entity substitution, and a
 //    document that declares any entity is refused outright, which rules out
 //    external-entity reads and entity-expansion bombs alike;

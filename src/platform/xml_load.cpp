@@ -36,6 +36,40 @@ void RefuseEntityDeclaration(void* userData, const xmlChar*, int, const xmlChar*
   xmlStopParser(context);
 }
 
+bool IsBlank(const xmlChar* text) {
+  if (text == nullptr) return true;
+  for (; *text != 0; ++text) {
+    if (*text != ' ' && *text != '\t' && *text != '\n' && *text != '\r') return false;
+  }
+  return true;
+}
+
+// XML_PARSE_NOBLANKS keeps the blank text it cannot prove ignorable (the only
+// content of an element, or blanks beside other text). Documents are read as if
+// no whitespace-only text existed at all, except under xml:space="preserve".
+void RemoveBlankText(xmlDoc* document) {
+  xmlNode* top = reinterpret_cast<xmlNode*>(document);
+  xmlNode* node = document->children;
+  while (node != nullptr) {
+    if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
+      node = node->children;
+      continue;
+    }
+    xmlNode* blank = (node->type == XML_TEXT_NODE && IsBlank(node->content) && xmlNodeGetSpacePreserve(node->parent) != 1)
+                         ? node
+                         : nullptr;
+    while (node != nullptr && node->next == nullptr) {
+      node = node->parent;
+      if (node == top) node = nullptr;
+    }
+    if (node != nullptr) node = node->next;
+    if (blank != nullptr) {
+      xmlUnlinkNode(blank);
+      xmlFreeNode(blank);
+    }
+  }
+}
+
 xmlParserInputPtr RefuseExternalResource(void*, const xmlChar*, const xmlChar*) { return nullptr; }
 
 HRESULT Parse(const char* data, size_t size, const char* encoding, int options, DocumentPtr* document) {
@@ -54,6 +88,7 @@ HRESULT Parse(const char* data, size_t size, const char* encoding, int options, 
   if (parsed == nullptr) return S_FALSE;
   DocumentPtr result(parsed);
   if (!context->wellFormed) return S_FALSE;
+  RemoveBlankText(result.get());
   *document = std::move(result);
   return S_OK;
 }

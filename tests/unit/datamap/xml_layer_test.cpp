@@ -43,6 +43,13 @@ TEST(XmlLoad, BytesTextAndFileGiveTheSameTreeWithoutBlankText) {
   Xml::DocumentPtr fromBytes = Parse(xml);
   ASSERT_TRUE(fromBytes);
   EXPECT_EQ(CountChildren(Root(fromBytes)), 3);  // element, comment, element: no indentation
+  EXPECT_EQ(CountChildren(Root(fromBytes)->last), 0);
+  // Whitespace-only text goes even beside other text; under xml:space="preserve" it stays.
+  Xml::DocumentPtr mixed = Parse("<a>x <b/> <c xml:space=\"preserve\"> </c><d>\n\t</d></a>");
+  EXPECT_EQ(Xml::TextContentUtf8(Root(mixed)), "x  ");
+  EXPECT_EQ(CountChildren(Root(mixed)->last), 0);
+  Xml::DocumentPtr onlyBlank = Parse("<DataMaps>\n</DataMaps>");
+  EXPECT_EQ(CountChildren(Root(onlyBlank)), 0);
 
   // UTF-16 text that claims UTF-16 in its declaration is still read correctly.
   Xml::DocumentPtr fromText;
@@ -62,8 +69,8 @@ TEST(XmlLoad, BytesTextAndFileGiveTheSameTreeWithoutBlankText) {
   Xml::DocumentPtr fromFile;
   ASSERT_EQ(Xml::LoadFile(DataMapTest::FixturePath("device_datamaps.xml").c_str(), &fromFile), S_OK);
   EXPECT_TRUE(Xml::LocalNameIs(Root(fromFile), "DataMaps"));
-  std::u16string widePath(DataMapTest::FixturePath("device_datamaps.xml").begin(),
-                          DataMapTest::FixturePath("device_datamaps.xml").end());
+  const std::string path = DataMapTest::FixturePath("device_datamaps.xml");
+  std::u16string widePath(path.begin(), path.end());
   ASSERT_EQ(Xml::LoadFile(widePath.c_str(), &fromFile), S_OK);
 }
 
