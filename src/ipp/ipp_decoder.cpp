@@ -5,6 +5,7 @@
 // to its size.
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -103,7 +104,16 @@ HRESULT IPPOperations::ParseIPPContent(const uint8_t* data, uint32_t length, VAR
     return E_FAIL;
   }
   bytesRemaining_ = length;
-  if (ReadResponseData(data, value) == -1) {
+  int result;
+  try {
+    result = ReadResponseData(data, value);
+  } catch (const std::bad_alloc&) {
+    // The value map's own buffers; a failed variant still throws ComError.
+    valueMap_.Clear();
+    collections_.Clear();
+    result = -1;
+  }
+  if (result == -1) {
     QX_LOG(QxLogging::kStandout, "Unable to decode the IPP response");
     return E_FAIL;
   }

@@ -58,6 +58,11 @@ void PutI32(uint8_t* p, int32_t value) {
   p[3] = static_cast<uint8_t>(v);
 }
 
+// memcpy without the null-pointer question of empty texts.
+void CopyBytes(uint8_t* to, const char* from, size_t n) {
+  if (n != 0) std::memcpy(to, from, n);
+}
+
 // Whether `size` more bytes end within the attribute limit.
 bool Fits(int32_t offset, size_t size) {
   return offset >= 0 && offset <= kIppAttributeLimit && size <= static_cast<size_t>(kIppAttributeLimit - offset);
@@ -69,7 +74,7 @@ uint8_t* PutHead(uint8_t* buffer, int32_t* offset, uint8_t tag, std::string_view
   *p++ = tag;
   PutU16(p, static_cast<uint32_t>(name.size()));
   p += 2;
-  std::memcpy(p, name.data(), name.size());
+  CopyBytes(p, name.data(), name.size());
   p += name.size();
   PutU16(p, static_cast<uint32_t>(valueLength));
   p += 2;
@@ -133,7 +138,7 @@ int IPPOperations::AddStringToIPPRequest(uint8_t* buffer, uint8_t tag, const cha
   std::string_view text = value == nullptr ? std::string_view() : std::string_view(value);
   std::string_view n;
   if (int r = Check(buffer, name, offset, text.size(), &n)) return r;
-  std::memcpy(PutHead(buffer, offset, tag, n, text.size()), text.data(), text.size());
+  CopyBytes(PutHead(buffer, offset, tag, n, text.size()), text.data(), text.size());
   return 0;
 }
 
@@ -154,7 +159,7 @@ int IPPOperations::AddStringsToIPPRequest(uint8_t* buffer, uint8_t tag, const ch
   for (;;) {
     size_t comma = all.find(',', start);
     std::string_view piece = all.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
-    std::memcpy(PutHead(buffer, offset, tag, first, piece.size()), piece.data(), piece.size());
+    CopyBytes(PutHead(buffer, offset, tag, first, piece.size()), piece.data(), piece.size());
     first = {};
     if (comma == std::string_view::npos) break;
     start = comma + 1;

@@ -108,6 +108,20 @@ TEST(IppCaptures, KyoceraPartialSuccessAndGetJobs) {
   response->Dispose();
 }
 
+// ippeveprinter's answer to Get-Printer-Attributes for "all,media-col-database",
+// taken from the integration bench.
+TEST(IppCaptures, IppEvePrinterWithItsMediaDatabase) {
+  Decoded d(ReadFile(NORVANE_SOURCE_DIR "/tests/fixtures/ipp/ippeveprinter-get-printer-attributes-all.bin"));
+  ASSERT_EQ(d.result, S_OK);
+  EXPECT_EQ(d.Get("printer-state"), "3");
+  EXPECT_EQ(d.Get("printer-state-reasons"), "none");
+  EXPECT_EQ(d.Get("printer-make-and-model"), "Norvane NX-4100");
+  EXPECT_EQ(d.Get("media-col-database.COL3.media-key"), "iso_a4_210x297mm");
+  EXPECT_EQ(d.Query("media-col-database[2].media-size.x-dimension"), "21000");
+  EXPECT_EQ(d.Query("media-col-database[media-key=iso_dl_110x220mm_by-pass-tray].media-size.y-dimension"), "22000");
+  EXPECT_EQ(d.Query("media-col-ready[0].media-key"), "na_letter_8.5x11in_main_stationery");
+}
+
 TEST(IppCaptures, Ipp1ResponsesAreRefused) {
   for (const char* name : {"python-ipp__get-printer-attributes-error-0x0503.bin",
                            "ipp-client-kotlin__Xerox_B210_Printer__printer-stopped-media-jam.res",
