@@ -59,7 +59,7 @@ void Fill(FuzzedDataProvider& in, Norvane::IPPRequestBase* r, bool* addedAttribu
         std::string name = Text(in, 140);
         std::memcpy(a.name, name.data(), std::min(name.size(), sizeof a.name));
         std::vector<uint8_t> value = in.ConsumeBytes<uint8_t>(in.ConsumeIntegralInRange<size_t>(0, 600));
-        std::memcpy(&a.value, value.data(), std::min(value.size(), sizeof a.value));
+        if (!value.empty()) std::memcpy(&a.value, value.data(), std::min(value.size(), sizeof a.value));
         r->AddIPPRequest(a);
         *addedAttributes = true;
         break;
