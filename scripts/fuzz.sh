@@ -6,9 +6,13 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 seconds=${1:-60}
 shift || true
-CC=clang CXX=clang++ NORVANE_BUILD_DIR=build-fuzz bash scripts/build.sh \
-  -DNORVANE_BUILD_FUZZ=ON -DNORVANE_SANITIZE=ON -DNORVANE_BUILD_TESTS=OFF \
-  -DNORVANE_BUILD_BENCH=OFF -DNORVANE_BUILD_HOST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+mkdir -p build-fuzz
+if ! CC=clang CXX=clang++ NORVANE_BUILD_DIR=build-fuzz bash scripts/build.sh \
+     -DNORVANE_BUILD_FUZZ=ON -DNORVANE_SANITIZE=ON -DNORVANE_BUILD_TESTS=OFF \
+     -DNORVANE_BUILD_BENCH=OFF -DNORVANE_BUILD_HOST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+     >build-fuzz/build.log 2>&1; then
+  echo "fuzz build failed:"; tail -40 build-fuzz/build.log; exit 1
+fi
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   mapfile -t targets < <(find build-fuzz/fuzz -maxdepth 1 -type f -executable -name '*_fuzz' -printf '%f\n' | sort)
