@@ -75,28 +75,28 @@ TEST(IppCaptures, XeroxB210ReadyAndTonerEmpty) {
   EXPECT_EQ(empty.Get("marker-levels"), "0");
 }
 
-TEST(IppCaptures, BrotherAndHpInkjets) {
-  Decoded brother(Capture("python-ipp__get-printer-attributes-brother-mfcj5320dw.bin"));
-  ASSERT_EQ(brother.result, S_OK);
-  EXPECT_EQ(brother.Get("printer-state"), "3");
-  EXPECT_EQ(brother.Get("marker-levels"), "11,9,45,11");
+TEST(IppCaptures, TwoInkjets) {
+  Decoded multifunction(Capture("python-ipp__get-printer-attributes-multifunction-mfcj5320dw.bin"));
+  ASSERT_EQ(multifunction.result, S_OK);
+  EXPECT_EQ(multifunction.Get("printer-state"), "3");
+  EXPECT_EQ(multifunction.Get("marker-levels"), "11,9,45,11");
   // Names with a language are read past, so they give no value.
-  EXPECT_EQ(brother.Get("marker-names"), "<vt 0>");
+  EXPECT_EQ(multifunction.Get("marker-names"), "<vt 0>");
 
-  Decoded hp(Capture("python-ipp__get-printer-attributes-hp6830.bin"));
-  ASSERT_EQ(hp.result, S_OK);
-  EXPECT_EQ(hp.Get("printer-state-reasons"), "marker-supply-low-warning");
-  EXPECT_EQ(hp.Get("marker-levels"), "20,20,20,20");
-  EXPECT_EQ(hp.Get("printer-alert.severity"), "other");
+  Decoded inkjet(Capture("python-ipp__get-printer-attributes-hp6830.bin"));
+  ASSERT_EQ(inkjet.result, S_OK);
+  EXPECT_EQ(inkjet.Get("printer-state-reasons"), "marker-supply-low-warning");
+  EXPECT_EQ(inkjet.Get("marker-levels"), "20,20,20,20");
+  EXPECT_EQ(inkjet.Get("printer-alert.severity"), "other");
 }
 
-TEST(IppCaptures, KyoceraPartialSuccessAndGetJobs) {
-  Decoded printer(Capture("python-ipp__get-printer-attributes-kyocera-ecosys-m2540dn-001.bin"));
+TEST(IppCaptures, LaserPartialSuccessAndGetJobs) {
+  Decoded printer(Capture("python-ipp__get-printer-attributes-laser-ecosys-m2540dn-001.bin"));
   ASSERT_EQ(printer.result, S_OK);
   EXPECT_EQ(printer.Get("status-code"), "1");
   EXPECT_EQ(printer.Get("printer-state"), "3");
 
-  Decoded jobs(Capture("python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin"));
+  Decoded jobs(Capture("python-ipp__get-jobs-laser-ecosys-m2540dn-000.bin"));
   ASSERT_EQ(jobs.result, S_OK);
   EXPECT_EQ(jobs.Get("job-name"), "Microsoft Word - \xD0\xA2\xD0\xA1\xD0\x94");
   Norvane::IPPResponseBase* response = CreateIPPResponse();
@@ -150,18 +150,18 @@ TEST(IppCaptures, RelabelledIpp1StructuresDecodeAndPrinterBugsStillFail) {
   ASSERT_EQ(jam.result, S_OK);
   EXPECT_EQ(jam.Get("printer-state-reasons"), "media-jam-error");
 
-  Decoded hp(AsIpp2(Capture("SharpIppNext__GetPrinterAttributes_HP_Color_LaserJet_MFP_M476dn.bin")));
-  ASSERT_EQ(hp.result, S_OK);
+  Decoded colorLaser(AsIpp2(Capture("SharpIppNext__GetPrinterAttributes_HP_Color_LaserJet_MFP_M476dn.bin")));
+  ASSERT_EQ(colorLaser.result, S_OK);
   // Three levels deep: job-constraints-supported / media-col / media-size.
-  EXPECT_EQ(hp.Query("job-constraints-supported[0].media-col.media-size.y-dimension"), "34036");
+  EXPECT_EQ(colorLaser.Query("job-constraints-supported[0].media-col.media-size.y-dimension"), "34036");
 
   Decoded cups(AsIpp2(Capture("ipp-client-kotlin__CUPS__Cups-Get-Printers.ipp")));
   ASSERT_EQ(cups.result, S_OK);
   EXPECT_GT(cups.ops.GetValueMap().ValueCount(), 4000u);
 
-  Decoded brother(AsIpp2(Capture("ipp-client-kotlin__invalidBrotherMediaTypeSupported.response")));
-  ASSERT_EQ(brother.result, S_OK);
-  EXPECT_EQ(brother.Get("media-type-supported").rfind("labels,roll", 0), 0u);
+  Decoded multifunction(AsIpp2(Capture("ipp-client-kotlin__invalidBrotherMediaTypeSupported.response")));
+  ASSERT_EQ(multifunction.result, S_OK);
+  EXPECT_EQ(multifunction.Get("media-type-supported").rfind("labels,roll", 0), 0u);
 
   for (const char* name : {"ipp-client-kotlin__invalidHpNameWithLanguage.response",
                            "ipp-client-kotlin__invalidXeroxMediaCol.response"}) {
