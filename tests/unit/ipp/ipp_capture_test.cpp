@@ -76,7 +76,7 @@ TEST(IppCaptures, XeroxB210ReadyAndTonerEmpty) {
 }
 
 TEST(IppCaptures, TwoInkjets) {
-  Decoded multifunction(Capture("python-ipp__get-printer-attributes-multifunction-mfcj5320dw.bin"));
+  Decoded multifunction(Capture("python-ipp__get-printer-attributes-brother-mfcj5320dw.bin"));
   ASSERT_EQ(multifunction.result, S_OK);
   EXPECT_EQ(multifunction.Get("printer-state"), "3");
   EXPECT_EQ(multifunction.Get("marker-levels"), "11,9,45,11");
@@ -91,12 +91,12 @@ TEST(IppCaptures, TwoInkjets) {
 }
 
 TEST(IppCaptures, LaserPartialSuccessAndGetJobs) {
-  Decoded printer(Capture("python-ipp__get-printer-attributes-laser-ecosys-m2540dn-001.bin"));
+  Decoded printer(Capture("python-ipp__get-printer-attributes-kyocera-ecosys-m2540dn-001.bin"));
   ASSERT_EQ(printer.result, S_OK);
   EXPECT_EQ(printer.Get("status-code"), "1");
   EXPECT_EQ(printer.Get("printer-state"), "3");
 
-  Decoded jobs(Capture("python-ipp__get-jobs-laser-ecosys-m2540dn-000.bin"));
+  Decoded jobs(Capture("python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin"));
   ASSERT_EQ(jobs.result, S_OK);
   EXPECT_EQ(jobs.Get("job-name"), "Microsoft Word - \xD0\xA2\xD0\xA1\xD0\x94");
   Norvane::IPPResponseBase* response = CreateIPPResponse();
