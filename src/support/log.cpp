@@ -7,35 +7,78 @@
 
 #include "norvane/platform.h"
 #include "support/resolver_utils.h"
+#include "support/logging/process_facts.h"
+#include "support/logging/record_writer.h"
 #include "support/string_utils.h"
 #include "support/win32_exception.h"
 
 namespace QxLogging {
 
 CLogModule::CLogModule(const char* name, const char* buildTime)
-    : name_(name != nullptr ? name : ""), buildTime_(buildTime != nullptr ? buildTime : "") {}
+    : name_(name != nullptr ? name : ""), buildTime_(buildTime != nullptr ? buildTime : "") {
+  try {
+    AttachConfiguredWriter(this, std::string(__DATE__) + " " + buildTime_);
+  } catch (...) {
+    SetConfiguredMask(0);
+  }
+}
+
+CLogModule::~CLogModule() {
+  SetConfiguredMask(0);
+  DetachConfiguredWriter(this);
+}
+
+void CLogModule::UpdateGateNoLock() {
+  gate_.store(configured_.load(std::memory_order_relaxed) | (hasWriter_ ? ~0u : 0u), std::memory_order_relaxed);
+}
+
+void CLogModule::SetConfiguredMask(uint32_t mask) {
+  std::lock_guard<std::mutex> lock(gateMutex_);
+  configured_.store(mask, std::memory_order_relaxed);
+  UpdateGateNoLock();
+}
 
 std::shared_ptr<ILogWriter> CLogModule::SetWriter(std::shared_ptr<ILogWriter> writer) {
   std::lock_guard<std::mutex> lock(mutex_);
-  hasWriter_.store(writer != nullptr, std::memory_order_release);
+  {
+    std::lock_guard<std::mutex> gate(gateMutex_);
+    hasWriter_ = writer != nullptr;
+    UpdateGateNoLock();
+  }
   writer_.swap(writer);
   return writer;
 }
 
-bool CLogModule::Wants(uint32_t category) const {
-  if (!hasWriter_.load(std::memory_order_acquire)) return false;
-  std::lock_guard<std::mutex> lock(mutex_);
-  return writer_ != nullptr && writer_->Wants(category);
+bool CLogModule::Wants(uint32_t category, const CLogSourceFile* file) const {
+  if (!MayWant(category)) return false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (writer_ != nullptr && writer_->Wants(category)) return true;
+  }
+  if ((configured_.load(std::memory_order_relaxed) & category) == 0) return false;
+  return ConfiguredWants(this, file != nullptr ? std::string_view(file->Name()) : std::string_view(), category);
 }
 
 void CLogModule::Write(const LogRecord& record) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (writer_ == nullptr || !writer_->Wants(record.category)) return;
-  try {
-    writer_->Write(*this, record);
-  } catch (...) {
-    // A writer's failure is never the caller's.
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    try {
+      if (writer_ != nullptr && writer_->Wants(record.category)) writer_->Write(*this, record);
+      // The attached writer sees a scope's error text as a record of its own.
+      if (writer_ != nullptr && (record.category & kExit) != 0 && record.errorCode != 0 &&
+          writer_->Wants(kErrorText)) {
+        std::string text = QxUtils::WideToUtf8(QxUtils::FormatErrorText(record.errorCode));
+        LogRecord error = record;
+        error.category = kErrorText;
+        error.text = text;
+        error.errorCode = 0;
+        writer_->Write(*this, error);
+      }
+    } catch (...) {
+      // A writer's failure is never the caller's.
+    }
   }
+  if ((configured_.load(std::memory_order_relaxed) & record.category) != 0) ConfiguredWrite(this, record);
 }
 
 CLogModule& NorvaneDM() {
@@ -106,28 +149,23 @@ void SplitFunctionName(std::string_view function, std::string* className, std::s
   }
 }
 
-CLogFunction::CLogFunction(CLogModule* module, const CLogSourceFile* file, const char* function,
-                           int line)
-    : module_(module), file_(file), function_(function != nullptr ? function : ""), line_(line) {
-  if (Enabled(kEntry)) {
-    CLastErrorRestore keep;
-    Emit(kEntry, line, DisplayName());
+void CLogFunction::EnterSlow() {
+  CLastErrorRestore keep;
+  try {
+    startMicros_ = MonotonicMicros();
+    if (Enabled(kEntry)) Emit(kEntry, line_, DisplayName());
+  } catch (...) {
   }
 }
 
-CLogFunction::~CLogFunction() {
-  if (module_ == nullptr) return;
+void CLogFunction::ExitSlow() {
   CLastErrorRestore keep;
   try {
-    if (Enabled(kExit)) {
-      if (QxUtils::CWin32Exception::LiveCount() > 0) {
-        Emit(kExit, 0, DisplayName() + "   *** UNHANDLED EXCEPTION PENDING ***");
-      } else {
-        Emit(kExit, 0, DisplayName());
-      }
-    }
-    if (errorCode_ != 0 && Enabled(kErrorText)) {
-      Emit(kErrorText, 0, QxUtils::WideToUtf8(QxUtils::FormatErrorText(errorCode_)));
+    if (!Enabled(kExit) && !(errorCode_ != 0 && Enabled(kErrorText))) return;
+    if (QxUtils::CWin32Exception::LiveCount() > 0) {
+      Emit(kExit, 0, DisplayName() + "   *** UNHANDLED EXCEPTION PENDING ***");
+    } else {
+      Emit(kExit, 0, DisplayName());
     }
   } catch (...) {
   }
@@ -135,8 +173,7 @@ CLogFunction::~CLogFunction() {
 
 const std::string& CLogFunction::DisplayName() {
   if (!displayReady_) {
-    std::string className;
-    SplitFunctionName(function_, &className, &displayName_);
+    SplitFunctionName(function_, &className_, &displayName_);
     displayReady_ = true;
   }
   return displayName_;
@@ -144,13 +181,20 @@ const std::string& CLogFunction::DisplayName() {
 
 void CLogFunction::Emit(uint32_t category, int line, std::string_view text) {
   line_ = line;
-  LogRecord record{category, line, function_, DisplayName(), file_ != nullptr ? std::string_view(file_->Name()) : std::string_view(), text};
+  LogRecord record{category, line, function_, DisplayName(),
+                   file_ != nullptr ? std::string_view(file_->Name()) : std::string_view(), text,
+                   className_, 0, 0, startMicros_};
+  if (category & kExit) {
+    record.errorCode = errorCode_;
+    record.exceptionState = exceptionState_;
+  }
   module_->Write(record);
 }
 
 void CLogFunction::Format(uint32_t category, int line, const char* format, ...) {
-  CLastErrorRestore keep;
   line_ = line;
+  if (!MayLog(category)) return;
+  CLastErrorRestore keep;
   if (!Enabled(category) || format == nullptr) return;
   try {
     va_list args;

@@ -1,8 +1,14 @@
 // Log scopes: every operation opens a CLogFunction, which writes an entry record
 // on construction and an exit record on destruction, and messages go through it.
-// A module without a writer drops records before any text is formatted, so
-// tracing costs one atomic load when nobody listens. Logging never throws and
-// never changes the thread's last-error code.
+//
+// A module has two writers, and both receive every record they want: the
+// configured writer (support/logging: settings from the registry, the log file,
+// standard error, the external monitor) and, optionally, an attached
+// ILogWriter (tests capture records this way). Each module keeps a gate, the
+// union of the categories either writer could want; a record outside it is
+// dropped before any text is formatted, so tracing costs one atomic load when
+// nobody listens. Logging never throws and never changes the thread's
+// last-error code.
 #pragma once
 
 #include <atomic>
@@ -33,6 +39,10 @@ struct LogRecord {
   std::string_view displayName;  // class::method part of the function name
   std::string_view sourceFile;   // lower-cased base name
   std::string_view text;
+  std::string_view className;  // next-to-last component of the function name
+  uint32_t errorCode = 0;      // exit records: the scope's error code
+  int exceptionState = 0;      // exit records: 0 none, 2 handled, 3 unhandled
+  uint64_t startMicros = 0;    // monotonic microseconds when the scope opened
 };
 
 // Receives every record of the modules it is attached to. Calls are serialised
@@ -44,26 +54,40 @@ class ILogWriter {
   virtual void Write(const CLogModule& module, const LogRecord& record) = 0;
 };
 
+class CLogSourceFile;
+
 class CLogModule {
  public:
   CLogModule(const char* name, const char* buildTime);
+  virtual ~CLogModule();
   CLogModule(const CLogModule&) = delete;
   CLogModule& operator=(const CLogModule&) = delete;
 
   const std::string& Name() const { return name_; }
   const std::string& BuildTime() const { return buildTime_; }
 
-  // Replaces the writer; null detaches. Returns the previous one.
+  // Replaces the attached writer; null detaches. Returns the previous one.
   std::shared_ptr<ILogWriter> SetWriter(std::shared_ptr<ILogWriter> writer);
-  bool Wants(uint32_t category) const;
+  // The fast test: false means no writer wants any record of `category`.
+  bool MayWant(uint32_t category) const { return (gate_.load(std::memory_order_relaxed) & category) != 0; }
+  bool Wants(uint32_t category, const CLogSourceFile* file = nullptr) const;
   void Write(const LogRecord& record);
 
+  // The categories the configured writer could want (all of them while its
+  // settings are due for a refresh). Set by the configured writer.
+  void SetConfiguredMask(uint32_t mask);
+
  private:
+  void UpdateGateNoLock();
+
   std::string name_;
   std::string buildTime_;
-  mutable std::mutex mutex_;
+  mutable std::mutex mutex_;  // the attached writer
   std::shared_ptr<ILogWriter> writer_;
-  std::atomic<bool> hasWriter_{false};
+  std::mutex gateMutex_;  // leaf lock: the two masks and the gate
+  bool hasWriter_ = false;
+  std::atomic<uint32_t> configured_{~0u};
+  std::atomic<uint32_t> gate_{~0u};
 };
 
 // The three modules of the library.
@@ -101,8 +125,14 @@ void SplitFunctionName(std::string_view function, std::string* className, std::s
 
 class CLogFunction {
  public:
-  CLogFunction(CLogModule* module, const CLogSourceFile* file, const char* function, int line);
-  ~CLogFunction();
+  // Inline so that a scope nobody listens to costs two atomic loads.
+  CLogFunction(CLogModule* module, const CLogSourceFile* file, const char* function, int line)
+      : module_(module), file_(file), function_(function != nullptr ? function : ""), line_(line) {
+    if (MayLog(kEntry | kExit)) EnterSlow();
+  }
+  ~CLogFunction() {
+    if (MayLog(kExit | kErrorText)) ExitSlow();
+  }
   CLogFunction(const CLogFunction&) = delete;
   CLogFunction& operator=(const CLogFunction&) = delete;
 
@@ -113,19 +143,30 @@ class CLogFunction {
   // A non-zero code makes the exit record carry its error text.
   void SetErrorCode(uint32_t code) { errorCode_ = code; }
   uint32_t ErrorCode() const { return errorCode_; }
+  // 2: the function handled an exception, 3: one left it; shown on the exit record.
+  void SetExceptionState(int state) { exceptionState_ = state; }
   int LastLine() const { return line_; }
-  bool Enabled(uint32_t category) const { return module_ != nullptr && module_->Wants(category); }
+  // The fast test alone: false means nothing of this category is written.
+  bool MayLog(uint32_t category) const { return module_ != nullptr && module_->MayWant(category); }
+  bool Enabled(uint32_t category) const {
+    return module_ != nullptr && module_->MayWant(category) && module_->Wants(category, file_);
+  }
 
  private:
   void Emit(uint32_t category, int line, std::string_view text);
   const std::string& DisplayName();
+  void EnterSlow();
+  void ExitSlow();
 
   CLogModule* module_;
   const CLogSourceFile* file_;
   const char* function_;
   int line_;
   uint32_t errorCode_ = 0;
+  int exceptionState_ = 0;
+  uint64_t startMicros_ = 0;
   bool displayReady_ = false;
+  std::string className_;
   std::string displayName_;
   std::string pending_;
 };
@@ -140,4 +181,6 @@ class CLogFunction {
 // Opens the scope of the current function.
 #define QX_LOG_FUNCTION(module, name) \
   ::QxLogging::CLogFunction qxLog_(&(module), &qxLogSourceFile_, name, __LINE__)
-#define QX_LOG(category, ...) qxLog_.Format((category), __LINE__, __VA_ARGS__)
+// The arguments are evaluated only when some writer may want the record.
+#define QX_LOG(category, ...) \
+  (qxLog_.MayLog(category) ? qxLog_.Format((category), __LINE__, __VA_ARGS__) : void())

@@ -1,0 +1,159 @@
+// Records configured through the registry end up in the log file with the
+// layout, indentation, size limit and queueing the options ask for.
+#include <sys/file.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "logging_test_util.h"
+#include "norvane/platform.h"
+
+QX_LOG_SOURCE_FILE()
+
+namespace NorvaneLogTest {
+namespace {
+
+using QxLogging::CLogFunction;
+using QxLogging::CLogModule;
+
+void Probe(CLogModule& module, int count) {
+  CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Printer::Probe", 42);
+  scope.Format(QxLogging::kInfo, 43, "probing %d", count);
+}
+
+class LogFileOutput : public LoggingTest {};
+
+TEST_F(LogFileOutput, EntryMessageAndExitLinesCarryTheirTagsAndLineEnds) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10 | 0x400 | 0x800), Dword(u"LogOptions", 0),
+                     Text(u"LogFileName", File("qx.log"))});
+  CLogModule module("LogTestModule", "01:02:03");
+  SetLastError(77);
+  Probe(module, 3);
+  {
+    // Categories outside the mask write nothing and keep the last error.
+    CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Printer::Quiet", 50);
+    scope.Format(QxLogging::kStandout, 51, "not written");
+    scope.Format(QxLogging::kInfo | 1, 52, "level 1 is above detail level 0");
+  }
+  EXPECT_EQ(GetLastError(), 77u);
+  EXPECT_EQ(ReadLog(File("qx.log")),
+            "(->) Printer::Probe\r\n(I0) probing 3\r\n(<-) Printer::Probe\r\n"
+            "(->) Printer::Quiet\r\n(<-) Printer::Quiet\r\n");
+  // Two bytes per character, no byte-order mark.
+  EXPECT_EQ(std::filesystem::file_size(File("qx.log")), 2u * ReadLog(File("qx.log")).size());
+}
+
+// The indent sits between the prefix (tags included) and the text.
+TEST_F(LogFileOutput, NestedCallsIndentAndLineNumbersFollowTheRecords) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10 | 0x400 | 0x800), Dword(u"LogOptions", 0x200000),
+                     Text(u"LogFileName", File("indent.log"))});
+  CLogModule module("LogTestModule", "01:02:03");
+  {
+    CLogFunction outer(&module, &qxLogSourceFile_, "Norvane::Outer::Run", 10);
+    Probe(module, 1);
+  }
+  EXPECT_EQ(Lines(ReadLog(File("indent.log"))),
+            (std::vector<std::string>{"(->) Outer::Run", "(->)   Printer::Probe", "(I0)     probing 1",
+                                      "(<-)   Printer::Probe", "(<-) Outer::Run"}));
+
+  SetKey(RootKey(), {Dword(u"LogOptions", 0x20000000), Text(u"LogFileName", File("lines.log"))});
+  QxLogging::RefreshLogSettings();
+  Probe(module, 2);
+  auto lines = Lines(ReadLog(File("lines.log")));
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_TRUE(std::regex_match(lines[0], std::regex(R"(\d{10} 0042: \(->\) Printer::Probe)"))) << lines[0];
+  EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(\d{10} 0043: \(I0\) probing 2)"))) << lines[1];
+  EXPECT_TRUE(std::regex_match(lines[2], std::regex(R"(\d{10}       \(<-\) Printer::Probe)"))) << lines[2];
+}
+
+TEST_F(LogFileOutput, SizeLimitWritesTheCrossingLineThenTheMarkerThenDrops) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File("small.log"))});
+  CLogModule module("LimitModule", "01:02:03");
+  CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Big::Write", 1);
+  std::string payload(100, 'x');
+  // Each line is 5 + 100 + 2 characters, 214 bytes: the fifth crosses 1024.
+  for (int i = 0; i < 7; ++i) scope.Format(QxLogging::kInfo, 2, "%d%s", i, payload.c_str());
+  auto lines = Lines(ReadLog(File("small.log")));
+  ASSERT_EQ(lines.size(), 6u);
+  EXPECT_EQ(lines[4], "(I0) 4" + payload);
+  EXPECT_EQ(lines[5], "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR LimitModule MODULE ***");
+}
+
+TEST_F(LogFileOutput, ReplaceAndUniqueNamesStartAFreshFileAtTheLimit) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 0x10000 | 0x20000 | 1),
+                     Text(u"LogFileName", File("roll.log"))});
+  CLogModule module("RollModule", "01:02:03");
+  CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Big::Write", 1);
+  std::string payload(300, 'y');
+  for (int i = 0; i < 3; ++i) scope.Format(QxLogging::kInfo, 2, "%d%s", i, payload.c_str());
+  std::vector<std::string> names;
+  for (auto& entry : std::filesystem::directory_iterator(dir_.Path())) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  // Two started files, "roll-XXXXXX.log", never the configured name itself.
+  ASSERT_EQ(names.size(), 2u);
+  for (const auto& name : names) EXPECT_TRUE(std::regex_match(name, std::regex(R"(roll-.{6}\.log)"))) << name;
+  std::string first = ReadLog(File(names[0])), second = ReadLog(File(names[1]));
+  std::string full = first.find("LIMIT") != std::string::npos ? first : second;
+  std::string fresh = full == first ? second : first;
+  EXPECT_EQ(Lines(full).size(), 3u);  // two lines and the marker
+  EXPECT_EQ(fresh, "(I0) 2" + payload + "\r\n");
+}
+
+TEST_F(LogFileOutput, LinesWaitInTheQueueWhileAnotherWriterHoldsTheFile) {
+  std::string path = File("locked.log");
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Text(u"LogFileName", path)});
+  CLogModule module("QueueModule", "01:02:03");
+  CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Q::Run", 1);
+  scope.Format(QxLogging::kInfo, 2, "first");  // starts the file
+  int holder = open(path.c_str(), O_RDWR);
+  ASSERT_GE(holder, 0);
+  ASSERT_EQ(flock(holder, LOCK_EX), 0);
+  testing::internal::CaptureStderr();
+  scope.Format(QxLogging::kInfo, 3, "while locked");
+  std::string note = testing::internal::GetCapturedStderr();
+  EXPECT_NE(note.find("Unable to open log file:\n<" + path + ">"), std::string::npos) << note;
+  EXPECT_EQ(ReadLog(path), "(I0) first\r\n");
+  close(holder);
+  scope.Format(QxLogging::kInfo, 4, "after");
+  EXPECT_EQ(Lines(ReadLog(path)),
+            (std::vector<std::string>{"(I0) first", "--- Queued Lines Start ---", "(I0) while locked",
+                                      "--- Queued Lines End ---", "(I0) after"}));
+}
+
+TEST_F(LogFileOutput, HeaderErrorTextAndDurationOnRequest) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x40000000 | 0x800 | 0x20000000), Dword(u"LogOptions", 0x400000),
+                     Text(u"LogFileName", File("header.log"))});
+  CLogModule module("HeaderModule", "04:15:05");
+  {
+    CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Job::Cancel", 1);
+    scope.SetErrorCode(0x80004005);
+    scope.SetExceptionState(2);
+  }
+  auto lines = Lines(ReadLog(File("header.log")));
+  ASSERT_EQ(lines.size(), 8u);
+  EXPECT_EQ(lines[0].rfind("(++) Module File Name: /", 0), 0u) << lines[0];
+  EXPECT_NE(lines[0].find(" bytes)"), std::string::npos);
+  EXPECT_EQ(lines[1].rfind("(++)     Command Line: ", 0), 0u);
+  EXPECT_EQ(lines[2].rfind("(++)     File Version: ", 0), 0u);
+  EXPECT_EQ(lines[3], "(++)       Process ID: [" + std::to_string(getpid()) + "] ");
+  EXPECT_TRUE(std::regex_match(lines[4], std::regex(R"(\(\+\+\)         Built on: \w{3} [ \d]\d \d{4} 04:15:05)")))
+      << lines[4];
+  EXPECT_EQ(lines[5], "(++)    Log File Name: <" + std::filesystem::canonical(File("header.log")).string() + ">");
+  EXPECT_TRUE(std::regex_match(lines[6], std::regex(R"(\(<-\) Job::Cancel \(Dur: \d+ us\) \(handled exception\) )")))
+      << lines[6];
+  EXPECT_EQ(lines[7], "(**) [Err: 0x80004005] Unspecified error");
+}
+
+TEST_F(LogFileOutput, FileNamesExpandEnvironmentReferences) {
+  setenv("NORVANE_LOG_TEST_DIR", dir_.Path().c_str(), 1);
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x400), Text(u"LogFileName", "${NORVANE_LOG_TEST_DIR}/env.log")});
+  CLogModule module("EnvModule", "01:02:03");
+  Probe(module, 0);
+  unsetenv("NORVANE_LOG_TEST_DIR");
+  EXPECT_EQ(ReadLog(File("env.log")), "(->) Printer::Probe\r\n");
+}
+
+}  // namespace
+}  // namespace NorvaneLogTest

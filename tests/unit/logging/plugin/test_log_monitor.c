@@ -1,0 +1,53 @@
+/* A log monitor plug-in written the way a host's developer would write one in
+ * plain C: five exported notifications taking length-prefixed UTF-16 text.
+ * It keeps a transcript of the calls that the logging tests read back through
+ * TestMonitorTranscript(). */
+#include <stdint.h>
+#include <string.h>
+
+typedef uint16_t* BSTR;
+typedef int32_t HRESULT;
+
+static char transcript[65536];
+
+static void Append(const char* what, BSTR text) {
+  size_t used = strlen(transcript);
+  size_t room = sizeof transcript - used - 1;
+  size_t n = strlen(what);
+  if (n > room) return;
+  memcpy(transcript + used, what, n);
+  used += n;
+  room -= n;
+  /* The length prefix sits in the four bytes before the text. */
+  uint32_t bytes = text != NULL ? ((const uint32_t*)text)[-1] : 0;
+  for (uint32_t i = 0; i < bytes / 2 && room > 1; ++i, --room) {
+    transcript[used++] = text[i] < 0x80 ? (char)text[i] : '?';
+  }
+  transcript[used++] = '\n';
+  transcript[used] = '\0';
+}
+
+__attribute__((visibility("default"))) HRESULT MonitorStart(BSTR file, BSTR fileOrUnknown) {
+  Append("start:", file);
+  Append("start2:", fileOrUnknown);
+  return 0;
+}
+__attribute__((visibility("default"))) HRESULT MonitorStop(BSTR exe) {
+  Append("stop:", exe);
+  return 0;
+}
+__attribute__((visibility("default"))) HRESULT MonitorClass(BSTR name) {
+  Append("class:", name);
+  return 0;
+}
+__attribute__((visibility("default"))) HRESULT MonitorEnter(BSTR name) {
+  Append("enter:", name);
+  return 0;
+}
+__attribute__((visibility("default"))) HRESULT MonitorExit(BSTR name) {
+  Append("exit:", name);
+  return 0;
+}
+
+__attribute__((visibility("default"))) const char* TestMonitorTranscript(void) { return transcript; }
+__attribute__((visibility("default"))) void TestMonitorReset(void) { transcript[0] = '\0'; }
