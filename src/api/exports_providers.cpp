@@ -1,5 +1,6 @@
 // Factories of the XML, web-services and SNMP providers.
 #include "norvane/api.h"
+#include "providers/oid_provider_impl.h"
 #include "support/log.h"
 
 QX_LOG_SOURCE_FILE()
@@ -15,8 +16,7 @@ extern "C" Norvane::VEXAProvider* CreateVEXAProvider(Norvane::Address* address) 
 
 extern "C" Norvane::OIDProvider* CreateOIDProvider(Norvane::Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateOIDProvider");
-  (void)address;
-  return nullptr;
+  return Norvane::OIDProviderImpl::Create(address);
 }
 
 extern "C" Norvane::WSProvider* CreateWSProvider(Norvane::Address* address) {

@@ -1,6 +1,8 @@
 #include "engine/protocol_rows.h"
 
 #include "engine/data_collection_impl.h"
+#include "engine/oid_data_mapper.h"
+#include "providers/oid_provider_impl.h"
 #include "support/string_utils.h"
 
 QX_LOG_SOURCE_FILE()
@@ -17,7 +19,21 @@ DataCollectionImpl* OpenVexa(Address*, DataMapSpec*, bool, ProtocolAttempt*) { r
 DataCollectionImpl* OpenWebServices(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
 DataCollectionImpl* OpenProductInformation(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
 DataCollectionImpl* OpenIpp(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
-DataCollectionImpl* OpenOid(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+DataCollectionImpl* OpenOid(Address* address, DataMapSpec* dataMap, bool wantIdentity, ProtocolAttempt* attempt) {
+  OIDProviderImpl* provider = OIDProviderImpl::Create(address);
+  if (provider == nullptr) return nullptr;
+  DataCollectionImpl* mapper = OIDDataMapper::Create(provider, dataMap);
+  if (mapper != nullptr && wantIdentity) {
+    // The device's serial number in the maker's private MIB.
+    Variant identity;
+    if (provider->GetValue(u"1.3.6.1.4.1.32473.2.3.9.4.2.1.1.3.3.0", identity.Ptr()) == S_OK) {
+      attempt->identity = std::move(identity);
+      attempt->identityRead = true;
+    }
+  }
+  provider->Dispose();
+  return mapper;
+}
 
 // Web services are tried unless the host says its web-service port is absent.
 bool WebServicePortAvailable(Address* address, QxLogging::CLogFunction& qxLog_) {

@@ -7,8 +7,10 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "norvane/com.h"
 #include "norvane/disposable.h"
 #include "norvane/transport.h"
 
@@ -36,6 +38,35 @@ struct FakeReply {
   uint32_t errorCode = 0;     // what the request's GetErrorCode reports after this exchange
 };
 
+// Orders dotted-decimal OIDs arc by arc, numerically, as an agent walks them.
+struct OidLess {
+  using is_transparent = void;
+  bool operator()(std::u16string_view a, std::u16string_view b) const;
+};
+
+// An SNMP agent's objects in memory, shared by an address and every connection
+// it hands out. Connections answer as the reference host does: a missing object
+// fails a single get (E_FAIL) and leaves its variant empty in a multiple get;
+// get-next answers the first object after the one asked about (E_FAIL past the
+// last) and E_OUTOFMEMORY when the buffer cannot hold that OID.
+struct FakeMib {
+  void Put(std::u16string oid, const VARIANT& value);
+  void PutText(std::u16string oid, std::u16string_view text);
+  void PutInt(std::u16string oid, int32_t value);
+
+  std::map<std::u16string, Norvane::Variant, OidLess> objects;
+  // Get-next answers that override the object order: asked OID -> answered OID
+  // (its value from `objects`, empty when absent). Models agents that loop.
+  std::map<std::u16string, std::u16string> nextJumps;
+  // Every call, in order: "get OID", "multi N", "next OID", "set OID".
+  std::vector<std::u16string> calls;
+  // Values written by SetValue, by OID.
+  std::map<std::u16string, Norvane::Variant> written;
+  HRESULT setResult = S_OK;
+  HRESULT multiResult = S_OK;
+  int connectionsAlive = 0;
+};
+
 class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
  public:
   static FakeAddress* Create(std::u16string host);  // one reference for the caller
@@ -60,6 +91,9 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   // (counting from 1) fails; 0 never. openResult is what Open answers.
   int failWriteChunkAt = 0;
   HRESULT openResult = S_OK;
+  // The device's SNMP agent; without one GetMIBConnection fails, as for a
+  // device that does not answer SNMP.
+  std::shared_ptr<FakeMib> mib;
 
  private:
   explicit FakeAddress(std::u16string host) : host_(std::move(host)) {}
