@@ -1,6 +1,7 @@
 // IPP provider factories and the request/response object factories.
 #include <string_view>
 
+#include "ipp/ipp_provider_impl.h"
 #include "ipp/ipp_request_attributes.h"
 #include "ipp/ipp_response_attributes.h"
 #include "norvane/api.h"
@@ -11,9 +12,6 @@ QX_LOG_SOURCE_FILE()
 
 namespace {
 
-// No answer on 631 nor 80: what creation reports for a device without IPP.
-constexpr DWORD kDeviceNotReachable = 0x20000002;
-
 // Case-sensitive scheme classes, tested in this order: "ipps" is secure IPP,
 // "ipp" plain IPP.
 bool IsSecureIppUri(const char16_t* uri) { return uri != nullptr && QxUtils::StartsWith(uri, u"ipps"); }
@@ -22,20 +20,12 @@ bool IsPlainIppUri(const char16_t* uri) {
   return uri != nullptr && !IsSecureIppUri(uri) && QxUtils::StartsWith(uri, u"ipp");
 }
 
-Norvane::IPPProvider* CreateProvider(Norvane::Address* address, const char16_t* printerURI, uint32_t flags) {
-  (void)printerURI, (void)flags;
-  SetLastError(address == nullptr ? ERROR_INVALID_PARAMETER : kDeviceNotReachable);
-  return nullptr;
-}
-
 }  // namespace
 
 extern "C" Norvane::IPPProvider* CreateIPPProvider(Norvane::Address* address, const char* resourceURI) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPProvider");
-  (void)resourceURI;
   if (address == nullptr || resourceURI == nullptr) return nullptr;
-  SetLastError(kDeviceNotReachable);
-  return nullptr;
+  return Norvane::IPPProviderImpl::Create(address, resourceURI, false, Norvane::kIppDefaultSecurityFlags);
 }
 
 extern "C" Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* address, const char16_t* printerURI) {
@@ -44,7 +34,7 @@ extern "C" Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* addres
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
   }
-  return CreateProvider(address, printerURI, 0);
+  return Norvane::IPPProviderImpl::Create2(address, printerURI, 0);
 }
 
 extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address,
@@ -55,7 +45,7 @@ extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* 
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
   }
-  return CreateProvider(address, printerURI, securityFlags);
+  return Norvane::IPPProviderImpl::Create2(address, printerURI, securityFlags);
 }
 
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {

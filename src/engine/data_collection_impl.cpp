@@ -2,6 +2,7 @@
 
 #include "datamap/item_key.h"
 #include "engine/protocol_rows.h"
+#include "ipp/ipp_provider_impl.h"
 #include "norvane/cache.h"
 #include "platform/clock.h"
 #include "platform/com_runtime.h"
@@ -135,9 +136,14 @@ HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollect
 HRESULT DataCollectionImpl::IsPrintContractDevice(Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::IsPrintContractDevice");
   if (address == nullptr) return E_FAIL;
-  // Asked over IPP ("qv-pc-version-major"); without an IPP provider in this
-  // build no device reports it.
-  return E_FAIL;
+  IPPProviderImpl* provider = IPPProviderImpl::Create(address, "/ipp/printer", false, kIppDefaultSecurityFlags);
+  if (provider == nullptr) return E_FAIL;
+  Variant version;
+  HRESULT hr = provider->GetValue("qv-pc-version-major", version.Ptr()) == S_OK && version.Type() != VT_EMPTY
+                   ? S_OK
+                   : E_FAIL;
+  provider->Dispose();
+  return hr;
 }
 
 HRESULT DataCollectionImpl::PopulateValueFromCache(ICacheProvider* cache, DataMapSpec* dataMap) {

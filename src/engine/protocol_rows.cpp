@@ -1,7 +1,9 @@
 #include "engine/protocol_rows.h"
 
 #include "engine/data_collection_impl.h"
+#include "engine/ipp_data_mapper.h"
 #include "engine/oid_data_mapper.h"
+#include "ipp/ipp_provider_impl.h"
 #include "providers/oid_provider_impl.h"
 #include "support/string_utils.h"
 
@@ -18,7 +20,23 @@ namespace {
 DataCollectionImpl* OpenVexa(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
 DataCollectionImpl* OpenWebServices(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
 DataCollectionImpl* OpenProductInformation(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
-DataCollectionImpl* OpenIpp(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+DataCollectionImpl* OpenIpp(Address* address, DataMapSpec* dataMap, bool wantIdentity, ProtocolAttempt* attempt) {
+  // The data map's IPPParams item names the printer resource.
+  std::string resource = "/ipp/printer";
+  if (auto* params = dynamic_cast<IPPDataItemSpec*>(dataMap->GetDataItemSpec(u"IPPParams"))) {
+    resource = QxUtils::WideToUtf8(params->GetResourceUri());
+  }
+  IPPProviderImpl* provider = IPPProviderImpl::Create(address, resource.c_str(), false, kIppDefaultSecurityFlags);
+  if (provider == nullptr) return nullptr;
+  DataCollectionImpl* mapper = IPPDataMapper::Create(provider, dataMap);
+  if (mapper != nullptr && wantIdentity) {
+    // Whatever the provider leaves in the variant is the identity, whatever it answers.
+    provider->GetValue("printer-uuid", attempt->identity.Ptr());
+    attempt->identityRead = true;
+  }
+  provider->Dispose();
+  return mapper;
+}
 DataCollectionImpl* OpenOid(Address* address, DataMapSpec* dataMap, bool wantIdentity, ProtocolAttempt* attempt) {
   OIDProviderImpl* provider = OIDProviderImpl::Create(address);
   if (provider == nullptr) return nullptr;

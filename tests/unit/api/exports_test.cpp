@@ -10,7 +10,8 @@ using NorvaneTest::CaptureLog;
 using NorvaneTest::FakeAddress;
 
 struct AddressRef {
-  FakeAddress* p = FakeAddress::Create(u"192.0.2.10");
+  // A port name: creation skips the TCP probe and asks the fake host alone.
+  FakeAddress* p = FakeAddress::Create(u"USB001");
   ~AddressRef() { p->Dispose(); }
 };
 
