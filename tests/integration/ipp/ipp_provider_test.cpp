@@ -65,10 +65,13 @@ TEST_F(IppProviderBench, PrintProviderAnswersPrinterAttributes) {
   response->Dispose();
   provider->Dispose();
 
-  // A printer resource the device does not serve is refused at creation.
-  SetLastError(0);
-  EXPECT_EQ(CreateIPPPrintProvider(address_, u"ipp://127.0.0.1:631/ipp/nothing-here"), nullptr);
-  EXPECT_NE(GetLastError(), 0u);
+  // The resource-path factory reaches the same printer.
+  Norvane::IPPProvider* byPath = CreateIPPProvider(address_, "/ipp/print");
+  ASSERT_NE(byPath, nullptr) << "last error " << GetLastError();
+  Value accepting;
+  EXPECT_EQ(byPath->GetValue("printer-is-accepting-jobs", &accepting.v), S_OK);
+  EXPECT_EQ(Text(accepting.v), "1");
+  byPath->Dispose();
 }
 
 TEST_F(IppProviderBench, DataCollectionReadsStateAndTheMediaDatabase) {
