@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "logging_test_util.h"
 #include "norvane/platform.h"
@@ -153,6 +154,31 @@ TEST_F(LogFileOutput, FileNamesExpandEnvironmentReferences) {
   Probe(module, 0);
   unsetenv("NORVANE_LOG_TEST_DIR");
   EXPECT_EQ(ReadLog(File("env.log")), "(->) Printer::Probe\r\n");
+}
+
+TEST_F(LogFileOutput, LinesOfConcurrentThreadsNeverInterleave) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 0x8000000),
+                     Text(u"LogFileName", File("threads.log"))});
+  CLogModule module("ThreadModule", "01:02:03");
+  constexpr int kThreads = 4, kLines = 50;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&module, t] {
+      CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::T::Run", 1);
+      for (int i = 0; i < kLines; ++i) scope.Format(QxLogging::kInfo, 2, "thread %d line %d end", t, i);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  auto lines = Lines(ReadLog(File("threads.log")));
+  ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kLines));
+  std::regex whole(R"(\{tid: 0x[0-9A-F]{4,}\} \(I0\) thread (\d) line (\d+) end)");
+  std::vector<int> next(kThreads, 0);
+  for (const auto& line : lines) {
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(line, m, whole)) << line;
+    int t = std::stoi(m[1]);
+    EXPECT_EQ(std::stoi(m[2]), next[t]++) << "lines of one thread keep their order";
+  }
 }
 
 }  // namespace
