@@ -425,6 +425,32 @@ TEST(IppProviderProbe, ConnectsOnlyToAddressTextAndReportsRefusal) {
   EXPECT_FALSE(IPPProviderImpl::DeviceExists(u"::1", u"http"));
 }
 
+TEST(IppProviderProbe, ASilentPeerCostsTheTimeOutAndNoMore) {
+  // A listener whose accept queue is full drops further SYNs: the connect
+  // neither succeeds nor fails until the probe gives up.
+  Listener full(AF_INET6, 0, false);
+  if (!full.ok() || listen(full.fd, 0) != 0) GTEST_SKIP() << "no IPv6 loopback";
+  sockaddr_in6 target{};
+  target.sin6_family = AF_INET6;
+  target.sin6_addr = in6addr_loopback;
+  target.sin6_port = htons(full.port);
+  int fillers[3];
+  for (int& fd : fillers) {
+    fd = socket(AF_INET6, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    connect(fd, reinterpret_cast<sockaddr*>(&target), sizeof target);
+  }
+  usleep(100 * 1000);
+  int error = 0;
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(
+      IPPProviderImpl::DeviceExists(u"::1", QxUtils::Utf8ToWide(std::to_string(full.port)).c_str(), &error, 300));
+  auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_EQ(error, ETIMEDOUT);
+  EXPECT_GE(elapsed, std::chrono::milliseconds(290));
+  EXPECT_LT(elapsed, std::chrono::seconds(3));
+  for (int fd : fillers) close(fd);
+}
+
 TEST(IppProviderProbe, CreationTellsAPort80DeviceFromAnUnreachableOne) {
   // The IPv4 probe always uses 631 or 80: hold both on loopback.
   Listener ipp(AF_INET, 631, false);
