@@ -63,6 +63,8 @@ void CExtMonitor::Configure(const std::string& name, uint32_t flags, bool hasFla
     dlclose(handle);
     return;
   }
+  // A new monitor has heard of no class yet.
+  lastClass_.clear();
   handle_ = handle;
   start_ = start;
   stop_ = stop;
