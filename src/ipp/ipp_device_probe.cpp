@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <string>
 
 #include "ipp/ipp_provider_impl.h"
@@ -69,8 +70,8 @@ bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, i
     if (portText.empty() || getaddrinfo(text.c_str(), portText.c_str(), &hints, &found) != 0 || found == nullptr) {
       return false;
     }
-    result = ConnectWithin(found->ai_addr, found->ai_addrlen, timeoutMs);
-    freeaddrinfo(found);
+    std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(found, &freeaddrinfo);
+    result = ConnectWithin(owned->ai_addr, owned->ai_addrlen, timeoutMs);
     return result == 0;
   }
 
