@@ -351,20 +351,6 @@ TEST_F(IppProviderQuery, JobQueriesAskForTheJobUri) {
   EXPECT_EQ(provider_->GetIPPValue(nullptr, 0, &p.v, nullptr, "/ipp/print", 0, 0, " "), E_FAIL);
 }
 
-TEST_F(IppProviderQuery, JobOperationsFailUntilTheyAreBuilt) {
-  Norvane::IPPRequestBase* request = CreateIPPRequest();
-  Norvane::IPPResponseBase* response = CreateIPPResponse();
-  const uint8_t data[] = {'R', 'a', 'S', '2'};
-  size_t before = address_->exchanges.size();
-  EXPECT_EQ(provider_->PrintJob(request, response, data, 4, false), E_FAIL);
-  EXPECT_EQ(provider_->PrintJobWrite(request, response, data, 0), E_FAIL);
-  EXPECT_EQ(provider_->CreateJob(request, response), E_FAIL);
-  EXPECT_EQ(provider_->CancelJob(request, response), E_FAIL);
-  EXPECT_EQ(address_->exchanges.size(), before);
-  request->Dispose();
-  response->Dispose();
-}
-
 // Loopback listeners for the probe. Ports 631 and 80 need root and must be
 // free; the tests that need them skip otherwise.
 struct Listener {
