@@ -68,7 +68,7 @@ void IPPProviderImpl::SplitPortFromURI(std::u16string_view uri, std::u16string* 
 bool IPPProviderImpl::CrackUrl(std::u16string_view uri, CrackedUri* parts) {
   *parts = CrackedUri{};
   size_t colon = uri.find(u':');
-  if (colon == 0 || colon == std::u16string_view::npos || colon + 1 > kMaxScheme - 1) return false;
+  if (colon == 0 || colon == std::u16string_view::npos || colon > kMaxScheme - 1) return false;
   for (size_t i = 0; i < colon; ++i) {
     if (!IsSchemeChar(uri[i])) return false;
   }

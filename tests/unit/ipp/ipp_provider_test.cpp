@@ -146,9 +146,13 @@ TEST(IppProviderUri, CrackingGivesTheResourceOrTheCreationErrorCode) {
       EXPECT_EQ(resource, u"untouched");
     }
   }
-  std::u16string longHost = u"ipp://" + std::u16string(256, u'h') + u"/ipp/print";
+  // The longest parts that crack, and one character more.
   std::u16string resource, full;
-  EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(longHost, &resource, &full), 87u);
+  EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://" + std::u16string(255, u'h') + u"/ipp", &resource, &full), 0u);
+  EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://" + std::u16string(256, u'h') + u"/ipp", &resource, &full), 87u);
+  EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(std::u16string(31, u's') + u"://h/ipp", &resource, &full), 0u);
+  EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(std::u16string(32, u's') + u"://h/ipp", &resource, &full), 87u);
+  EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://h/" + std::u16string(2046, u'p'), &resource, &full), 0u);
   EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://h/" + std::u16string(2047, u'p'), &resource, &full), 87u);
 }
 
