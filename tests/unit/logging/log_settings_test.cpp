@@ -113,6 +113,21 @@ TEST_F(LogSettings, ChangesApplyAtTheNextRefreshAndThePollTimeIsInSeconds) {
   EXPECT_EQ(QxLogging::LogPollIntervalMs(), 30000u);
 }
 
+TEST_F(LogSettings, CategoryBitAsksForTheModuleKeyToBeCreated) {
+  using Norvane::Registry::Hive;
+  using Norvane::Registry::Key;
+  const std::u16string moduleKey = ExecutableKey() + u"\\MadeModule";
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x400)});
+  CLogModule module("MadeModule", "01:02:03");
+  Traced(module, qxLogSourceFile_, "Norvane::M::Run", "m");
+  Key key;
+  EXPECT_EQ(Key::Open(Hive::CurrentUser, moduleKey, &key), Norvane::Registry::kNotFound);
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x400 | 0x1000000)});
+  QxLogging::RefreshLogSettings();
+  Traced(module, qxLogSourceFile_, "Norvane::M::Run", "m");
+  EXPECT_EQ(Key::Open(Hive::CurrentUser, moduleKey, &key), Norvane::Registry::kSuccess);
+}
+
 TEST_F(LogSettings, DetailLevelBitsCountAsSetAndLevelsAboveTheSettingAreDropped) {
   SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogInfoDetailLevel", 3), Text(u"LogFileName", File("l.log"))});
   CLogModule module("LevelModule", "01:02:03");
