@@ -55,7 +55,7 @@ bool CLogModule::Wants(uint32_t category, const CLogSourceFile* file) const {
     std::lock_guard<std::mutex> lock(mutex_);
     if (writer_ != nullptr && writer_->Wants(category)) return true;
   }
-  if ((configured_.load(std::memory_order_relaxed) & category) == 0) return false;
+  if ((configured_.load(std::memory_order_relaxed) & category) == 0 && !RefreshDue()) return false;
   return ConfiguredWants(this, file != nullptr ? std::string_view(file->Name()) : std::string_view(), category);
 }
 

@@ -11,6 +11,8 @@
 // last-error code.
 #pragma once
 
+#include <time.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -69,7 +71,15 @@ class CLogModule {
   // Replaces the attached writer; null detaches. Returns the previous one.
   std::shared_ptr<ILogWriter> SetWriter(std::shared_ptr<ILogWriter> writer);
   // The fast test: false means no writer wants any record of `category`.
-  bool MayWant(uint32_t category) const { return (gate_.load(std::memory_order_relaxed) & category) != 0; }
+  // Also true once the settings are due for their periodic re-read, so that
+  // logging switched on while the host runs is noticed by the next record: a
+  // coarse clock read instead of a thread of our own.
+  bool MayWant(uint32_t category) const {
+    return (gate_.load(std::memory_order_relaxed) & category) != 0 || RefreshDue();
+  }
+  bool RefreshDue() const { return CoarseMillis() >= refreshDeadlineMs_.load(std::memory_order_relaxed); }
+  // When the configured writer next re-reads its settings (monotonic ms).
+  void SetRefreshDeadline(uint64_t ms) { refreshDeadlineMs_.store(ms, std::memory_order_relaxed); }
   bool Wants(uint32_t category, const CLogSourceFile* file = nullptr) const;
   void Write(const LogRecord& record);
 
@@ -88,6 +98,13 @@ class CLogModule {
   bool hasWriter_ = false;
   std::atomic<uint32_t> configured_{~0u};
   std::atomic<uint32_t> gate_{~0u};
+  std::atomic<uint64_t> refreshDeadlineMs_{0};
+
+  static uint64_t CoarseMillis() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000u + static_cast<uint64_t>(now.tv_nsec) / 1000000u;
+  }
 };
 
 // The three modules of the library.

@@ -1,6 +1,6 @@
 // The process-wide logging parameter block: the settings of every logging
-// module, the log files they name, the external monitor, and the watch that
-// makes modules re-read their settings every poll interval. One per process,
+// module, the log files they name and the external monitor. Modules re-read
+// their settings every poll interval, on the first record after it. One per process,
 // behind one lock, shared by all modules.
 #pragma once
 
@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/logging/ext_monitor.h"
@@ -62,14 +61,10 @@ class CLogParameterBlock {
 
   // Makes every module re-read its settings at its next record.
   void RequestRefresh();
-  // Starts the poll-interval watch if it is not running in this process.
-  void EnsureWatchLocked();
 
  private:
   CLogParameterBlock();
-  void Watch();
   void MarkAllDueLocked();
-  void StopWatch();
 
   std::recursive_timed_mutex lock_;
   std::string executableName_;
@@ -78,13 +73,6 @@ class CLogParameterBlock {
   CExtMonitor monitor_;
   uint32_t pollMs_ = kDefaultPollMs;
 
-  // The watch sleeps on its own lock, never the block's, so stopping it at
-  // unload cannot wait on a record in progress.
-  std::mutex watchMutex_;
-  std::condition_variable watchWake_;
-  bool watchStop_ = false;
-  std::thread watch_;
-  long watchPid_ = 0;
 };
 
 }  // namespace QxLogging

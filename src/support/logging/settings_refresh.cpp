@@ -150,8 +150,8 @@ void RefreshModuleLocked(CLogParameterBlock& block, ModuleState& state) {
     state.files.clear();
   }
   state.lastRefreshMs = TickCountMillis();
-  block.EnsureWatchLocked();
   state.module->SetConfiguredMask(GateMask(block, state));
+  state.module->SetRefreshDeadline(state.lastRefreshMs + block.PollIntervalMs());
 }
 
 const CLogSettings* SelectSettingsLocked(CLogParameterBlock& block, ModuleState& state,

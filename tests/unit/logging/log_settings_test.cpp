@@ -2,6 +2,9 @@
 // and the external monitor plug-in, all through the registry store.
 #include <dlfcn.h>
 
+#include <chrono>
+#include <thread>
+
 #include "logging_test_util.h"
 #include "norvane/platform.h"
 #include "support/capture_log.h"
@@ -111,6 +114,17 @@ TEST_F(LogSettings, ChangesApplyAtTheNextRefreshAndThePollTimeIsInSeconds) {
   QxLogging::RefreshLogSettings();
   Traced(module, qxLogSourceFile_, "Norvane::R::Four", "m");
   EXPECT_EQ(QxLogging::LogPollIntervalMs(), 30000u);
+}
+
+TEST_F(LogSettings, LoggingSwitchedOnWhileRunningIsNoticedAfterThePollInterval) {
+  SetKey(RootKey(), {Dword(u"LogParmsPollTime", 1)});
+  CLogModule module("LateModule", "01:02:03");
+  Traced(module, qxLogSourceFile_, "Norvane::Late::Before", "m");
+  EXPECT_FALSE(module.MayWant(0x400));
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x400), Dword(u"LogParmsPollTime", 1), Text(u"LogFileName", File("late.log"))});
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  Traced(module, qxLogSourceFile_, "Norvane::Late::After", "m");
+  EXPECT_EQ(Lines(ReadLog(File("late.log"))), (std::vector<std::string>{"(->) Late::After"}));
 }
 
 TEST_F(LogSettings, CategoryBitAsksForTheModuleKeyToBeCreated) {
