@@ -39,8 +39,8 @@ void ToDebugger(const std::string& text) {
 
 class Writer {
  public:
-  Writer(CLogParameterBlock& block, ModuleState& state, const CLogSettings& settings)
-      : block_(block), state_(state), settings_(settings), processId_(ProcessIdText()) {}
+  Writer(ModuleState& state, const CLogSettings& settings)
+      : state_(state), settings_(settings), processId_(ProcessIdText()) {}
 
   // Prefix, indent, text and line end, to every output the settings ask for.
   void Line(uint32_t bits, int line, const std::string& text) {
@@ -92,7 +92,6 @@ class Writer {
     Line(kHeader, 0, "   Log File Name: <" + fileName + ">");
   }
 
-  CLogParameterBlock& block_;
   ModuleState& state_;
   const CLogSettings& settings_;
   std::string processId_;
@@ -117,7 +116,7 @@ void WriteLocked(CLogParameterBlock& block, ModuleState& state, const LogRecord&
   // written: the block is held throughout.
   const CLogSettings& settings = *selected;
   uint32_t bits = settings.categories & record.category;
-  Writer writer(block, state, settings);
+  Writer writer(state, settings);
   writer.StartIfPending();
   CLogFile* file = settings.file;
   bool indent = (settings.options & kOptIndent) != 0 && file != nullptr;
