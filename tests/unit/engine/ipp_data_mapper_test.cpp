@@ -29,21 +29,7 @@ struct ClockOffset {
   ~ClockOffset() { SetFileTimeOffsetForTesting(0); }
 };
 
-struct Value {
-  VARIANT v;
-  Value() { VariantInit(&v); }
-  ~Value() { VariantClear(&v); }
-};
 
-int Operation(const FakeExchange& e) {
-  return e.body.size() < 4 ? -1 : static_cast<uint8_t>(e.body[2]) << 8 | static_cast<uint8_t>(e.body[3]);
-}
-bool Names(const FakeExchange& e, std::string_view text) { return e.body.find(text) != std::string::npos; }
-
-const std::string kAllAttributes = ResponseStart() + IntAttr(0x23, "printer-state", 3) +
-                                   Attr(0x41, "printer-info", "Front office") +
-                                   Attr(0x45, "printer-uuid", "urn:uuid:4509a320-00a0-008f-00b6-002507510eca") +
-                                   B({0x03});
 
 const char16_t* kDocument =
     u"<DataMaps><IPPDataMap>"
@@ -79,7 +65,7 @@ class IppMapper : public ::testing::Test {
   }
   size_t Sent() const { return address_->exchanges.size(); }
   std::string Get(const char16_t* key, HRESULT expected = S_OK) {
-    Value v;
+    OwnedVariant v;
     EXPECT_EQ(collection_->GetValue(key, &v.v), expected) << QxUtils::WideToUtf8(key);
     return Text(v.v);
   }
@@ -153,7 +139,7 @@ TEST_F(IppMapper, ItemsThatCannotBeAskedFailWithoutARequest) {
 
 TEST_F(IppMapper, ProviderFailuresReachTheCallerAndStoreNothing) {
   then_ = [](const FakeExchange&) { return FakeReply{503, {}, {}, S_OK}; };
-  Value v;
+  OwnedVariant v;
   v.v.vt = VT_I4;
   v.v.lVal = 99;
   EXPECT_EQ(collection_->GetValue(u"Queued", &v.v), E_FAIL);
@@ -174,7 +160,7 @@ TEST(IppMapperRows, WithoutParamsTheDefaultResourceAndEmptyTransientResource) {
                                         &collection, nullptr),
             S_OK);
   EXPECT_EQ(address->exchanges[0].resource, u"/ipp/printer");
-  Value v;
+  OwnedVariant v;
   EXPECT_EQ(collection->GetValue(u"Q", &v.v), S_OK);
   ASSERT_EQ(address->exchanges.size(), 2u);
   EXPECT_EQ(address->exchanges.back().resource, u"");

@@ -42,22 +42,7 @@ struct Ref {
   T* operator->() const { return p; }
 };
 
-struct Value {
-  VARIANT v;
-  Value() { VariantInit(&v); }
-  ~Value() { VariantClear(&v); }
-};
 
-int Operation(const FakeExchange& e) {
-  return e.body.size() < 4 ? -1 : static_cast<uint8_t>(e.body[2]) << 8 | static_cast<uint8_t>(e.body[3]);
-}
-bool Names(const FakeExchange& e, std::string_view text) { return e.body.find(text) != std::string::npos; }
-
-// What the printer returns for "all": no media database among it.
-const std::string kAllAttributes = ResponseStart() + IntAttr(0x23, "printer-state", 3) +
-                                   Attr(0x41, "printer-info", "Front office") +
-                                   Attr(0x45, "printer-uuid", "urn:uuid:4509a320-00a0-008f-00b6-002507510eca") +
-                                   B({0x03});
 
 std::string MediaDatabase() {
   auto member = [](std::string_view name) { return Attr(0x4A, "", name); };
@@ -172,7 +157,7 @@ TEST(IppProviderCreate, AUsbPortAsksOverIppAndKeepsThePrinterAttributes) {
   EXPECT_EQ(provider->GetPrinterURI(), u"");
   EXPECT_EQ(provider->GetTimeValue(0), 30000u);
 
-  Value state, info;
+  OwnedVariant state, info;
   EXPECT_EQ(provider->GetValue("printer-state", &state.v), S_OK);
   EXPECT_EQ(Text(state.v), "3");
   EXPECT_EQ(provider->GetValue("printer-make-and-model_OR_printer-info", &info.v), S_OK);
@@ -207,7 +192,7 @@ TEST(IppProviderCreate, FullUriHandsThePortToTheAddressAndChoosesSecurity) {
     EXPECT_TRUE(provider->IsSecure());
     EXPECT_EQ(provider->GetSecurityFlags(), 0x55u);
     // A secure query without flags of its own takes the creation's flags.
-    Value v;
+    OwnedVariant v;
     EXPECT_EQ(provider->GetIPPValue("printer-state", 0, &v.v, nullptr, "/ipp/print", 0, 0, " "), S_OK);
     EXPECT_EQ(address->exchanges.back().securityFlags, 0x55u);
     EXPECT_EQ(address->exchanges.back().port, 443u);
@@ -279,21 +264,21 @@ class IppProviderQuery : public ::testing::Test {
 };
 
 TEST_F(IppProviderQuery, AlternativesMoveOnOnlyWhenTheDeviceQueryFails) {
-  Value v;
+  OwnedVariant v;
   // Refused device query for the first alternative; the cache has the second.
   EXPECT_EQ(provider_->GetValue("printer-make-and-model_OR_printer-info", &v.v), S_OK);
   EXPECT_EQ(Text(v.v), "Front office");
   EXPECT_EQ(Sent(), 1u);
 
   // Everything refused: failure, and the caller's variant stays empty.
-  Value none;
+  OwnedVariant none;
   EXPECT_EQ(provider_->GetValue("a_OR_b_OR_c", &none.v), E_FAIL);
   EXPECT_EQ(none.v.vt, VT_EMPTY);
   EXPECT_EQ(Sent(), 4u);
 
   // A device query that succeeds without a value still answers.
   then_ = [](const FakeExchange&) { return Reply(ResponseStart() + B({0x03})); };
-  Value empty;
+  OwnedVariant empty;
   EXPECT_EQ(provider_->GetValue("a_OR_printer-info", &empty.v), S_OK);
   EXPECT_EQ(empty.v.vt, VT_EMPTY);
   EXPECT_EQ(Sent(), 5u);
@@ -303,19 +288,19 @@ TEST_F(IppProviderQuery, DeviceAnswersNeverRefreshTheCachedAttributes) {
   then_ = [](const FakeExchange&) {
     return Reply(ResponseStart() + IntAttr(0x23, "printer-state", 5) + Attr(0x41, "printer-name", "P") + B({0x03}));
   };
-  Value name, state;
+  OwnedVariant name, state;
   EXPECT_EQ(provider_->GetValue("printer-name", &name.v), S_OK);
   EXPECT_EQ(Text(name.v), "P");
   EXPECT_EQ(provider_->GetValue("printer-state", &state.v), S_OK);
   EXPECT_EQ(Text(state.v), "3");
-  Value fresh;
+  OwnedVariant fresh;
   EXPECT_EQ(provider_->GetIPPValue("printer-state", 0, &fresh.v, nullptr, "/ipp/print", 0, 0, " "), S_OK);
   EXPECT_EQ(Text(fresh.v), "5");
 }
 
 TEST_F(IppProviderQuery, CollectionQueriesAreAnsweredOnceFromTheDeviceThenFromTheKeptRecords) {
   then_ = [](const FakeExchange&) { return Reply(MediaDatabase()); };
-  Value info, first, second, other;
+  OwnedVariant info, first, second, other;
   EXPECT_EQ(provider_->GetValue("printer-info_OR_media-col-database[0].media-size.x-dimension", &info.v), S_OK);
   EXPECT_EQ(Text(info.v), "Front office");
   EXPECT_EQ(Sent(), 0u);
@@ -336,7 +321,7 @@ TEST_F(IppProviderQuery, CollectionQueriesAreAnsweredOnceFromTheDeviceThenFromTh
 
 TEST_F(IppProviderQuery, JobQueriesAskForTheJobUri) {
   then_ = [](const FakeExchange&) { return Reply(ResponseStart() + IntAttr(0x23, "job-state", 9) + B({0x03})); };
-  Value v;
+  OwnedVariant v;
   EXPECT_EQ(provider_->GetIPPValue("job-state", 1, &v.v, "ipp://h/ipp/print/42", "/ipp/print", 0, 0, " "), S_OK);
   EXPECT_EQ(Text(v.v), "9");
   const FakeExchange& e = address_->exchanges.back();
@@ -344,12 +329,12 @@ TEST_F(IppProviderQuery, JobQueriesAskForTheJobUri) {
   EXPECT_TRUE(Names(e, Attr(0x45, "job-uri", "ipp://h/ipp/print/42")));
   // A job refused by the device fails the query.
   then_ = [](const FakeExchange&) { return Reply(ResponseStart(0x0406) + B({0x03})); };
-  Value gone;
+  OwnedVariant gone;
   EXPECT_EQ(provider_->GetIPPValue("job-state", 1, &gone.v, "ipp://h/ipp/print/42", "/ipp/print", 0, 0, " "),
             E_FAIL);
   // A job URI with a printer query still asks the printer.
   then_ = [](const FakeExchange&) { return Reply(ResponseStart() + B({0x03})); };
-  Value p;
+  OwnedVariant p;
   EXPECT_EQ(provider_->GetIPPValue("printer-state", 0, &p.v, "ipp://other/ipp/print", "/ipp/print", 0, 0, " "), S_OK);
   EXPECT_EQ(Operation(address_->exchanges.back()), 11);
   EXPECT_EQ(provider_->GetIPPValue(nullptr, 0, &p.v, nullptr, "/ipp/print", 0, 0, " "), E_FAIL);

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "norvane/platform.h"
+#include "support/fake_host.h"
 #include "support/string_utils.h"
 
 namespace IppTest {
@@ -101,5 +102,30 @@ inline std::string ReadFile(const std::string& path) {
   s << in.rdbuf();
   return s.str();
 }
+
+// A variant cleared when the test is done with it.
+struct OwnedVariant {
+  VARIANT v;
+  OwnedVariant() { VariantInit(&v); }
+  ~OwnedVariant() { VariantClear(&v); }
+  OwnedVariant(const OwnedVariant&) = delete;
+  OwnedVariant& operator=(const OwnedVariant&) = delete;
+};
+
+// The operation code of an encoded request, -1 when the body is too short.
+inline int Operation(const NorvaneTest::FakeExchange& e) {
+  return e.body.size() < 4 ? -1 : static_cast<uint8_t>(e.body[2]) << 8 | static_cast<uint8_t>(e.body[3]);
+}
+// Whether an encoded request carries the text (an attribute name or value).
+inline bool Names(const NorvaneTest::FakeExchange& e, std::string_view text) {
+  return e.body.find(text) != std::string::npos;
+}
+
+// What the printer returns for "all": state, info and uuid, no media database.
+inline const std::string kAllAttributes = ResponseStart() + IntAttr(0x23, "printer-state", 3) +
+                                          Attr(0x41, "printer-info", "Front office") +
+                                          Attr(0x45, "printer-uuid",
+                                               "urn:uuid:4509a320-00a0-008f-00b6-002507510eca") +
+                                          B({0x03});
 
 }  // namespace IppTest
