@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "norvane/export.h"
@@ -58,6 +59,7 @@ class NORVANE_API CDisposable : public virtual ::IDisposable {
  private:
   std::atomic<int32_t> count_{0};
   bool keepAlive_ = false;
+  std::once_flag typeNameOnce_;
   std::u16string typeName_;
 };
 

@@ -28,14 +28,18 @@ uint32_t CDisposable::AddRefImpl() {
 
 uint32_t CDisposable::DisposeImpl() {
   QX_LOG_FUNCTION(QxLogging::Utils(), "QxUtils::CDisposable::DisposeImpl");
+  // Everything the record needs is read while this thread still holds its
+  // reference: once the decrement is done another thread may release the last
+  // one and destroy the object.
+  const bool logging = qxLog_.Enabled(QxLogging::kInfo);
+  std::string name;
+  if (logging) name = WideToUtf8(GetWideTypeName());
+  const bool keepAlive = keepAlive_;
   int32_t count = count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
-  if (qxLog_.Enabled(QxLogging::kInfo)) {
-    QX_LOG(QxLogging::kInfo, "%s (%p) ref is %d", WideToUtf8(GetWideTypeName()).c_str(),
-           static_cast<void*>(this), count);
-  }
+  if (logging) QX_LOG(QxLogging::kInfo, "%s (%p) ref is %d", name.c_str(), static_cast<void*>(this), count);
   // Decide on the value the decrement produced: of two threads releasing the
   // last two references exactly one sees zero.
-  if (count == 0 && !keepAlive_) delete static_cast<::IDisposable*>(this);
+  if (count == 0 && !keepAlive) delete static_cast<::IDisposable*>(this);
   return static_cast<uint32_t>(count);
 }
 
@@ -46,11 +50,13 @@ bool CDisposable::GetKeepAlive() { return keepAlive_; }
 const char* CDisposable::GetTypeName() { return nullptr; }
 
 const std::u16string& CDisposable::GetWideTypeName() {
-  if (typeName_.empty()) {
+  // Objects are shared between threads (the print path's polling threads release
+  // them too), so the cache is filled once under its own flag.
+  std::call_once(typeNameOnce_, [this] {
     if (const char* name = GetTypeName()) {
       for (const char* p = name; *p != 0; ++p) typeName_.push_back(static_cast<unsigned char>(*p));
     }
-  }
+  });
   return typeName_;
 }
 
