@@ -1,7 +1,7 @@
 #include "engine/data_collection_impl.h"
 
 #include "datamap/item_key.h"
-#include "engine/protocol_rows.h"
+#include "engine/protocol_selection.h"
 #include "ipp/ipp_provider_impl.h"
 #include "norvane/cache.h"
 #include "platform/clock.h"

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "norvane/norvane.h"
-#include "support/capture_log.h"
-#include "support/fake_host.h"
+#include "testlib/capture_log.h"
+#include "testlib/fake_host.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include "norvane/api.h"
 #include "norvane/cache.h"
 #include "platform/clock.h"
-#include "support/capture_log.h"
-#include "support/fake_host.h"
-#include "support/temp_dir.h"
+#include "testlib/capture_log.h"
+#include "testlib/fake_host.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include "ipp/ipp_request_attributes.h"
 #include "norvane/norvane.h"
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 
 namespace {
 

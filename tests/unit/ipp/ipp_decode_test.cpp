@@ -9,7 +9,7 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
-#include "support/temp_dir.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 

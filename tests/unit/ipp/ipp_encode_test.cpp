@@ -7,7 +7,7 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include "ipp/ipp_provider_impl.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
-#include "support/capture_log.h"
-#include "support/fake_host.h"
+#include "testlib/capture_log.h"
+#include "testlib/fake_host.h"
 
 namespace {
 

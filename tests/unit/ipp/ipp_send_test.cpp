@@ -7,7 +7,7 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
-#include "support/fake_host.h"
+#include "testlib/fake_host.h"
 
 namespace {
 

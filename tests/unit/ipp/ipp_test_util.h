@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "norvane/platform.h"
-#include "support/fake_host.h"
+#include "testlib/fake_host.h"
 #include "support/string_utils.h"
 
 namespace IppTest {

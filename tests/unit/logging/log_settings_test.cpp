@@ -7,7 +7,7 @@
 
 #include "logging_test_util.h"
 #include "norvane/platform.h"
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 #include "support/logging/process_facts.h"
 
 QX_LOG_SOURCE_FILE()

@@ -14,7 +14,7 @@
 #include "support/log.h"
 #include "support/logging/record_writer.h"
 #include "support/string_utils.h"
-#include "support/temp_dir.h"
+#include "testlib/temp_dir.h"
 
 namespace NorvaneLogTest {
 

@@ -6,7 +6,7 @@
 
 #include "norvane/api.h"
 #include "platform/printer_data.h"
-#include "support/temp_dir.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 

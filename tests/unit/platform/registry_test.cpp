@@ -10,7 +10,7 @@
 
 #include "platform/registry.h"
 #include "support/string_utils.h"
-#include "support/temp_dir.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include "norvane/datamap.h"
 #include "platform/clock.h"
 #include "platform/registry.h"
-#include "support/capture_log.h"
-#include "support/temp_dir.h"
+#include "testlib/capture_log.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 

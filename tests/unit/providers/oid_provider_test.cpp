@@ -5,7 +5,7 @@
 #include "norvane/api.h"
 #include "norvane/com.h"
 #include "providers/oid_provider_impl.h"
-#include "support/fake_host.h"
+#include "testlib/fake_host.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "norvane/disposable.h"
 #include "norvane/interfaces.h"
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 #include "support/disposable_set.h"
 #include "support/log.h"
 

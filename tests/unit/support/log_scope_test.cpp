@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "norvane/platform.h"
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 #include "support/log.h"
 #include "support/win32_exception.h"
 

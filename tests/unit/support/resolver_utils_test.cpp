@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 #include "support/resolver_utils.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "support/fake_host.h"
+#include "testlib/fake_host.h"
 
 #include <algorithm>
 #include <string>

@@ -1,4 +1,4 @@
-#include "support/temp_dir.h"
+#include "testlib/temp_dir.h"
 
 #include <cstdlib>
 #include <filesystem>

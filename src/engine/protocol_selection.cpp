@@ -1,4 +1,4 @@
-#include "engine/protocol_rows.h"
+#include "engine/protocol_selection.h"
 
 #include "engine/data_collection_impl.h"
 #include "engine/ipp_data_mapper.h"

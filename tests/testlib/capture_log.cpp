@@ -1,4 +1,4 @@
-#include "support/capture_log.h"
+#include "testlib/capture_log.h"
 
 namespace NorvaneTest {
 
