@@ -1,15 +1,10 @@
 // Data collection and single-request entry points.
 #include "engine/data_collection_impl.h"
+#include "engine/requestor.h"
 #include "norvane/api.h"
 #include "support/log.h"
 
 QX_LOG_SOURCE_FILE()
-
-namespace {
-// Single requests answer as for a missing address or an unusable device until
-// the single-request processor is built in.
-constexpr HRESULT kSingleRequestUnavailable = 108;
-}  // namespace
 
 extern "C" HRESULT CreateDataCollectionFromFile(Norvane::Address* address, const char16_t* path,
                                                 Norvane::DataCollection** collection,
@@ -42,12 +37,10 @@ extern "C" HRESULT CreateDataCollectionFromDataMapSpecsCollection(Norvane::Addre
 
 extern "C" HRESULT GetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml, VARIANT* value) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::GetValueFromSingleRequest");
-  (void)address, (void)xml, (void)value;
-  return kSingleRequestUnavailable;
+  return Norvane::Requestor::GetValueFromSingleRequest(address, xml, value);
 }
 
 extern "C" HRESULT SetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml, VARIANT* value) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::SetValueFromSingleRequest");
-  (void)address, (void)xml, (void)value;
-  return kSingleRequestUnavailable;
+  return Norvane::Requestor::SetValueFromSingleRequest(address, xml, value);
 }
