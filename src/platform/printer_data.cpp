@@ -31,11 +31,31 @@ DWORD KeyFor(uintptr_t handle, const char16_t* keyName, bool create, Registry::K
 
 size_t Align(size_t n) { return (n + 7) & ~size_t{7}; }
 
+// A store key component holds 255 bytes; an encoded name longer than this
+// keeps a readable prefix and gains a hash of the whole name.
+constexpr size_t kMaxEncodedChars = 255;
+constexpr size_t kPrefixChars = 200;
+
+// FNV-1a over the upper-case name, so that names differing only in case (one
+// printer to the spooler) meet in one key, as short names do.
+uint64_t NameHash(std::u16string_view name) {
+  uint64_t h = 0xcbf29ce484222325ull;
+  for (char16_t c : Registry::FoldName(name)) {
+    for (int shift : {0, 8}) {
+      h ^= static_cast<uint8_t>(c >> shift);
+      h *= 0x100000001b3ull;
+    }
+  }
+  return h;
+}
+
 }  // namespace
 
 std::u16string EncodePrinterName(std::u16string_view name) {
   std::u16string out;
+  size_t prefixEnd = 0;  // the last escape boundary within the prefix length
   for (char16_t c : name) {
+    if (out.size() <= kPrefixChars) prefixEnd = out.size();
     if (Plain(c)) {
       out.push_back(c);
     } else {
@@ -53,6 +73,14 @@ std::u16string EncodePrinterName(std::u16string_view name) {
       out.append(hex, n);
     }
   }
+  if (out.size() <= kMaxEncodedChars) return out;
+  char16_t hash[17];
+  const char16_t* digits = u"0123456789abcdef";
+  uint64_t h = NameHash(name);
+  for (int i = 15; i >= 0; --i, h >>= 4) hash[i] = digits[h & 0xF];
+  out.resize(prefixEnd);
+  out += u'~';
+  out.append(hash, 16);
   return out;
 }
 

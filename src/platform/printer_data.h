@@ -1,6 +1,9 @@
 // The spooler's printer data, kept in the registry store: the data of printer P
 // under key K lives in HKLM key "Printers\<P>\<K>", with P percent-encoded into
-// one path component so no printer name can reach outside that key.
+// one path component so no printer name can reach outside that key. A name
+// whose encoding passes 255 characters is cut to a prefix followed by "~" and a
+// hash of the whole name ("~" itself is always encoded, so no shorter name
+// looks the same).
 #pragma once
 
 #include <cstdint>

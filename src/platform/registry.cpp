@@ -9,11 +9,15 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <cstdlib>
 #include <memory>
 
 #include "platform/clock.h"
+#include "support/log.h"
 #include "support/string_utils.h"
+
+QX_LOG_SOURCE_FILE()
 
 namespace Norvane::Registry {
 
@@ -21,7 +25,7 @@ namespace {
 
 constexpr const char* kValueFile = "values.reg";
 constexpr const char* kLockFile = ".lock";
-constexpr size_t kMaxValueFileBytes = 64u << 20;
+constexpr const char* kSetAsidePrefix = "values.reg.unreadable-";
 constexpr size_t kMaxComponentBytes = 255;
 
 long FromErrno(int error) {
@@ -49,6 +53,11 @@ bool ValidComponent(const std::string& c) {
     if (ch == '/' || ch < 0x20 || ch == 0x7F) return false;
   }
   return true;
+}
+
+bool IsDirectory(const std::string& path) {
+  struct stat st{};
+  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 int MakeDirectories(const std::string& path) {
@@ -80,7 +89,7 @@ long ReadFile(const std::string& path, std::string* out) {
   if (f.fd < 0) return errno == ENOENT ? kNotFound : FromErrno(errno);
   struct stat st{};
   if (fstat(f.fd, &st) != 0) return FromErrno(errno);
-  if (!S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > kMaxValueFileBytes) return kInvalidData;
+  if (!S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > kMaxFileBytes) return kInvalidData;
   out->clear();
   char buffer[65536];
   for (;;) {
@@ -89,7 +98,7 @@ long ReadFile(const std::string& path, std::string* out) {
     if (n < 0) return FromErrno(errno);
     if (n == 0) break;
     out->append(buffer, static_cast<size_t>(n));
-    if (out->size() > kMaxValueFileBytes) return kInvalidData;
+    if (out->size() > kMaxFileBytes) return kInvalidData;
   }
   return kSuccess;
 }
@@ -121,6 +130,7 @@ long ReplaceValueFile(const std::string& directory, const ValueList& values) {
   std::string tmp = directory + "/.values.reg.tmp." + std::to_string(getpid()) + "." +
                     std::to_string(counter.fetch_add(1));
   std::string text = FormatValues(values);
+  if (text.size() > kMaxFileBytes) return kNoResources;
   {
     Fd f(open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
     if (f.fd < 0) return FromErrno(errno);
@@ -152,6 +162,105 @@ void RemoveStaleTemporaries(const std::string& directory) {
   }
 }
 
+// A value file that does not parse (edited by hand, damaged on disk) would
+// otherwise block every later write to its key. It is kept for inspection
+// under a name that says why, and the key starts afresh. Called under the
+// key's lock.
+long SetAsideUnreadable(const std::string& directory) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::Registry::SetAsideUnreadable");
+  static std::atomic<unsigned> counter{0};
+  char stamp[32] = "";
+  time_t now = time(nullptr);
+  struct tm utc{};
+  if (gmtime_r(&now, &utc) != nullptr) strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
+  std::string aside = directory + "/" + kSetAsidePrefix + stamp + "-" + std::to_string(getpid()) + "-" +
+                      std::to_string(counter.fetch_add(1));
+  if (rename((directory + "/" + kValueFile).c_str(), aside.c_str()) != 0) {
+    int e = errno;
+    QX_LOG(QxLogging::kStandout, "Unreadable value file in %s could not be moved aside, error %d", directory.c_str(), e);
+    return FromErrno(e);
+  }
+  QX_LOG(QxLogging::kStandout, "Unreadable value file moved aside to %s; the key starts empty", aside.c_str());
+  return kSuccess;
+}
+
+// Splits a key path into its components, refusing any that could name a place
+// outside the hive root.
+long SplitPath(std::u16string_view path, std::vector<std::u16string>* components) {
+  size_t at = 0;
+  while (at <= path.size()) {
+    size_t end = path.find(u'\\', at);
+    if (end == std::u16string_view::npos) end = path.size();
+    if (end > at) {
+      std::u16string component(path.substr(at, end - at));
+      if (!ValidComponent(QxUtils::WideToUtf8(component))) return kInvalidParameter;
+      components->push_back(std::move(component));
+    }
+    at = end + 1;
+  }
+  return kSuccess;
+}
+
+// The name of the subdirectory of `parent` that is `component` ignoring case.
+bool FindSubdirectory(const std::string& parent, std::u16string_view component, std::string* found) {
+  std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(parent.c_str()), closedir);
+  if (!dir) return false;
+  while (dirent* entry = readdir(dir.get())) {
+    std::string name = entry->d_name;
+    if (!ValidComponent(name) || !SameName(QxUtils::Utf8ToWide(std::string_view(name)), component)) continue;
+    if (IsDirectory(parent + "/" + name)) {
+      *found = std::move(name);
+      return true;
+    }
+  }
+  return false;
+}
+
+// Key paths ignore case and keep the case a key was created with: each
+// component resolves to the existing directory of that name in any case, and
+// only a component found in no case is created.
+long ResolveKey(Hive hive, std::u16string_view path, bool create, std::string* directory) {
+  std::string at = HiveRoot(hive);
+  if (at.empty()) return kNotFound;
+  std::vector<std::u16string> components;
+  long rc = SplitPath(path, &components);
+  if (rc != kSuccess) return rc;
+  if (create) {
+    int e = MakeDirectories(at);
+    if (e != 0) return FromErrno(e);
+  } else if (!IsDirectory(at)) {
+    return kNotFound;
+  }
+  for (const auto& component : components) {
+    std::string exact = at + "/" + QxUtils::WideToUtf8(component);
+    std::string found;
+    if (IsDirectory(exact)) {
+      at = std::move(exact);
+      continue;
+    }
+    if (FindSubdirectory(at, component, &found)) {
+      at += "/" + found;
+      continue;
+    }
+    if (!create) return kNotFound;
+    // Two creators of one key in different cases must end with one directory.
+    Fd parent(open(at.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent.fd < 0) return FromErrno(errno);
+    while (flock(parent.fd, LOCK_EX) != 0) {
+      if (errno != EINTR) return FromErrno(errno);
+    }
+    if (FindSubdirectory(at, component, &found)) {
+      at += "/" + found;
+    } else if (mkdir(exact.c_str(), 0755) == 0 || (errno == EEXIST && IsDirectory(exact))) {
+      at = std::move(exact);
+    } else {
+      return errno == EEXIST ? kNotFound : FromErrno(errno);
+    }
+  }
+  *directory = std::move(at);
+  return kSuccess;
+}
+
 }  // namespace
 
 std::string HiveRoot(Hive hive) {
@@ -169,44 +278,18 @@ std::string HiveRoot(Hive hive) {
   return config.empty() ? "" : config + "/norvane/registry";
 }
 
-long KeyDirectory(Hive hive, std::u16string_view path, std::string* directory) {
-  std::string root = HiveRoot(hive);
-  if (root.empty()) return kNotFound;
-  std::string out = root;
-  size_t at = 0;
-  while (at <= path.size()) {
-    size_t end = path.find(u'\\', at);
-    if (end == std::u16string_view::npos) end = path.size();
-    if (end > at) {
-      std::string component = QxUtils::WideToUtf8(path.substr(at, end - at));
-      if (!ValidComponent(component)) return kInvalidParameter;
-      out += "/" + component;
-    }
-    at = end + 1;
-  }
-  *directory = std::move(out);
-  return kSuccess;
-}
-
 long Key::Open(Hive hive, std::u16string_view path, Key* key) {
   std::string dir;
-  long rc = KeyDirectory(hive, path, &dir);
-  if (rc != kSuccess) return rc;
-  struct stat st{};
-  if (stat(dir.c_str(), &st) != 0) return FromErrno(errno);
-  if (!S_ISDIR(st.st_mode)) return kNotFound;
-  key->directory_ = std::move(dir);
-  return kSuccess;
+  long rc = ResolveKey(hive, path, false, &dir);
+  if (rc == kSuccess) key->directory_ = std::move(dir);
+  return rc;
 }
 
 long Key::Create(Hive hive, std::u16string_view path, Key* key) {
   std::string dir;
-  long rc = KeyDirectory(hive, path, &dir);
-  if (rc != kSuccess) return rc;
-  int e = MakeDirectories(dir);
-  if (e != 0) return FromErrno(e);
-  key->directory_ = std::move(dir);
-  return kSuccess;
+  long rc = ResolveKey(hive, path, true, &dir);
+  if (rc == kSuccess) key->directory_ = std::move(dir);
+  return rc;
 }
 
 long Key::ReadValues(ValueList* values) const {
@@ -235,6 +318,10 @@ long Key::Update(Change change) {
   RemoveStaleTemporaries(directory_);
   ValueList values;
   long rc = LoadValues(directory_, &values);
+  if (rc == kInvalidData) {
+    rc = SetAsideUnreadable(directory_);
+    values.clear();
+  }
   if (rc == kSuccess) {
     rc = change(&values);
     if (rc == kSuccess) rc = ReplaceValueFile(directory_, values);
@@ -243,20 +330,14 @@ long Key::Update(Change change) {
   return rc;
 }
 
-long Key::SetValue(const Value& value) {
-  if (value.name.empty()) return kInvalidParameter;
-  return Update([&](ValueList* values) {
-    PutValue(values, value);
-    return kSuccess;
-  });
-}
+long Key::SetValue(const Value& value) { return SetValues(ValueList{value}); }
 
 long Key::SetValues(const ValueList& updates) {
   for (const auto& v : updates) {
-    if (v.name.empty()) return kInvalidParameter;
+    if (!WithinLimits(v)) return kInvalidParameter;
   }
   return Update([&](ValueList* values) {
-    for (const auto& v : updates) PutValue(values, v);
+    PutValues(values, updates);
     return kSuccess;
   });
 }
@@ -264,7 +345,7 @@ long Key::SetValues(const ValueList& updates) {
 long Key::DeleteValue(std::u16string_view name) {
   return Update([&](ValueList* values) {
     for (auto it = values->begin(); it != values->end(); ++it) {
-      if (it->name == name) {
+      if (SameName(it->name, name)) {
         values->erase(it);
         return kSuccess;
       }

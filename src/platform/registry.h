@@ -11,7 +11,8 @@
 // HKLM under $XDG_STATE_HOME/norvane/registry (~/.local/state/...) and HKCU under
 // $XDG_CONFIG_HOME/norvane/registry (~/.config/...).
 //
-// Key paths use "\" between components. Empty components are skipped. A
+// Key paths use "\" between components and, like value names, ignore case
+// while keeping the case they were created with. Empty components are skipped. A
 // component that is ".", "..", begins with ".", is "values.reg", or holds "/"
 // or a control character is refused with kInvalidParameter: no key can name a
 // place outside its hive root.
@@ -36,11 +37,10 @@ constexpr long kInvalidData = 13;
 constexpr long kInvalidParameter = 87;
 constexpr long kMoreData = 234;
 constexpr long kGenericFailure = 31;
+constexpr long kNoResources = 1450;  // the key's value file would pass its size limit
 
 // The directory of a hive; empty when no root can be determined.
 std::string HiveRoot(Hive hive);
-// Validates a key path and gives its directory.
-long KeyDirectory(Hive hive, std::u16string_view path, std::string* directory);
 
 class Key {
  public:
@@ -59,8 +59,11 @@ class Key {
   // kInvalidData when the file does not parse.
   long ReadValues(ValueList* values) const;
   long QueryValue(std::u16string_view name, Value* value) const;
-  // One atomic update each; a value file that does not parse is left alone
-  // (kInvalidData) rather than replaced.
+  // One atomic update each. A value over the limits of registry_format.h is
+  // refused (kInvalidParameter) and a file that would grow past its limit
+  // (kNoResources), before anything is written. A value file that does not
+  // parse is moved aside as "values.reg.unreadable-<UTC time>-..." (logged)
+  // and the update starts from an empty key.
   long SetValue(const Value& value);
   long SetValues(const ValueList& values);
   long DeleteValue(std::u16string_view name);

@@ -1,7 +1,11 @@
 #include "platform/registry_format.h"
 
+#include <locale.h>
+#include <wctype.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <unordered_map>
 
 #include "support/string_utils.h"
 
@@ -9,7 +13,18 @@ namespace Norvane::Registry {
 
 namespace {
 
-constexpr size_t kMaxLineBytes = 1u << 20;
+// Upper case of one UTF-16 unit, by the Unicode simple mapping when the C.UTF-8
+// locale is at hand (glibc builds it in) and by ASCII otherwise; surrogates and
+// units whose upper case is outside the BMP stay as they are.
+char16_t Upper(char16_t c) {
+  if (c < 0x80) return c >= u'a' && c <= u'z' ? static_cast<char16_t>(c - 0x20) : c;
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+  if (utf8 == static_cast<locale_t>(0) || (c >= 0xD800 && c <= 0xDFFF)) return c;
+  wint_t up = towupper_l(static_cast<wint_t>(c), utf8);
+  return up <= 0xFFFF ? static_cast<char16_t>(up) : c;
+}
+
+bool ByName(const Value& a, const Value& b) { return a.name < b.name; }
 
 void AppendQuoted(std::string* out, std::u16string_view text) {
   out->push_back('"');
@@ -135,6 +150,7 @@ bool ParseLine(std::string_view line, Value* value) {
 
 bool ParseValues(std::string_view text, ValueList* out, size_t* errorLine) {
   out->clear();
+  ValueList lines;
   size_t lineNo = 0;
   size_t pos = 0;
   while (pos < text.size()) {
@@ -147,12 +163,13 @@ bool ParseValues(std::string_view text, ValueList* out, size_t* errorLine) {
     size_t first = line.find_first_not_of(" \t");
     if (first == std::string_view::npos || line[first] == ';' || line[first] == '#') continue;
     Value value;
-    if (line.size() > kMaxLineBytes || !ParseLine(line.substr(first), &value)) {
+    if (line.size() > kMaxLineBytes || !ParseLine(line.substr(first), &value) || !WithinLimits(value)) {
       if (errorLine != nullptr) *errorLine = lineNo;
       return false;
     }
-    PutValue(out, std::move(value));
+    lines.push_back(std::move(value));
   }
+  PutValues(out, std::move(lines));
   return true;
 }
 
@@ -173,20 +190,60 @@ std::string FormatValues(const ValueList& values) {
   return out;
 }
 
-void PutValue(ValueList* values, Value value) {
-  auto it = std::lower_bound(values->begin(), values->end(), value.name,
-                             [](const Value& v, const std::u16string& name) { return v.name < name; });
-  if (it != values->end() && it->name == value.name) {
-    *it = std::move(value);
-  } else {
-    values->insert(it, std::move(value));
+bool WithinLimits(const Value& value) {
+  return !value.name.empty() && value.name.size() <= kMaxNameChars &&
+         (value.type != ValueType::String || value.text.size() <= kMaxTextChars);
+}
+
+std::u16string FoldName(std::u16string_view name) {
+  std::u16string folded(name);
+  for (auto& c : folded) c = Upper(c);
+  return folded;
+}
+
+bool SameName(std::u16string_view a, std::u16string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a[i] != b[i] && Upper(a[i]) != Upper(b[i])) return false;
   }
+  return true;
+}
+
+void PutValue(ValueList* values, Value value) {
+  ValueList one;
+  one.push_back(std::move(value));
+  PutValues(values, std::move(one));
+}
+
+void PutValues(ValueList* values, ValueList updates) {
+  // One pass with an index of the folded names, so a large update costs
+  // n log n rather than a search of the whole list per value.
+  std::unordered_map<std::u16string, size_t> index;
+  index.reserve(values->size() + updates.size());
+  for (size_t i = 0; i < values->size(); ++i) index.emplace(FoldName((*values)[i].name), i);
+  bool added = false;
+  for (auto& update : updates) {
+    auto [it, inserted] = index.try_emplace(FoldName(update.name), values->size());
+    if (inserted) {
+      values->push_back(std::move(update));
+      added = true;
+    } else {
+      Value& existing = (*values)[it->second];
+      update.name = std::move(existing.name);
+      existing = std::move(update);
+    }
+  }
+  if (added) std::sort(values->begin(), values->end(), ByName);
 }
 
 const Value* FindValue(const ValueList& values, std::u16string_view name) {
   auto it = std::lower_bound(values.begin(), values.end(), name,
                              [](const Value& v, std::u16string_view n) { return v.name < n; });
-  return it != values.end() && it->name == name ? &*it : nullptr;
+  if (it != values.end() && it->name == name) return &*it;
+  for (const auto& v : values) {
+    if (SameName(v.name, name)) return &v;
+  }
+  return nullptr;
 }
 
 }  // namespace Norvane::Registry

@@ -39,36 +39,42 @@ std::map<std::u16string, uint32_t> LifespansOf(DataMapSpec* dataMap) {
 
 }  // namespace
 
-void AppendEntries(const std::u16string& name, const VARIANT& value, int64_t time, Registry::ValueList* out) {
-  if (name.empty()) return;
+bool AppendEntries(const std::u16string& name, const VARIANT& value, int64_t time, Registry::ValueList* out) {
+  if (name.empty()) return true;
+  Registry::ValueList entries;
   if (value.vt == VT_BSTR) {
     Registry::Value v;
     v.name = name;
     v.type = Registry::ValueType::String;
     if (value.bstrVal != nullptr) v.text.assign(value.bstrVal, SysStringLen(value.bstrVal));
-    out->push_back(std::move(v));
-  } else if (value.vt == VT_I4 || value.vt == VT_INT) {
+    entries.push_back(std::move(v));
+  } else if (value.vt == VT_I4) {
     Registry::Value v;
     v.name = name;
     v.type = Registry::ValueType::Dword;
-    v.dword = static_cast<uint32_t>(value.vt == VT_I4 ? value.lVal : value.intVal);
-    out->push_back(std::move(v));
+    v.dword = static_cast<uint32_t>(value.lVal);
+    entries.push_back(std::move(v));
   }
   Registry::Value companion;
   companion.name = name + kExpiresSuffix;
   companion.type = Registry::ValueType::String;
   companion.text = QxUtils::Utf8ToWide(std::to_string(time));
-  out->push_back(std::move(companion));
+  entries.push_back(std::move(companion));
+  for (const auto& entry : entries) {
+    if (!Registry::WithinLimits(entry)) return false;
+  }
+  out->insert(out->end(), std::make_move_iterator(entries.begin()), std::make_move_iterator(entries.end()));
+  return true;
 }
 
-Registry::ValueList EntriesOf(const ValueTable& table) {
-  Registry::ValueList entries;
-  entries.reserve(table.size() * 2);
+bool EntriesOf(const ValueTable& table, Registry::ValueList* entries) {
+  entries->reserve(entries->size() + table.size() * 2);
+  bool all = true;
   for (const auto& [key, cached] : table) {
     if (IsExpired(cached.stamp, cached.lifespan)) continue;
-    AppendEntries(key, cached.value.Get(), static_cast<int64_t>(cached.stamp), &entries);
+    all = AppendEntries(key, cached.value.Get(), static_cast<int64_t>(cached.stamp), entries) && all;
   }
-  return entries;
+  return all;
 }
 
 Variant ToVariant(const Registry::Value& value) {

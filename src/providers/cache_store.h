@@ -16,11 +16,14 @@ inline constexpr char16_t kExpiresSuffix[] = u".Expires";
 
 // Appends the store entries of one value to `out`: the value when it is text
 // or a 32-bit integer, then its companion with `time` as decimal text. Values
-// of other types write only the companion. Nothing for an empty name.
-void AppendEntries(const std::u16string& name, const VARIANT& value, int64_t time, Registry::ValueList* out);
+// of other types (a machine integer among them) write only the companion.
+// Nothing for an empty name. False, with nothing appended, when the value or
+// its companion is more than the store holds.
+bool AppendEntries(const std::u16string& name, const VARIANT& value, int64_t time, Registry::ValueList* out);
 
-// Entries of a table that have not expired, ready for one write.
-Registry::ValueList EntriesOf(const ValueTable& table);
+// Entries of a table that have not expired, ready for one write; false when
+// some entry was left out because the store cannot hold it.
+bool EntriesOf(const ValueTable& table, Registry::ValueList* entries);
 
 // A store value as the dictionary keeps it: text as a string, a dword as a
 // 32-bit integer.

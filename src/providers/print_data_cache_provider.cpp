@@ -58,10 +58,14 @@ HRESULT PrintDataCacheProvider::GetDataValue(const char16_t* name, VARIANT* valu
 
 namespace {
 
-void WriteEntries(QxLogging::CLogFunction& qxLog_, uintptr_t printer, const Registry::ValueList& entries) {
-  if (printer == PrintDataCacheProvider::kNoPrinter || entries.empty()) return;
+// Writes the entries in one update; false, logged, when nothing could be
+// written (no printer, or the store refused them).
+bool WriteEntries(QxLogging::CLogFunction& qxLog_, uintptr_t printer, const Registry::ValueList& entries) {
+  if (printer == PrintDataCacheProvider::kNoPrinter) return false;
+  if (entries.empty()) return true;
   DWORD rc = PrinterData::SetPrinterDataValues(printer, kBidiKey, entries);
   if (rc != 0) QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(rc));
+  return rc == 0;
 }
 
 }  // namespace
@@ -70,15 +74,19 @@ HRESULT PrintDataCacheProvider::SetDataValue(const char16_t* name, const VARIANT
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::PrintDataCacheProvider::SetDataValue");
   if (name == nullptr || value == nullptr || value->vt == VT_NULL) return S_FALSE;
   Registry::ValueList entries;
-  CacheStore::AppendEntries(name, *value, time, &entries);
-  WriteEntries(qxLog_, printer_, entries);
-  return S_OK;
+  if (!CacheStore::AppendEntries(name, *value, time, &entries)) {
+    QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(ERROR_INVALID_PARAMETER));
+    return S_FALSE;
+  }
+  return WriteEntries(qxLog_, printer_, entries) ? S_OK : S_FALSE;
 }
 
 HRESULT PrintDataCacheProvider::SetDataValues(const ValueTable& table) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::PrintDataCacheProvider::SetDataValues");
-  WriteEntries(qxLog_, printer_, CacheStore::EntriesOf(table));
-  return S_OK;
+  Registry::ValueList entries;
+  bool all = CacheStore::EntriesOf(table, &entries);
+  if (!all) QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(ERROR_INVALID_PARAMETER));
+  return WriteEntries(qxLog_, printer_, entries) && all ? S_OK : S_FALSE;
 }
 
 HRESULT PrintDataCacheProvider::PopulateFromRegistry(DataMapSpec* dataMap, ValueTable* table) {

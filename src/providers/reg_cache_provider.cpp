@@ -38,12 +38,13 @@ HRESULT RegCacheProvider::GetDataValue(const char16_t* name, VARIANT* value) {
 
 namespace {
 
-// Writes the entries in one update of the key; a failure is logged and, as
-// with a single failed value, not reported to the caller.
-void WriteEntries(QxLogging::CLogFunction& qxLog_, Registry::Key& key, const Registry::ValueList& entries) {
-  if (entries.empty()) return;
+// Writes the entries in one update of the key; false, logged, when the store
+// refused them.
+bool WriteEntries(QxLogging::CLogFunction& qxLog_, Registry::Key& key, const Registry::ValueList& entries) {
+  if (entries.empty()) return true;
   long rc = key.SetValues(entries);
   if (rc != Registry::kSuccess) QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(rc));
+  return rc == Registry::kSuccess;
 }
 
 }  // namespace
@@ -51,16 +52,18 @@ void WriteEntries(QxLogging::CLogFunction& qxLog_, Registry::Key& key, const Reg
 HRESULT RegCacheProvider::SetDataValue(const char16_t* name, const VARIANT* value, int64_t time) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::RegCacheProvider::SetDataValue");
   if (name == nullptr || value == nullptr || path_.empty()) return S_FALSE;
+  Registry::ValueList entries;
+  if (!CacheStore::AppendEntries(name, *value, time, &entries)) {
+    QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(Registry::kInvalidParameter));
+    return S_FALSE;
+  }
   Registry::Key key;
   long rc = Registry::Key::Create(Registry::Hive::LocalMachine, GetKeyName(), &key);
   if (rc != Registry::kSuccess) {
     QX_LOG(QxLogging::kStandout, "RegCreateKeyEx failed with error code =%ld", rc);
     return S_FALSE;
   }
-  Registry::ValueList entries;
-  CacheStore::AppendEntries(name, *value, time, &entries);
-  WriteEntries(qxLog_, key, entries);
-  return S_OK;
+  return WriteEntries(qxLog_, key, entries) ? S_OK : S_FALSE;
 }
 
 HRESULT RegCacheProvider::SetDataValues(const ValueTable& table) {
@@ -72,8 +75,10 @@ HRESULT RegCacheProvider::SetDataValues(const ValueTable& table) {
     QX_LOG(QxLogging::kStandout, "RegCreateKeyEx failed with error code =%ld", rc);
     return S_FALSE;
   }
-  WriteEntries(qxLog_, key, CacheStore::EntriesOf(table));
-  return S_OK;
+  Registry::ValueList entries;
+  bool all = CacheStore::EntriesOf(table, &entries);
+  if (!all) QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(Registry::kInvalidParameter));
+  return WriteEntries(qxLog_, key, entries) && all ? S_OK : S_FALSE;
 }
 
 HRESULT RegCacheProvider::PopulateFromRegistry(DataMapSpec* dataMap, ValueTable* table) {

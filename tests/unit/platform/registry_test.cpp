@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -10,6 +11,7 @@
 
 #include "platform/registry.h"
 #include "support/string_utils.h"
+#include "testlib/capture_log.h"
 #include "testlib/temp_dir.h"
 
 namespace {
@@ -88,26 +90,91 @@ TEST(Registry, TheValueFileIsReadableTextInNameOrder) {
   EXPECT_EQ(v.dword, 42u);
 }
 
-TEST(Registry, NonsenseInAValueFileIsReportedAndNeverOverwritten) {
+TEST(Registry, AnUnreadableValueFileIsSetAsideAndTheKeyWorksAgain) {
   ScopedRegistryRoot root;
+  NorvaneTest::CaptureLog log;
   Key key;
   ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Edited", &key), kSuccess);
-  ASSERT_EQ(key.SetValue(Dword(u"keep", 1)), kSuccess);
   std::string path = root.Path() + "/HKLM/Edited/values.reg";
-  for (const char* nonsense : {"\"unterminated=dword:1\n", "\"x\"=dword:12\n", "\"x\"=\"ok\" trailing\n",
-                               "garbage\n", "\"x\"=\"bad \\q escape\"\n", "\"\"=\"empty name\"\n",
-                               "\"x\"=\"\\u12\"\n"}) {
-    std::ofstream(path, std::ios::trunc) << nonsense;
+  std::vector<std::string> nonsense = {"\"unterminated=dword:1\n", "\"x\"=dword:12\n", "\"x\"=\"ok\" trailing\n",
+                                       "garbage\n", "\"x\"=\"bad \\q escape\"\n", "\"\"=\"empty name\"\n",
+                                       "\"x\"=\"\\u12\"\n"};
+  for (const auto& text : nonsense) {
+    std::ofstream(path, std::ios::trunc) << text;
     ValueList values;
-    EXPECT_EQ(key.ReadValues(&values), kInvalidData) << nonsense;
-    EXPECT_EQ(key.SetValue(Dword(u"new", 2)), kInvalidData) << nonsense;
-    EXPECT_EQ(Slurp(path), nonsense);
+    EXPECT_EQ(key.ReadValues(&values), kInvalidData) << text;
+    EXPECT_EQ(key.SetValue(Dword(u"new", 2)), kSuccess) << text;
+    ASSERT_EQ(key.ReadValues(&values), kSuccess);
+    EXPECT_EQ(values.size(), 1u);
   }
-  // A directory where the value file should be, or an unreadable file.
-  fs::remove(path);
-  fs::create_directory(path);
+  std::vector<std::string> setAside;
+  for (const auto& entry : fs::directory_iterator(key.Directory())) {
+    if (entry.path().filename().string().rfind("values.reg.unreadable-", 0) == 0) setAside.push_back(Slurp(entry.path()));
+  }
+  std::sort(setAside.begin(), setAside.end());
+  std::sort(nonsense.begin(), nonsense.end());
+  EXPECT_EQ(setAside, nonsense);
+  EXPECT_TRUE(log.Contains("moved aside", 0x80));
+}
+
+TEST(Registry, ValuesPastTheLimitsAreRefusedBeforeAnythingIsWritten) {
+  struct Case {
+    const char* what;
+    Value value;
+    long expected;
+  };
+  const Case cases[] = {
+      {"longest text, every unit escaped", Text(u"c", std::u16string(kMaxTextChars, u'\x01')), kSuccess},
+      {"longest name", Text(std::u16string(kMaxNameChars, u'\x02'), u"x"), kSuccess},
+      {"text one past", Text(u"t", std::u16string(kMaxTextChars + 1, u'a')), kInvalidParameter},
+      {"name one past", Text(std::u16string(kMaxNameChars + 1, u'n'), u"x"), kInvalidParameter},
+  };
+  for (const auto& c : cases) {
+    ScopedRegistryRoot root;
+    Key key;
+    ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Big", &key), kSuccess);
+    ASSERT_EQ(key.SetValue(Dword(u"earlier", 1)), kSuccess);
+    EXPECT_EQ(key.SetValues({Dword(u"same-update", 2), c.value}), c.expected) << c.what;
+    ValueList values;
+    ASSERT_EQ(key.ReadValues(&values), kSuccess) << c.what;
+    EXPECT_EQ(values.size(), c.expected == kSuccess ? 3u : 1u) << c.what;
+    Value back;
+    if (c.expected == kSuccess) {
+      EXPECT_EQ(key.QueryValue(c.value.name, &back), kSuccess) << c.what;
+    }
+  }
+}
+
+TEST(Registry, KeysAndValueNamesIgnoreCaseAndKeepTheirFirstCase) {
+  ScopedRegistryRoot root;
+  Key key, same;
+  ASSERT_EQ(Key::Create(Hive::CurrentUser, u"Software\\QV\\Qx\\Logging\\NorvaneDM", &key), kSuccess);
+  ASSERT_EQ(Key::Open(Hive::CurrentUser, u"SOFTWARE\\qv\\QX\\logging\\norvanedm", &same), kSuccess);
+  EXPECT_EQ(same.Directory(), key.Directory());
+  ASSERT_EQ(Key::Create(Hive::CurrentUser, u"software\\Qv\\qx\\LOGGING\\Ärger", &same), kSuccess);
+  ASSERT_EQ(Key::Create(Hive::CurrentUser, u"software\\Qv\\qx\\LOGGING\\äRGER", &same), kSuccess);
+  std::vector<std::u16string> subkeys;
+  ASSERT_EQ(Key::Open(Hive::CurrentUser, u"Software\\QV\\Qx\\Logging", &same), kSuccess);
+  ASSERT_EQ(same.EnumSubkeys(&subkeys), kSuccess);
+  EXPECT_EQ(subkeys, (std::vector<std::u16string>{u"NorvaneDM", u"Ärger"}));
+
+  ASSERT_EQ(key.SetValue(Dword(u"Model", 1)), kSuccess);
+  ASSERT_EQ(key.SetValues({Dword(u"MODEL", 2), Dword(u"Émile", 3), Dword(u"éMILE", 4)}), kSuccess);
   ValueList values;
-  EXPECT_NE(key.ReadValues(&values), kSuccess);
+  ASSERT_EQ(key.ReadValues(&values), kSuccess);
+  ASSERT_EQ(values.size(), 2u);
+  EXPECT_EQ(values[0].name, u"Model");
+  EXPECT_EQ(values[0].dword, 2u);
+  EXPECT_EQ(values[1].name, u"Émile");
+  EXPECT_EQ(values[1].dword, 4u);
+  Value v;
+  EXPECT_EQ(key.QueryValue(u"mOdEl", &v), kSuccess);
+  EXPECT_EQ(key.DeleteValue(u"ÉMILE"), kSuccess);
+  // A hand edit with two spellings of one name keeps the later line.
+  std::ofstream(key.Directory() + "/values.reg", std::ios::app) << "\"model\"=dword:00000009\n";
+  ASSERT_EQ(key.ReadValues(&values), kSuccess);
+  ASSERT_EQ(values.size(), 1u);
+  EXPECT_EQ(values[0].dword, 9u);
 }
 
 TEST(Registry, KeyPathsCannotLeaveTheHiveRoot) {

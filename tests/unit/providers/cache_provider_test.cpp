@@ -175,13 +175,34 @@ TEST(RegCache, ValuesOfOtherTypesWriteOnlyTheirCompanion) {
   ScopedRegistryRoot root;
   Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Types"));
   Variant bytes = Variant::FromBytes("\x01\x02", 2);
+  Variant machine = Variant::FromInt(7);
   ASSERT_EQ(cache->SetDataValue(u"Blob", &bytes.Get(), 0), S_OK);
+  ASSERT_EQ(cache->SetDataValue(u"Machine", &machine.Get(), 0), S_OK);
   Registry::Key key;
   ASSERT_EQ(Registry::Key::Open(Registry::Hive::LocalMachine, u"Types", &key), Registry::kSuccess);
   Registry::ValueList values;
   ASSERT_EQ(key.ReadValues(&values), Registry::kSuccess);
-  ASSERT_EQ(values.size(), 1u);
+  ASSERT_EQ(values.size(), 2u);
   EXPECT_EQ(values[0].name, u"Blob.Expires");
+  EXPECT_EQ(values[1].name, u"Machine.Expires");
+}
+
+TEST(RegCache, AValueTooLargeForTheStoreFailsAndTheKeyKeepsWorking) {
+  ScopedRegistryRoot root;
+  Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Large"));
+  Variant small = Variant::FromString(u"kept");
+  Variant huge = Variant::FromString(std::u16string(1100000, u'x'));
+  ASSERT_EQ(cache->SetDataValue(u"Small", &small.Get(), 0), S_OK);
+  EXPECT_EQ(cache->SetDataValue(u"Huge", &huge.Get(), 0), S_FALSE);
+  ValueTable table;
+  table[u"Huge"] = Cached(huge, 0, 0);
+  table[u"Later"] = Cached(small, 0, 0);
+  EXPECT_EQ(cache->SetDataValues(table), S_FALSE);  // the rest is still written
+  DataMap map;
+  ValueTable read;
+  ASSERT_EQ(cache->PopulateFromRegistry(map.map, &read), S_OK);
+  EXPECT_EQ(read.size(), 2u);
+  EXPECT_EQ(read.count(u"Small") + read.count(u"Later"), 2u);
 }
 
 TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {
@@ -221,8 +242,33 @@ TEST(PrintDataCache, NoPrinterMeansNoStore) {
   ScopedRegistryRoot root;
   Ref<ICacheProvider> cache(CreatePrintDataCacheProvider(PrintDataCacheProvider::kNoPrinter));
   Variant v = Variant::FromString(u"x");
-  EXPECT_EQ(cache->SetDataValue(u"a", &v.Get(), 0), S_OK);
+  EXPECT_EQ(cache->SetDataValue(u"a", &v.Get(), 0), S_FALSE);
   EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));
+}
+
+TEST(PrintDataCache, LongPrinterNamesKeepTheirOwnCache) {
+  ScopedRegistryRoot root;
+  std::u16string japanese;
+  for (int i = 0; i < 200; ++i) japanese.push_back(static_cast<char16_t>(u'あ' + i % 80));
+  std::u16string twin = japanese;
+  twin.back() = u'ン';  // same prefix, another printer
+  uintptr_t printer = OpenPrinterDataHandle(japanese.c_str());
+  uintptr_t other = OpenPrinterDataHandle(twin.c_str());
+  Variant v = Variant::FromString(u"LX 9000");
+  {
+    Ref<ICacheProvider> cache(CreatePrintDataCacheProvider(printer));
+    ASSERT_EQ(cache->SetDataValue(u"Model", &v.Get(), 0), S_OK);
+  }
+  Ref<ICacheProvider> again(CreatePrintDataCacheProvider(printer));
+  Ref<ICacheProvider> twinCache(CreatePrintDataCacheProvider(other));
+  VARIANT out;
+  VariantInit(&out);
+  ASSERT_EQ(again->GetDataValue(u"Model", &out), S_OK);
+  EXPECT_EQ(std::u16string(out.bstrVal), u"LX 9000");
+  VariantClear(&out);
+  EXPECT_EQ(twinCache->GetDataValue(u"Model", &out), S_FALSE);
+  ClosePrinterDataHandle(printer);
+  ClosePrinterDataHandle(other);
 }
 
 }  // namespace
