@@ -18,7 +18,9 @@ IPPProviderImpl::IPPProviderImpl(Address* address, std::unique_ptr<IPPOperations
 
 IPPProviderImpl::~IPPProviderImpl() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::~IPPProviderImpl");
+  StopAllThreadsRunning();
   // The operations borrow the address: they go first.
+  EndJobOperations();
   queryOperations_.reset();
   address_->Dispose();
 }

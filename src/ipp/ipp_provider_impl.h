@@ -5,19 +5,25 @@
 // answer and answers attribute queries from it, or from fresh requests.
 //
 // Ownership: the provider holds one reference on its Address for its whole
-// life. The query operations are owned. A provider is used by one thread at a
-// time.
+// life. The query and job operations are owned. A provider is used by one
+// thread at a time, except that a chunked print runs two polling threads of
+// its own (ipp_status_polling.cpp) which share only the flags and events below
+// with the caller's thread; any thread may release the provider.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "ipp/ipp_operations.h"
 #include "norvane/disposable.h"
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
+#include "platform/sync.h"
 
 namespace Norvane {
 
@@ -28,6 +34,29 @@ inline constexpr uint32_t kIppErrorShortResource = 0x20000003;   // resource pat
 inline constexpr uint32_t kIppErrorEmptyResource = 0x20000004;   // no resource path
 inline constexpr uint32_t kIppErrorRequestRefused = 0x20000009;  // creation request answered 400, 404 or 405
 inline constexpr uint32_t kErrorInvalidPort = 1796;              // a port other than 631 or 443 in the URI
+
+// Results and last-error codes of the job operations.
+inline constexpr HRESULT kIppResultUnauthorized = 1026;            // stream answered HTTP 401
+inline constexpr uint32_t kErrorNoData = 1462;                     // PrintJob without data
+inline constexpr uint32_t kErrorJobSetup = 1280;                   // job set-up or credential decode failed
+inline constexpr uint32_t kIppErrorStateUnreadable = 0x20000010;   // printer state unreadable while waiting
+inline constexpr uint32_t kErrorJobNotFound = 1291;                // Get-Jobs lost the streamed job
+inline constexpr uint32_t kErrorNotSecure = 1025;                  // credentials over a plain printer URI
+inline constexpr uint32_t kErrorCredentialsRefused = 401;
+
+// Answers of CheckForPrinterReadyState.
+enum PrinterReadiness : int { kPrinterNotReady = 0, kPrinterReady = 1, kPrinterStateUnknown = 2 };
+
+// Waits of a chunked print. Tests shorten them; hosts never change them.
+struct PrintTimings {
+  uint32_t printerPollMs = 5000;   // between printer-state queries while streaming
+  uint32_t jobPollMs = 1000;       // between job-state queries while streaming
+  uint32_t readyRetryMs = 2000;    // between readiness checks before the stream
+  uint32_t jobLookupRetryMs = 2000;  // before asking Get-Jobs again for the new job
+  // One-body Print-Job restarts while the printer answers server-error-busy;
+  // after that many the busy answer is the result.
+  uint32_t maxBusyRestarts = 10;
+};
 
 // The flag word the data collection and CreateIPPProvider pass; it only matters
 // to a secure provider.
@@ -73,6 +102,36 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   HRESULT PrintJobWrite(IPPRequestBase* attributes, IPPResponseBase* response, const uint8_t* data,
                         int32_t length) override;
   HRESULT ValidateCredentials(IPPRequestBase* attributes, IPPResponseBase* response) override;
+  // Finds the caller's newest job: 0 with `response` filled, 1 when the printer
+  // lists no value for it, 0x80004005 on failure. `completed` asks about
+  // finished jobs (their job-state) instead of jobs in progress (their reasons).
+  HRESULT GetJobs(IPPRequestBase* attributes, IPPResponseBase* response, bool completed);
+
+  // Status polling while a chunked print streams (ipp_status_polling.cpp).
+  // Lock A guards writes of the print-status flag, lock B the printer-status
+  // polling flag; neither is held while the other is taken.
+  void SetPrintStatus();
+  uint32_t GetPrintStatus() const { return printStatus_.load(); }
+  uint32_t GetbPrinteStatusThreadPoll();
+  void SetPrintReadyStatus();
+  std::shared_ptr<ManualResetEvent> GetPrintStatusEventHandle();
+  std::shared_ptr<ManualResetEvent> GetPrintReadyStatusEventHandle();
+  // The decimal printer-state and the comma-joined printer-state-reasons;
+  // 0, or a negative status when the query failed.
+  HRESULT RetrievePrinterState(std::string* state, std::string* reasons);
+  PrinterReadiness CheckForPrinterReadyState();
+  // One poll of the streamed job: 1 while it goes on, 0 when it ended (the
+  // print-status flag is then raised), 0x80004005 when the query failed.
+  HRESULT GetJobs(bool completed);
+  // Stops both polling threads and waits for them; afterwards the print-status
+  // flag is raised and both events are gone.
+  void StopAllThreadsRunning();
+  // Thread bodies; each returns its exit code (0, or 1 without what it watches).
+  static uint32_t GetPrinterStatusPollingThread(IPPProviderImpl* provider);
+  static uint32_t GetJobsPollingThread(IPPProviderImpl* provider);
+  bool IsPolling();
+
+  void SetPrintTimings(const PrintTimings& timings) { timings_ = timings; }
 
   // Stores the resource path and, when given, the full printer URI and whether
   // it is secure. False for an empty resource (last error 87 or 0x20000004) or a
@@ -108,6 +167,24 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   IPPProviderImpl(Address* address, std::unique_ptr<IPPOperations> queryOperations);
   ~IPPProviderImpl() override;
 
+  // One-shot job request on fresh operations (Print-URI, Send-URI,
+  // Create-Job, Cancel-Job); 0 or 0x80004005.
+  HRESULT SendJobRequest(uint32_t operation, IPPRequestBase* attributes, IPPResponseBase* response, bool secure,
+                         uint32_t securityFlags);
+  // Fresh operations for a Get-Jobs of `user`.
+  std::unique_ptr<IPPOperations> MakeGetJobsOperations(bool completed, const char* user);
+  // PrintJob's steps for one attempt, and the job lookup after a stream opened.
+  HRESULT StartPrintJob(IPPRequestBase* attributes, const uint8_t* data, int32_t length);
+  HRESULT WaitForReadyPrinter();
+  HRESULT FinishOneBodyPrintJob(IPPResponseBase* response, HRESULT sent, bool* restart);
+  HRESULT FindStreamedJob(IPPRequestBase* attributes, IPPResponseBase* response);
+  void StartPollingThreads(bool jobFound);
+  // The outcome of a stream that failed or ended unread: what Get-Jobs says
+  // about the job, S_DEVICECANCELED when it still finds it.
+  HRESULT AnswerFromGetJobs(IPPRequestBase* attributes, IPPResponseBase* response);
+  void EndJobOperations();
+  bool IsSecureIpp() const { return GetURIScheme(printerURI_.c_str()) == IppUriScheme::kSecureIpp; }
+
   Address* address_;
   // The attributes of the creation request, and the collection records of
   // earlier collection queries. Never refreshed by GetValue.
@@ -118,6 +195,29 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   std::u16string printerURI_;
   bool secure_ = false;
   uint32_t securityFlags_ = 0;
+
+  // The operations of the job being printed, from PrintJob to the end of the
+  // stream; the security flags the polling threads borrow from them.
+  std::unique_ptr<IPPOperations> jobOperations_;
+  std::atomic<uint32_t> jobSecurityFlags_{0};
+  std::atomic<bool> hasJobOperations_{false};
+  HTTPResponse* streamResponse_ = nullptr;  // owned by the job operations
+  std::atomic<uint32_t> cancelFlag_{0};
+  ManualResetEvent cancelSignal_;  // wakes the wait for a ready printer
+  PrintTimings timings_;
+
+  // Shared with the polling threads.
+  CriticalSection lockA_;
+  CriticalSection lockB_;
+  std::atomic<uint32_t> printStatus_{0};       // written under lock A
+  uint32_t printerStatusThreadPoll_ = 1;        // under lock B
+  std::mutex eventsMutex_;                      // guards the two event fields
+  std::shared_ptr<ManualResetEvent> printStatusEvent_;
+  std::shared_ptr<ManualResetEvent> printReadyEvent_;
+  ManualResetEvent stopThreads_;  // ends the printer-status thread's sleep at once
+  std::mutex jobMutex_;           // held while the threads are stopped
+  std::thread printerStatusThread_;
+  std::thread jobThread_;
 };
 
 }  // namespace Norvane

@@ -35,8 +35,11 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
     exchange_.port = port;
   }
   ~FakeRequest() override {
-    if (response_ != nullptr) response_->Dispose();
-    --address_->requestsAlive;
+    {
+      std::lock_guard<std::recursive_mutex> lock(address_->mutex);
+      if (response_ != nullptr) response_->Dispose();
+      --address_->requestsAlive;
+    }
     address_->Dispose();
   }
   HRESULT SetResource(const char16_t* path) override { return Store(&exchange_.resource, path); }
@@ -67,6 +70,7 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
   }
   HRESULT Send(Norvane::HTTPResponse** response) override {
     if (response == nullptr) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(address_->mutex);
     FakeReply reply = address_->responder ? address_->responder(exchange_) : FakeReply{404, {}, {}, S_OK};
     address_->exchanges.push_back(exchange_);
     errorCode_ = reply.errorCode;
@@ -170,6 +174,7 @@ FakeAddress* FakeAddress::Create(std::u16string host) {
 
 HRESULT FakeAddress::MakeRequest(Norvane::HTTPRequest** request, uint32_t port) {
   if (request == nullptr) return E_POINTER;
+  std::lock_guard<std::recursive_mutex> lock(mutex);
   if (FAILED(createRequestResult)) return createRequestResult;
   auto* r = new FakeRequest(this, port);
   r->AddRef();
@@ -226,6 +231,7 @@ HRESULT FakeAddress::SetPortText(const char16_t* port) {
 }
 
 HRESULT FakeAddress::SetSecure(bool value) {
+  std::lock_guard<std::recursive_mutex> lock(mutex);
   secure = value;
   return S_OK;
 }

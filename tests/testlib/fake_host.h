@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,6 +80,10 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   const char16_t* GetPortText() override { return portText_.c_str(); }
   HRESULT SetSecure(bool secure) override;
 
+  // Held while a request is made, answered or destroyed, so that a provider's
+  // polling threads may share the address; tests read the fields below once
+  // those threads have stopped.
+  std::recursive_mutex mutex;
   // Answers requests: given the finished exchange, returns the reply.
   std::function<FakeReply(const FakeExchange&)> responder;
   // Every exchange sent so far.
