@@ -165,6 +165,7 @@ HRESULT MibConnectionImpl::GetNextOidAndValue(const char16_t* oidText, char16_t*
     // noSuchName (v1) or endOfMibView (v2c): there is no next object.
     if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return E_FAIL;
     const netsnmp_variable_list& variable = *response->variables;
+    if (!FollowsOid(variable, *name)) return E_FAIL;
     PendingNext answer;
     answer.asked = std::move(*name);
     answer.next = FormatOid(variable.name, variable.name_length);

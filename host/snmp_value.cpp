@@ -38,12 +38,22 @@ HRESULT SetUnsigned(VARIANT* value, uint64_t number) {
   return SetText(value, std::u16string(digits.begin(), digits.end()));
 }
 
-bool IsText(std::string_view bytes) {
-  if (!IsValidUtf8(bytes)) return false;
+// No control characters (C0, DEL, and C1 unless the text is UTF-8, where those
+// bytes are parts of characters) but tab, CR and LF.
+bool IsPrintable(std::string_view bytes, bool utf8) {
   for (unsigned char c : bytes) {
-    if ((c < 0x20 && c != '\t' && c != '\r' && c != '\n') || c == 0x7F) return false;
+    if ((c < 0x20 && c != '\t' && c != '\r' && c != '\n') || c == 0x7F || (!utf8 && c >= 0x80 && c < 0xA0)) {
+      return false;
+    }
   }
   return true;
+}
+
+std::u16string FromLatin1(std::string_view bytes) {
+  std::u16string text;
+  text.reserve(bytes.size());
+  for (unsigned char c : bytes) text.push_back(static_cast<char16_t>(c));
+  return text;
 }
 
 }  // namespace
@@ -81,6 +91,10 @@ std::u16string FormatOid(const oid* arcs, size_t count) {
   return text;
 }
 
+bool FollowsOid(const netsnmp_variable_list& answer, const std::vector<oid>& asked) {
+  return snmp_oid_compare(answer.name, answer.name_length, asked.data(), asked.size()) > 0;
+}
+
 HRESULT VariableToVariant(const netsnmp_variable_list& variable, VARIANT* value) {
   VariantInit(value);
   switch (variable.type) {
@@ -103,7 +117,8 @@ HRESULT VariableToVariant(const netsnmp_variable_list& variable, VARIANT* value)
       std::string_view bytes(reinterpret_cast<const char*>(data), data == nullptr ? 0 : length);
       std::string_view text = bytes;
       while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
-      if (IsText(text)) return SetText(value, ToUtf16(text));
+      bool utf8 = IsValidUtf8(text);
+      if (IsPrintable(text, utf8)) return SetText(value, utf8 ? ToUtf16(text) : FromLatin1(text));
       return SetBytes(value, data, bytes.size());
     }
     case ASN_OPAQUE:

@@ -20,10 +20,17 @@ std::optional<std::vector<oid>> ParseOid(std::u16string_view text);
 // Dotted decimal without a leading '.'.
 std::u16string FormatOid(const oid* arcs, size_t count);
 
+// Whether a get-next answer lies after the OID asked about in the agent's
+// object order. An answer that does not (the same OID, or one before it) would
+// make a walk circle forever, so it is treated as the end of the walk.
+bool FollowsOid(const netsnmp_variable_list& answer, const std::vector<oid>& asked);
+
 // The variant for a received value: integers as VT_I4 (unsigned kinds beyond
 // INT32_MAX as decimal VT_BSTR text, so the number stays right); octet strings
-// that are UTF-8 text (trailing zero bytes ignored, no control characters but
-// tab, CR and LF) as VT_BSTR, other octet strings as VT_ARRAY|VT_UI1; object
+// that are text (trailing zero bytes ignored, no control characters but tab, CR
+// and LF) as VT_BSTR: UTF-8 when they are valid UTF-8, else Latin-1, which
+// older devices use for their descriptions; other octet strings as
+// VT_ARRAY|VT_UI1; object
 // identifiers and IP addresses as text. E_FAIL for the exception values
 // (noSuchObject, noSuchInstance, endOfMibView) and unknown kinds.
 HRESULT VariableToVariant(const netsnmp_variable_list& variable, VARIANT* value);

@@ -21,8 +21,11 @@ std::u16string Decimal(T number) {
 }
 
 // The text form of a detection answer, following the usual variant-to-string
-// rules for the kinds an SNMP connection produces. Kinds that have no text form
-// (byte arrays, null) give nothing: such a device is not accepted.
+// rules for the kinds an SNMP connection produces. A byte array (an octet
+// string the host could not read as text) becomes a string holding its bytes,
+// two to a character, as the platform's conversion makes it; only its being
+// empty or not matters here. Kinds that have no text form (null) give nothing:
+// such a device is not accepted.
 std::optional<std::u16string> TextOf(const VARIANT& value) {
   switch (value.vt) {
     case VT_EMPTY:
@@ -52,6 +55,16 @@ std::optional<std::u16string> TextOf(const VARIANT& value) {
       return Decimal(value.ullVal);
     case VT_BOOL:
       return std::u16string(value.boolVal != 0 ? u"True" : u"False");
+    case VT_ARRAY | VT_UI1: {
+      const SAFEARRAY* array = value.parray;
+      if (array == nullptr || array->pvData == nullptr) return std::u16string();
+      const auto* bytes = static_cast<const uint8_t*>(array->pvData);
+      std::u16string text(array->rgsabound[0].cElements / 2, u'\0');
+      for (size_t i = 0; i < text.size(); ++i) {
+        text[i] = static_cast<char16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+      }
+      return text;
+    }
     default:
       return std::nullopt;
   }

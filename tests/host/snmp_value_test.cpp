@@ -73,9 +73,13 @@ TEST(SnmpValueTest, OctetStringsAreTextOnlyWhenTheyReadAsText) {
   EXPECT_EQ(u"AB", Text(Convert(ASN_OCTET_STR, padded, sizeof padded)));
   EXPECT_EQ(u"", Text(Convert(ASN_OCTET_STR, "", 0)));
 
-  // A MAC address and bytes with a control character are not text.
+  // Not UTF-8 but printable as Latin-1.
+  const char latin1[] = "Imprimante r\xE9seau \xC3(";
+  EXPECT_EQ(u"Imprimante r\u00E9seau \u00C3(", Text(Convert(ASN_OCTET_STR, latin1, std::strlen(latin1))));
+
+  // A MAC address and bytes with a control character (Latin-1's C1 ones too) are not text.
   for (std::string bytes : {std::string("\x00\x1b\x78\xAA\xBB\xCC", 6), std::string("ab\x01", 3),
-                            std::string("\xC3\x28", 2)}) {
+                            std::string("r\x85sum\xE9", 6)}) {
     Norvane::Variant raw = Convert(ASN_OCTET_STR, bytes.data(), bytes.size());
     ASSERT_EQ(VT_ARRAY | VT_UI1, raw.Type());
     ASSERT_EQ(bytes.size(), raw.Get().parray->rgsabound[0].cElements);
@@ -91,6 +95,28 @@ TEST(SnmpValueTest, IdentifiersAddressesAndExceptions) {
   Convert(SNMP_NOSUCHOBJECT, nullptr, 0, E_FAIL);
   Convert(SNMP_NOSUCHINSTANCE, nullptr, 0, E_FAIL);
   Convert(SNMP_ENDOFMIBVIEW, nullptr, 0, E_FAIL);
+}
+
+TEST(SnmpValueTest, AGetNextAnswerMustLieAfterTheOidAsked) {
+  const std::vector<oid> asked = {1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1};
+  struct Case {
+    std::vector<oid> answer;
+    bool follows;
+  } const cases[] = {
+      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1, 1}, true},  // the first object below it
+      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 2}, true},
+      {{1, 3, 6, 1, 2, 1, 43, 12}, true},
+      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1}, false},  // the same object again
+      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9}, false},     // its parent
+      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 8, 7}, false},
+  };
+  for (const auto& c : cases) {
+    long zero = 0;
+    netsnmp_variable_list* list = nullptr;
+    list = snmp_varlist_add_variable(&list, c.answer.data(), c.answer.size(), ASN_INTEGER, &zero, sizeof zero);
+    EXPECT_EQ(c.follows, FollowsOid(*list, asked)) << c.answer.size();
+    snmp_free_varbind(list);
+  }
 }
 
 TEST(SnmpValueTest, SetValuesMapVariantKinds) {

@@ -19,7 +19,9 @@
 # NORVANE_BENCH_FIXTURES (fixture set, or --fixtures), NORVANE_BENCH_START_TIMEOUT
 # (seconds per peer, default 15), NORVANE_BENCH_KEEP=1 (keep the work directory),
 # NORVANE_BENCH_VERBOSE=1 (verbose peers, logs printed at the end),
-# NORVANE_BENCH_UNSHARE (force the unshare options, e.g. "-rn").
+# NORVANE_BENCH_UNSHARE (force the unshare options, e.g. "-rn"),
+# NORVANE_BENCH_SNMPD_EDIT (a sed script applied to snmpd.conf.in, so a test can play
+# a device that answers differently).
 # What COMMAND receives is listed in export_bench_environment below.
 set -euo pipefail
 
@@ -342,7 +344,8 @@ start_peers() {
         --address="unix:path=$workdir/dbus.sock"
     export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$workdir/dbus.sock"
 
-    sed "s/@SNMP_COMMUNITY@/$SNMP_COMMUNITY/g" "$script_dir/snmpd.conf.in" >"$workdir/snmpd.conf"
+    sed -e "s/@SNMP_COMMUNITY@/$SNMP_COMMUNITY/g" -e "${NORVANE_BENCH_SNMPD_EDIT:-}" \
+        "$script_dir/snmpd.conf.in" >"$workdir/snmpd.conf"
     # Empty MIB list: Debian's agent has no MIB files and would log a page of
     # complaints; persistent state (values SET by tests) stays in the work directory.
     start_peer snmpd env MIBS= MIBDIRS="$workdir/snmp" SNMP_PERSISTENT_DIR="$workdir/snmp" \

@@ -85,6 +85,19 @@ TEST_F(OidBench, ReadsObjectsGroupsAndWalks) {
   provider->Dispose();
 }
 
+// Runs in a bench whose agent describes the device in Latin-1 (see CMakeLists.txt).
+TEST_F(OidBench, ADeviceDescribingItselfInLatin1IsDetected) {
+  if (std::getenv("NORVANE_BENCH_SNMPD_EDIT") == nullptr) GTEST_SKIP() << "needs the Latin-1 agent";
+  OIDProvider* provider = CreateOIDProvider(address_);
+  ASSERT_NE(provider, nullptr);
+  VARIANT v;
+  VariantInit(&v);
+  EXPECT_EQ(provider->GetValue(u"1.3.6.1.2.1.25.3.2.1.3.1", &v), S_OK);
+  EXPECT_EQ(v.vt == VT_BSTR ? std::u16string(v.bstrVal) : u"<not text>", u"Imprimante r\u00E9seau");
+  VariantClear(&v);
+  provider->Dispose();
+}
+
 TEST_F(OidBench, RegistryCacheKeepsValuesForTheNextCollection) {
   char pattern[] = "/tmp/norvane-oid-registry-XXXXXX";
   ASSERT_NE(mkdtemp(pattern), nullptr);

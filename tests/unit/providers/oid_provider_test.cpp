@@ -55,11 +55,14 @@ TEST(OIDProvider, DetectionAcceptsOnlyADescriptionWithText) {
     EXPECT_EQ(OIDProviderImpl::Create(d.address), nullptr);
     EXPECT_EQ(d.mib->connectionsAlive, 0);
   }
-  {
-    Device d;  // bytes have no text form
-    Variant bytes = Variant::FromBytes("\x01\x02", 2);
+  // Bytes become text two to a character: a description the host could not
+  // read as text still counts when it has a character's worth.
+  for (std::string raw : {std::string("r\xE9seau", 6), std::string("\x01\x02"), std::string("A"), std::string()}) {
+    Device d;
+    Variant bytes = Variant::FromBytes(raw.data(), raw.size());
     d.mib->Put(kDescr, bytes.Get());
-    EXPECT_EQ(OIDProviderImpl::Create(d.address), nullptr);
+    Held provider{OIDProviderImpl::Create(d.address)};
+    EXPECT_EQ(provider.p != nullptr, raw.size() >= 2) << raw;
   }
   for (int32_t number : {7, 0, -3}) {
     Device d;  // a number is turned into text, and any number has some
