@@ -1,17 +1,16 @@
-// Factories of the XML, web-services and SNMP providers.
+// Factories of the XML, web-services and SNMP providers. Each provider detects
+// its protocol at creation: null means the device does not answer it.
 #include "norvane/api.h"
 #include "providers/oid_provider_impl.h"
+#include "providers/vexa_provider_impl.h"
+#include "providers/ws_provider_impl.h"
 #include "support/log.h"
 
 QX_LOG_SOURCE_FILE()
 
-// Each provider detects its protocol at creation; until a provider is built into
-// the library its factory answers as for a device that does not speak it.
-
 extern "C" Norvane::VEXAProvider* CreateVEXAProvider(Norvane::Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateVEXAProvider");
-  (void)address;
-  return nullptr;
+  return Norvane::VEXAProviderImpl::Create(address);
 }
 
 extern "C" Norvane::OIDProvider* CreateOIDProvider(Norvane::Address* address) {
@@ -21,6 +20,5 @@ extern "C" Norvane::OIDProvider* CreateOIDProvider(Norvane::Address* address) {
 
 extern "C" Norvane::WSProvider* CreateWSProvider(Norvane::Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateWSProvider");
-  (void)address;
-  return nullptr;
+  return Norvane::WSProviderImpl::Create(address);
 }

@@ -1,10 +1,19 @@
 #include "engine/protocol_selection.h"
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "engine/data_collection_impl.h"
 #include "engine/ipp_data_mapper.h"
 #include "engine/oid_data_mapper.h"
+#include "engine/xml_data_mapper.h"
 #include "ipp/ipp_provider_impl.h"
 #include "providers/oid_provider_impl.h"
+#include "providers/plsxml_provider_impl.h"
+#include "providers/vexa_provider_impl.h"
+#include "providers/ws_provider_impl.h"
+#include "support/ref.h"
 #include "support/string_utils.h"
 
 QX_LOG_SOURCE_FILE()
@@ -14,12 +23,63 @@ namespace Norvane {
 namespace {
 
 // The providers detect their protocol at creation and the mappers wrap them.
-// A protocol whose provider this build does not contain yet cannot be reached,
-// exactly as for a device that does not answer it: its row yields no mapper
-// and the next data map is tried.
-DataCollectionImpl* OpenVexa(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
-DataCollectionImpl* OpenWebServices(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
-DataCollectionImpl* OpenProductInformation(Address*, DataMapSpec*, bool, ProtocolAttempt*) { return nullptr; }
+
+// One identifying text read through an XML provider; nothing unless the read
+// answers S_OK.
+std::optional<std::u16string> ReadXmlIdentity(IXMLProvider* provider, const char16_t* uri, const char16_t* xpath,
+                                              uint32_t bufferSize, uint32_t useCache) {
+  std::vector<char16_t> buffer(bufferSize, u'\0');
+  uint32_t needed = 0;
+  if (provider->GetValue(uri, xpath, buffer.data(), bufferSize, &needed, useCache, 0) != S_OK) return std::nullopt;
+  return std::u16string(buffer.data());
+}
+
+void KeepIdentity(const std::optional<std::u16string>& identity, ProtocolAttempt* attempt) {
+  if (!identity) return;
+  attempt->identity = Variant::FromString(*identity);
+  attempt->identityRead = true;
+}
+
+// The mapper over a created XML provider, whose reference this call consumes;
+// the identity is read only once the mapper exists.
+template <class ReadIdentity>
+DataCollectionImpl* WrapXmlProvider(IXMLProvider* provider, DataMapSpec* dataMap, bool wantIdentity,
+                                    ProtocolAttempt* attempt, ReadIdentity readIdentity) {
+  if (provider == nullptr) return nullptr;
+  QxUtils::Ref<IXMLProvider> held = QxUtils::AdoptRef(provider);
+  DataCollectionImpl* mapper = XMLDataMapper::Create(provider, dataMap);
+  if (mapper != nullptr && wantIdentity) KeepIdentity(readIdentity(provider), attempt);
+  return mapper;
+}
+
+DataCollectionImpl* OpenVexa(Address* address, DataMapSpec* dataMap, bool wantIdentity, ProtocolAttempt* attempt) {
+  return WrapXmlProvider(VEXAProviderImpl::Create(address), dataMap, wantIdentity, attempt, [](IXMLProvider* p) {
+    return ReadXmlIdentity(p, VEXAProviderImpl::kProductConfigType, u"//dd:SerialNumber", 256, 0);
+  });
+}
+
+DataCollectionImpl* OpenWebServices(Address* address, DataMapSpec* dataMap, bool wantIdentity,
+                                    ProtocolAttempt* attempt) {
+  return WrapXmlProvider(WSProviderImpl::Create(address), dataMap, wantIdentity, attempt, [](IXMLProvider* p) {
+    // The serial number is the ten characters after "SN:" in the IEEE 1284
+    // device id; a device id without one gives no identity.
+    std::optional<std::u16string> deviceId =
+        ReadXmlIdentity(p, WSProviderImpl::kDeviceServiceUrn, WSProviderImpl::kDeviceIdXPath, 2048, 0);
+    if (!deviceId) return deviceId;
+    size_t at = deviceId->find(u"SN:");
+    if (at == std::u16string::npos) return std::optional<std::u16string>();
+    return std::optional<std::u16string>(deviceId->substr(at + 3, 10));
+  });
+}
+
+DataCollectionImpl* OpenProductInformation(Address* address, DataMapSpec* dataMap, bool wantIdentity,
+                                           ProtocolAttempt* attempt) {
+  return WrapXmlProvider(PLSXMLProviderImpl::Create(address), dataMap, wantIdentity, attempt, [](IXMLProvider* p) {
+    return ReadXmlIdentity(p, PLSXMLProviderImpl::kProductInformationPath, PLSXMLProviderImpl::kSerialNumberXPath,
+                           256, 1);
+  });
+}
+
 DataCollectionImpl* OpenIpp(Address* address, DataMapSpec* dataMap, bool wantIdentity, ProtocolAttempt* attempt) {
   // The data map's IPPParams item names the printer resource.
   std::string resource = "/ipp/printer";

@@ -25,6 +25,11 @@ for fn in CreateDataCollectionFromFile CreateDataCollectionFromXML CreateDataCol
           SysAllocString SysAllocStringLen SysFreeString SysStringLen; do
   if ! grep -qx "$fn" <<<"$symbols"; then echo "not exported: $fn"; missing=1; fi
 done
+# Hosts test the providers' interfaces at run time, across the two libraries.
+for ti in _ZTIN7Norvane12IXMLProviderE _ZTIN7Norvane12VEXAProviderE _ZTIN7Norvane14PLSXMLProviderE \
+          _ZTIN7Norvane10WSProviderE _ZTIN7Norvane11OIDProviderE _ZTIN7Norvane11IPPProviderE; do
+  if ! grep -qx "$ti" <<<"$symbols"; then echo "typeinfo not exported: $ti"; missing=1; fi
+done
 # Nothing internal: every other exported name belongs to an exported class.
 stray=$(grep -v -E '^(_ZN7Norvane|_ZNK7Norvane|_ZT[ISVT]N7Norvane|_ZN7QxUtils11CDisposable|_ZNK7QxUtils11CDisposable|_ZT[ISVT]N7QxUtils11CDisposable|_ZN7QxUtils19LiveDisposableCount|_ZN7QxUtils22IsRegisteredDisposable|_ZN11IDisposable|_ZT[ISV]11IDisposable|_ZN15IDisposableImpl|_ZT[ISVT]15IDisposableImpl|NORVANE_[0-9]|[A-Z][A-Za-z]+$)' <<<"$symbols" || true)
 if [ -n "$stray" ]; then echo "internal symbols exported:"; echo "$stray" | head -20; missing=1; fi

@@ -114,7 +114,14 @@ void Deliver(Response& res, int status, std::string body, const std::string& con
     const std::size_t pieces = plan.slow.count() > 0 ? kSlowPieces : 1;
     const std::size_t pieceSize = std::max<std::size_t>(1, (size + pieces - 1) / pieces);
     const auto pause = plan.slow / static_cast<long>(pieces);
+    const auto stall = plan.stall;
     const StopSignal* stopSignal = &stop;
+    // Drops the connection where a truncated body ends, after the stall's silence.
+    auto cutOff = [stall, stopSignal]() {
+        if (stall.count() > 0)
+            stopSignal->SleepFor(stall);
+        return false;
+    };
 
     auto sendFrom = [data, limit, pieceSize, pause, stopSignal](std::size_t offset,
                                                                 httplib::DataSink& sink) {
@@ -126,10 +133,10 @@ void Deliver(Response& res, int status, std::string body, const std::string& con
 
     if (plan.chunked) {
         res.set_chunked_content_provider(
-            contentType, [sendFrom, limit, cut](std::size_t offset, httplib::DataSink& sink) {
+            contentType, [sendFrom, limit, cut, cutOff](std::size_t offset, httplib::DataSink& sink) {
                 if (offset >= limit) {
                     if (cut)
-                        return false;  // no last-chunk: the client sees a broken stream
+                        return cutOff();  // no last-chunk: the client sees a broken stream
                     sink.done();
                     return true;
                 }
@@ -143,9 +150,9 @@ void Deliver(Response& res, int status, std::string body, const std::string& con
     }
     res.set_content_provider(
         size, contentType,
-        [sendFrom, limit](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+        [sendFrom, limit, cutOff](std::size_t offset, std::size_t, httplib::DataSink& sink) {
             if (offset >= limit)
-                return false;  // Content-Length still owed: close the connection
+                return cutOff();  // Content-Length still owed: close the connection
             return sendFrom(offset, sink);
         });
 }

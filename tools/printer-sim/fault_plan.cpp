@@ -45,13 +45,14 @@ bool ParseTerm(std::string_view term, FaultPlan& plan, std::string& error)
         plan.status = status;
         return true;
     }
-    if (name == "delay" || name == "slow") {
+    if (name == "delay" || name == "slow" || name == "stall") {
         std::size_t ms = 0;
         if (!ParseCount(argument, ms)) {
             error = std::string(name) + " needs a duration in milliseconds";
             return false;
         }
-        (name == "delay" ? plan.delay : plan.slow) = std::chrono::milliseconds(ms);
+        (name == "delay" ? plan.delay : name == "slow" ? plan.slow : plan.stall) =
+            std::chrono::milliseconds(ms);
         return true;
     }
     if (name == "truncate") {
@@ -97,6 +98,8 @@ std::string FaultPlan::Describe() const
         else
             term("truncate");
     }
+    if (stall.count() > 0)
+        term("stall:", stall.count());
     if (chunked)
         term("chunked");
     if (remaining >= 0)

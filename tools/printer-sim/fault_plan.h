@@ -8,10 +8,12 @@
 //   slow:MS                  send the headers at once, then trickle the body over MS ms
 //   truncate[:N]             announce the full Content-Length, send N bytes (default
 //                            half the body), then close the connection
+//   stall:MS                 with truncate: after those bytes go silent for MS ms before
+//                            closing, as a device that hangs mid-answer
 //   chunked                  frame the body with Transfer-Encoding: chunked instead of
 //                            Content-Length (healthy, but exercises the other framing)
 //
-// Examples: "500", "delay:3000", "slow:1500,truncate:40", "503@1".
+// Examples: "500", "delay:3000", "slow:1500,truncate:40", "truncate:40,stall:30000", "503@1".
 #pragma once
 
 #include <chrono>
@@ -27,6 +29,7 @@ struct FaultPlan {
     std::optional<int> status;                 // replaces the normal answer
     std::chrono::milliseconds delay{0};        // before the status line
     std::chrono::milliseconds slow{0};         // spread over the body
+    std::chrono::milliseconds stall{0};        // silence after a truncated body
     bool truncate = false;
     std::optional<std::size_t> truncateAt;     // bytes actually sent; none = half
     bool chunked = false;

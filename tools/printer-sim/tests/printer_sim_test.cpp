@@ -58,7 +58,8 @@ TEST(FaultPlan, ParsesEveryTermAndTheCount)
 
 TEST(FaultPlan, DescribeReadsBackAsTheSamePlan)
 {
-    for (const char* text : {"500", "delay:10", "slow:800,truncate", "503,truncate:0@1", "chunked"}) {
+    for (const char* text : {"500", "delay:10", "slow:800,truncate", "truncate:40,stall:20000",
+                             "503,truncate:0@1", "chunked"}) {
         auto plan = Parse(text);
         ASSERT_TRUE(plan) << text;
         EXPECT_EQ(plan->Describe(), text);
