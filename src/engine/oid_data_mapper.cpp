@@ -26,17 +26,22 @@ constexpr uint32_t kRetryGrowth = 2;
 constexpr int kMaxRetries = 5;
 constexpr uint32_t kStepGrowth = 4;
 
-// A request index: all digits, within 32 bits.
-bool ParseSequence(std::u16string_view text, uint32_t* number) {
-  if (text.empty() || text.size() > 10) return false;
-  uint64_t n = 0;
-  for (char16_t c : text) {
-    if (c < u'0' || c > u'9') return false;
-    n = n * 10 + static_cast<uint64_t>(c - u'0');
+// A request index is the decimal value of its text as the platform's
+// text-to-integer conversion reads it: leading blanks, a sign, then digits up to
+// the first other character ("x1" is 0, "3a" is 3), saturating at the 32-bit
+// limits. A negative index names no element.
+int32_t ParseSequence(std::u16string_view text) {
+  size_t at = 0;
+  while (at < text.size() && (text[at] == u' ' || (text[at] >= u'\t' && text[at] <= u'\r'))) ++at;
+  bool negative = false;
+  if (at < text.size() && (text[at] == u'-' || text[at] == u'+')) negative = text[at++] == u'-';
+  int64_t n = 0;
+  for (; at < text.size() && text[at] >= u'0' && text[at] <= u'9'; ++at) {
+    n = n * 10 + (text[at] - u'0');
+    if (n > INT32_MAX) break;
   }
-  if (n > UINT32_MAX) return false;
-  *number = static_cast<uint32_t>(n);
-  return true;
+  if (negative) return n > INT32_MAX ? INT32_MIN : static_cast<int32_t>(-n);
+  return n > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
 }
 
 // Caller-owned variants for a request that fills several at once.
@@ -260,10 +265,10 @@ HRESULT OIDDataMapper::GetDataItemsInSequnce(const DataNode& node, VARIANT* valu
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::OIDDataMapper::GetDataItemsInSequnce");
   OIDGetDataItemsSpec* item = node.item == nullptr ? nullptr : node.item->GetOIDGetDataItemsSpec();
   if (item == nullptr) return E_FAIL;
-  // The item's OID generator advances with every OID it hands out; a copy makes
-  // each walk start from the row the data map names, so that reading the table
-  // again (after expiry, or for a transient item) reads the same rows.
-  OIDGetDataItemsSpec generator(*item);
+  // The item's own OID generator: every OID it hands out advances it and
+  // nothing winds it back, so a later walk of the same item goes on from the
+  // row where this one stopped (docs/oid-walks.md).
+  OIDGetDataItemsSpec& generator = *item;
   std::u16string baseOid = generator.GetOid();
   if (baseOid.empty()) return E_FAIL;
   std::u16string current = generator.GetNextOid();
@@ -288,14 +293,9 @@ HRESULT OIDDataMapper::RunWalk(const DataNode& node, Walk* walk, VARIANT* value)
   OIDDataItemSpec& item = *node.item;
   const bool transient = item.IsTransient();
 
-  // No index asks for the whole table: the answer is the marker. An index that
-  // is not a number names no element.
-  std::optional<uint32_t> wanted;
-  if (!node.sequence.empty()) {
-    uint32_t n = 0;
-    if (!ParseSequence(node.sequence, &n)) return E_FAIL;
-    wanted = n;
-  }
+  // No index asks for the whole table: the answer is the marker.
+  std::optional<int32_t> wanted;
+  if (!node.sequence.empty()) wanted = ParseSequence(node.sequence);
 
   Variant answer;
   bool answered = false;
@@ -329,11 +329,12 @@ HRESULT OIDDataMapper::RunWalk(const DataNode& node, Walk* walk, VARIANT* value)
 
   const int32_t count = walk->count < 0 ? 0 : walk->count;
   bool finished = false;
-  if (!walk->untilEnd && wanted.has_value() && *wanted > static_cast<uint32_t>(count)) {
+  if (!walk->untilEnd && wanted.has_value() && *wanted > count) {
     // Beyond the table's declared size: nothing to walk.
     finished = true;
   } else if (wanted.has_value() && *wanted == 0) {
-    if (FAILED(last)) return last;
+    // The base of a walk is often a table column, which has no value of its
+    // own: what the read gave is still the answer, and the rows are still read.
     deliver(element);
     if (transient) finished = true;
   }
@@ -350,7 +351,7 @@ HRESULT OIDDataMapper::RunWalk(const DataNode& node, Walk* walk, VARIANT* value)
     if (walk->untilEnd && repeated) break;
     last = hr;
     if (!transient) Store(elementKey(i), Converted(item, element.Get()), item);
-    if (wanted.has_value() && *wanted == i) {
+    if (wanted.has_value() && *wanted > 0 && static_cast<uint32_t>(*wanted) == i) {
       deliver(element);
       if (transient) finished = true;
     }

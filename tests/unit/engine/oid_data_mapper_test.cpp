@@ -214,7 +214,32 @@ TEST_F(OidMapperTest, CountWalkAnswersOneElementAndRefusesIndexesBeyondCount) {
   EXPECT_EQ(CallsStartingWith(u"next"), 2u);
   for (const auto& key : Keys()) EXPECT_FALSE(key.starts_with(u"Peek")) << std::string(key.begin(), key.end());
 
-  EXPECT_EQ(Get(u"Tray.x1", &text), E_FAIL);
+  // An index is the decimal value of its text: what follows the digits is
+  // ignored, no digits is 0, a negative index names no element; the marker is
+  // stored first in every case.
+  const struct {
+    const char16_t* item;
+    const char16_t* name;
+    HRESULT status;
+    const char16_t* answer;
+  } indexes[] = {{u"A", u"A.2a", S_OK, u"two"}, {u"B", u"B.x1", S_OK, u"base"}, {u"C", u"C.-1", E_FAIL, u"<untouched>"}};
+  for (const auto& c : indexes) {
+    AddNext(c.item, u"1.3.7.1", 3, false);
+    EXPECT_EQ(Get(c.name, &text), c.status) << std::string(c.name, c.name + 4);
+    EXPECT_EQ(text, c.answer);
+    EXPECT_EQ(Stored(c.item), std::u16string(c.item) + u".###");
+  }
+}
+
+TEST_F(OidMapperTest, TheBaseOfAWalkOverATableColumnAnswersEmptyAndTheRowsAreRead) {
+  AddNext(u"Column", u"1.3.7.2", 2, false);
+  mib_->PutText(u"1.3.7.2.1", u"one");
+  mib_->PutText(u"1.3.7.2.2", u"two");
+  std::u16string text;
+  EXPECT_EQ(Get(u"Column.000", &text), S_OK);
+  EXPECT_EQ(text, u"<untouched>");
+  EXPECT_EQ(Stored(u"Column.000"), u"<absent>");
+  EXPECT_EQ(Stored(u"Column.002"), u"two");
 }
 
 TEST_F(OidMapperTest, GetNextRetriesWithLargerBuffersUpToFiveTimes) {
@@ -266,10 +291,10 @@ TEST_F(OidMapperTest, UntilEndWalkStopsAtARepeatedOidOrTheEndOfTheObjects) {
   EXPECT_EQ(Stored(u"Far.002"), u"b");
 }
 
-TEST_F(OidMapperTest, GeneratedRowsWalkTheTemplateFromTheSameRowEveryTime) {
+TEST_F(OidMapperTest, GeneratedRowsGoOnFromWhereTheItemsLastWalkStopped) {
   AddRows(u"Rows", u"1.3.9.N.7", 3, false, false, u"1");
   AddRows(u"Quick", u"1.3.9.N.7", 3, false, true, u"1");
-  for (int i = 0; i <= 5; ++i) {
+  for (int i = 0; i <= 9; ++i) {
     std::string digit = std::to_string(i);
     mib_->PutText(u"1.3.9." + std::u16string(digit.begin(), digit.end()) + u".7",
                   u"row" + std::u16string(digit.begin(), digit.end()));
@@ -282,11 +307,12 @@ TEST_F(OidMapperTest, GeneratedRowsWalkTheTemplateFromTheSameRowEveryTime) {
   EXPECT_EQ(Stored(u"Rows.000"), u"row0");
   EXPECT_EQ(Stored(u"Rows.003"), u"row3");
 
-  // Transient: nothing is kept, so every request walks again, from the same row.
+  // Transient: nothing is kept, so every request walks again, and the item's
+  // OID counter goes on from the row after the last one it generated.
   EXPECT_EQ(Get(u"Quick.001", &text), S_OK);
   EXPECT_EQ(text, u"row1");
   EXPECT_EQ(Get(u"Quick.001", &text), S_OK);
-  EXPECT_EQ(text, u"row1");
+  EXPECT_EQ(text, u"row4");
   EXPECT_EQ(Get(u"Quick.004", &text), E_FAIL);
 }
 
