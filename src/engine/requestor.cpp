@@ -1,12 +1,12 @@
 #include "engine/requestor.h"
 
-#include "norvane/api.h"
 #include "norvane/com.h"
-#include "platform/com_runtime.h"
 #include "platform/xml.h"
 #include "providers/oid_provider_impl.h"
+#include "providers/ws_provider_impl.h"
 #include "support/log.h"
 #include "support/ref.h"
+#include "support/runtime_init.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -39,12 +39,7 @@ HRESULT Requestor::SetValueFromSingleRequest(Address* address, const char16_t* t
 HRESULT Requestor::Run(const char* scopeName, Address* address, const char16_t* text, VARIANT* value,
                        bool isSet) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), scopeName);
-  HRESULT init = CoInitialize();
-  if (init == S_OK) {
-    QX_LOG(QxLogging::kStandout, "CoInitialize Passed");
-  } else {
-    QX_LOG(QxLogging::kStandout, "CoInitialize returned %x", static_cast<unsigned>(init));
-  }
+  HRESULT init = QxUtils::InitializeRuntime(qxLog_);
   HRESULT hr = S_FALSE;
   {
     Requestor requestor;
@@ -57,7 +52,7 @@ HRESULT Requestor::Run(const char* scopeName, Address* address, const char16_t* 
     }
     if (requestor.errorCode_ != kNoError) hr = static_cast<HRESULT>(requestor.errorCode_);
   }
-  if (init == S_OK || init == S_FALSE) CoUninitialize();
+  QxUtils::ReleaseRuntime(init);
   return hr;
 }
 
@@ -138,7 +133,7 @@ Item* Requestor::FindItem(DataMapSpec* dataMap, ErrorCode missingCode) {
 }
 
 HRESULT Requestor::GetWSValue(Address* address, DataMapSpec* dataMap, VARIANT* value) {
-  Ref<WSProvider> provider = Ref<WSProvider>::Adopt(CreateWSProvider(address));
+  Ref<WSProviderImpl> provider = Ref<WSProviderImpl>::Adopt(WSProviderImpl::Create(address));
   if (!provider) Record(kNoWebServicesProvider);
   auto* item = FindItem<XMLDataItemSpec>(dataMap, kNoXmlItem);
   if (item == nullptr || !provider) return S_FALSE;
