@@ -176,6 +176,7 @@ HRESULT FakeAddress::MakeRequest(Norvane::HTTPRequest** request, uint32_t port) 
   if (request == nullptr) return E_POINTER;
   std::lock_guard<std::recursive_mutex> lock(mutex);
   if (FAILED(createRequestResult)) return createRequestResult;
+  if (peer != nullptr && port == peerPort) return peer->CreateRequest(request, port);
   auto* r = new FakeRequest(this, port);
   r->AddRef();
   ++requestsCreated;

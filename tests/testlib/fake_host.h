@@ -96,6 +96,10 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   // (counting from 1) fails; 0 never. openResult is what Open answers.
   int failWriteChunkAt = 0;
   HRESULT openResult = S_OK;
+  // Requests on `peerPort` go to this address instead, so that one exchange of
+  // a test can reach a real peer; the test keeps the peer alive.
+  Norvane::Address* peer = nullptr;
+  uint32_t peerPort = 0;
   // The device's SNMP agent; without one GetMIBConnection fails, as for a
   // device that does not answer SNMP.
   std::shared_ptr<FakeMib> mib;

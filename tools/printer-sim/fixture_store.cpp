@@ -45,6 +45,9 @@ std::string ContentTypeFor(const fs::path& file)
         return "application/json";
     if (ext == ".txt")
         return "text/plain";
+    // Localised strings files, as printers announce them.
+    if (ext == ".strings")
+        return "text/strings";
     return "application/octet-stream";
 }
 
