@@ -143,13 +143,7 @@ bool IppCollectionStore::Close() {
     list_.push_back(index);
     return true;
   }
-  Record& parent = records_[static_cast<size_t>(stack_.back())];
-  if (parent.lastChild < 0) {
-    parent.firstChild = index;
-  } else {
-    records_[static_cast<size_t>(parent.lastChild)].nextSibling = index;
-  }
-  parent.lastChild = index;
+  LinkChild(stack_.back(), index);
   return true;
 }
 
@@ -166,14 +160,32 @@ void IppCollectionStore::AddValue(std::string_view member, IppValueMap::Kind kin
   m.valueLength = static_cast<uint32_t>(data.size());
   m.kind = kind;
   members_.push_back(m);
-  auto index = static_cast<int32_t>(members_.size() - 1);
-  Record& record = records_[static_cast<size_t>(stack_.back())];
-  if (record.lastMember < 0) {
-    record.firstMember = index;
+  LinkMember(stack_.back(), static_cast<int32_t>(members_.size() - 1));
+}
+
+std::string_view IppCollectionStore::NameOf(int32_t record) const {
+  const Record& r = records_[static_cast<size_t>(record)];
+  return Text(r.nameOffset, r.nameLength);
+}
+
+void IppCollectionStore::LinkMember(int32_t record, int32_t member) {
+  Record& r = records_[static_cast<size_t>(record)];
+  if (r.lastMember < 0) {
+    r.firstMember = member;
   } else {
-    members_[static_cast<size_t>(record.lastMember)].next = index;
+    members_[static_cast<size_t>(r.lastMember)].next = member;
   }
-  record.lastMember = index;
+  r.lastMember = member;
+}
+
+void IppCollectionStore::LinkChild(int32_t parent, int32_t child) {
+  Record& r = records_[static_cast<size_t>(parent)];
+  if (r.lastChild < 0) {
+    r.firstChild = child;
+  } else {
+    records_[static_cast<size_t>(r.lastChild)].nextSibling = child;
+  }
+  r.lastChild = child;
 }
 
 int32_t IppCollectionStore::FindMember(const Record& record, std::string_view name) const {
@@ -253,29 +265,46 @@ bool IppCollectionStore::Query(std::string_view query, VARIANT* value) const {
   return Resolve(chosen, path, value);
 }
 
-void IppCollectionStore::AppendRecords(const IppCollectionStore& other) {
-  if (&other == this) return;
-  auto textShift = static_cast<uint32_t>(arena_.size());
-  auto recordShift = static_cast<int32_t>(records_.size());
-  auto memberShift = static_cast<int32_t>(members_.size());
-  auto shift = [](int32_t index, int32_t by) { return index < 0 ? index : index + by; };
-  arena_.append(other.arena_);
-  for (Record record : other.records_) {
-    record.nameOffset += textShift;
-    record.firstMember = shift(record.firstMember, memberShift);
-    record.lastMember = shift(record.lastMember, memberShift);
-    record.firstChild = shift(record.firstChild, recordShift);
-    record.lastChild = shift(record.lastChild, recordShift);
-    record.nextSibling = shift(record.nextSibling, recordShift);
-    records_.push_back(record);
+int32_t IppCollectionStore::CopyTree(const IppCollectionStore& from, int32_t index) {
+  // One level of recursion per nesting level, which the decoder bounds.
+  const Record& source = from.records_[static_cast<size_t>(index)];
+  Record record;
+  record.nameOffset = Intern(from.NameOf(index));
+  record.nameLength = source.nameLength;
+  records_.push_back(record);
+  auto copy = static_cast<int32_t>(records_.size() - 1);
+  for (int32_t m = source.firstMember; m >= 0; m = from.members_[static_cast<size_t>(m)].next) {
+    const Member& member = from.members_[static_cast<size_t>(m)];
+    Member c;
+    c.nameOffset = Intern(from.Text(member.nameOffset, member.nameLength));
+    c.nameLength = member.nameLength;
+    c.valueOffset = Intern(from.Text(member.valueOffset, member.valueLength));
+    c.valueLength = member.valueLength;
+    c.kind = member.kind;
+    members_.push_back(c);
+    LinkMember(copy, static_cast<int32_t>(members_.size() - 1));
   }
-  for (Member member : other.members_) {
-    member.nameOffset += textShift;
-    member.valueOffset += textShift;
-    member.next = shift(member.next, memberShift);
-    members_.push_back(member);
+  for (int32_t child = source.firstChild; child >= 0; child = from.records_[static_cast<size_t>(child)].nextSibling) {
+    LinkChild(copy, CopyTree(from, child));
   }
-  for (int32_t index : other.list_) list_.push_back(index + recordShift);
+  return copy;
+}
+
+void IppCollectionStore::ReplaceRecords(const IppCollectionStore& fresh, std::string_view attribute) {
+  if (&fresh == this) return;
+  std::vector<std::string_view> replaced{attribute};
+  for (int32_t index : fresh.list_) {
+    // The collections of one attribute arrive together: one name per run.
+    if (replaced.back() != fresh.NameOf(index)) replaced.push_back(fresh.NameOf(index));
+  }
+  IppCollectionStore rebuilt;
+  for (int32_t index : list_) {
+    if (std::find(replaced.begin(), replaced.end(), NameOf(index)) == replaced.end()) {
+      rebuilt.list_.push_back(rebuilt.CopyTree(*this, index));
+    }
+  }
+  for (int32_t index : fresh.list_) rebuilt.list_.push_back(rebuilt.CopyTree(fresh, index));
+  *this = std::move(rebuilt);
 }
 
 void IppCollectionStore::DumpRecord(int32_t index, std::string* out) const {

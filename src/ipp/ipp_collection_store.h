@@ -39,8 +39,11 @@ class IppCollectionStore {
   // unchanged) when no record or member matches.
   bool Query(std::string_view query, VARIANT* value) const;
 
-  // Appends copies of another store's closed outermost records to this list.
-  void AppendRecords(const IppCollectionStore& other);
+  // Takes copies of a fresher store's closed outermost records in place of
+  // the records of the same names and of `attribute` (which the fresher answer
+  // may no longer hold at all); other records are kept. The store is rebuilt,
+  // so repeated answers of one attribute never add up.
+  void ReplaceRecords(const IppCollectionStore& fresh, std::string_view attribute);
 
   // Appends every closed outermost record as a small XML text to
   // <directory>/<record name>.xml, the file name reduced to safe characters.
@@ -74,6 +77,12 @@ class IppCollectionStore {
   // Index of the last member of `record` named `name`, or -1.
   int32_t FindMember(const Record& record, std::string_view name) const;
   bool Resolve(int32_t record, std::string_view path, VARIANT* value) const;
+  std::string_view NameOf(int32_t record) const;
+  void LinkMember(int32_t record, int32_t member);
+  void LinkChild(int32_t parent, int32_t child);
+  // Copies record `index` of `from` with its members and nested records;
+  // returns the copy's index here.
+  int32_t CopyTree(const IppCollectionStore& from, int32_t index);
   void DumpRecord(int32_t record, std::string* out) const;
 
   std::string arena_;

@@ -15,6 +15,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ipp/ipp_collection_store.h"
@@ -210,8 +211,11 @@ class IPPOperations {
 
   const IppValueMap& GetValueMap() const { return valueMap_; }
   const IppCollectionStore& GetCollectionStore() const { return collections_; }
-  // Adds copies of another object's collection records to this object's store.
-  void AppendCollectionRecords(const IPPOperations& other) { collections_.AppendRecords(other.collections_); }
+  // Takes the collection records of another object's fresher answer for
+  // `attribute` in place of this object's records of the same names.
+  void ReplaceCollectionRecords(const IPPOperations& other, std::string_view attribute) {
+    collections_.ReplaceRecords(other.collections_, attribute);
+  }
   uint8_t GetResponseVersionMajor() const { return versionMajor_; }
   uint8_t GetResponseVersionMinor() const { return versionMinor_; }
   int32_t GetResponseStatusCode() const { return statusCode_; }

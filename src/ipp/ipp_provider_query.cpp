@@ -93,7 +93,7 @@ HRESULT IPPProviderImpl::GetIPPValue(const char* name, uint32_t getJob, VARIANT*
     if (SUCCEEDED(hr)) {
       hr = operations.ParseIPPResponse(response, value);
       QX_LOG(QxLogging::kInfo, "ptrIPPOperations->ParseIPPResponse(httpResponse,&value) GetIPPValue done");
-      if (SUCCEEDED(hr) && isCollectionQuery == 1) queryOperations_->AppendCollectionRecords(operations);
+      if (SUCCEEDED(hr) && isCollectionQuery == 1) queryOperations_->ReplaceCollectionRecords(operations, name);
     }
   }
   return FAILED(hr) ? E_FAIL : hr;

@@ -168,7 +168,7 @@ TEST(IppDecodeCollections, TheDecoderAnswersTheQueryAtTheEndTag) {
   EXPECT_EQ(none.v.vt, VT_EMPTY);
 }
 
-TEST(IppDecodeCollections, RecordsCanBeCopiedIntoAnotherObject) {
+TEST(IppDecodeCollections, RecordsOfAFresherAnswerReplaceThoseOfTheSameNames) {
   IPPOperations fresh(nullptr);
   fresh.SetAttributeName("media-ready");
   ASSERT_EQ(Decode(fresh, MediaResponse()), S_OK);
@@ -177,13 +177,15 @@ TEST(IppDecodeCollections, RecordsCanBeCopiedIntoAnotherObject) {
   ASSERT_EQ(Decode(cache, ResponseStart() + Collection("finishings-col", Member("finishing-template", 0x44, "staple")) +
                               B({0x03})),
             S_OK);
-  cache.AppendCollectionRecords(fresh);
-  Value a, b;
+  // A second copy of the same answer replaces the first instead of adding up.
+  for (int copies = 0; copies < 2; ++copies) cache.ReplaceCollectionRecords(fresh, "media-col-ready");
+  Value a, b, c;
   EXPECT_TRUE(cache.QueryCollection("media-col-ready[1].media-size.x-dimension", &a));
   EXPECT_EQ(Text(a.v), "10160");
   EXPECT_TRUE(cache.QueryCollection("finishings-col[0].finishing-template", &b));
   EXPECT_EQ(Text(b.v), "staple");
   EXPECT_EQ(cache.GetCollectionStore().RecordCount(), 4u);
+  EXPECT_FALSE(cache.QueryCollection("media-col-ready[3].media-size.x-dimension", &c));
 }
 
 TEST(IppDecodeRules, LengthRulesOfTheFixedSizeAndLanguageTags) {

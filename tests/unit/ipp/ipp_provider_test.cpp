@@ -313,6 +313,14 @@ TEST_F(IppProviderQuery, CollectionQueriesAreAnsweredOnceFromTheDeviceThenFromTh
   EXPECT_EQ(provider_->GetValue("media-col-database[1].media-size.y-dimension", &second.v), S_OK);
   EXPECT_EQ(Text(second.v), "27940");
   EXPECT_EQ(Sent(), 1u);
+  // A member the printer lacks is asked for at every poll, never answered from
+  // copies of earlier answers.
+  for (int poll = 0; poll < 3; ++poll) {
+    OwnedVariant missing;
+    EXPECT_EQ(provider_->GetValue("media-col-database[2].media-size.x-dimension", &missing.v), S_OK);
+    EXPECT_EQ(missing.v.vt, VT_EMPTY) << poll;
+  }
+  EXPECT_EQ(Sent(), 4u);
   // A bracket at the very start is no collection query: the whole text is the name.
   then_ = [](const FakeExchange&) { return Reply({}, 500); };
   EXPECT_EQ(provider_->GetValue("[0].x", &other.v), E_FAIL);
