@@ -68,7 +68,8 @@ std::string AsIpp2(std::string bytes) {
 
 std::map<std::string, std::string> LoadCaptures() {
   std::map<std::string, std::string> captures;
-  for (const auto& entry : std::filesystem::directory_iterator(std::string(NORVANE_TESTDATA_DIR) + "/ipp")) {
+  for (const auto& entry : std::filesystem::directory_iterator(NORVANE_IPP_CAPTURES_DIR)) {
+    if (entry.path().extension() == ".md") continue;  // provenance and licence texts
     std::ifstream in(entry.path(), std::ios::binary);
     std::ostringstream s;
     s << in.rdbuf();

@@ -13,7 +13,7 @@ using namespace IppTest;
 using Norvane::IPPOperations;
 
 std::string Capture(const std::string& name) {
-  std::string bytes = ReadFile(std::string(NORVANE_TESTDATA_DIR) + "/ipp/" + name);
+  std::string bytes = ReadFile(std::string(NORVANE_IPP_CAPTURES_DIR) + "/" + name);
   EXPECT_FALSE(bytes.empty()) << name;
   return bytes;
 }

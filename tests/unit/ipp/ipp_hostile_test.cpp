@@ -32,7 +32,7 @@ size_t Footprint(const IPPOperations& ops) {
 }
 
 TEST(IppHostile, EveryTruncationFailsOrEndsCleanlyWithoutAValue) {
-  std::string full = ReadFile(std::string(NORVANE_TESTDATA_DIR) + "/ipp/python-ipp__get-printer-attributes-epsonxp6000.bin");
+  std::string full = ReadFile(std::string(NORVANE_IPP_CAPTURES_DIR) + "/python-ipp__get-printer-attributes-epsonxp6000.bin");
   ASSERT_GT(full.size(), 1000u);
   size_t succeeded = 0;
   IPPOperations ops(nullptr);
