@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "platform/clock.h"
+#include "platform/registry_changes.h"
 #include "support/log.h"
 #include "support/string_utils.h"
 
@@ -327,6 +328,7 @@ long Key::Update(Change change) {
     if (rc == kSuccess) rc = ReplaceValueFile(directory_, values);
   }
   flock(lock.fd, LOCK_UN);
+  if (rc == kSuccess) NoteStoreChanged(directory_);
   return rc;
 }
 

@@ -14,10 +14,19 @@
 
 namespace QxLogging {
 
+namespace {
+
+// The release date of this library, fixed like the modules' build times so
+// that the header reads the same for every build of one release (and builds
+// stay reproducible) instead of carrying the compiler's clock.
+constexpr const char* kLibraryBuildDate = "Aug 16 2019";
+
+}  // namespace
+
 CLogModule::CLogModule(const char* name, const char* buildTime)
     : name_(name != nullptr ? name : ""), buildTime_(buildTime != nullptr ? buildTime : "") {
   try {
-    AttachConfiguredWriter(this, std::string(__DATE__) + " " + buildTime_);
+    AttachConfiguredWriter(this, std::string(kLibraryBuildDate) + " " + buildTime_);
   } catch (...) {
     SetConfiguredMask(0);
   }
@@ -78,7 +87,11 @@ void CLogModule::Write(const LogRecord& record) {
       // A writer's failure is never the caller's.
     }
   }
-  if ((configured_.load(std::memory_order_relaxed) & record.category) != 0) ConfiguredWrite(this, record);
+  // A mask from before a due refresh may be stale: an attached writer that
+  // wanted the record must not keep the configured one from its refresh.
+  if ((configured_.load(std::memory_order_relaxed) & record.category) != 0 || RefreshDue()) {
+    ConfiguredWrite(this, record);
+  }
 }
 
 CLogModule& NorvaneDM() {

@@ -77,9 +77,21 @@ class CLogModule {
   bool MayWant(uint32_t category) const {
     return (gate_.load(std::memory_order_relaxed) & category) != 0 || RefreshDue();
   }
-  bool RefreshDue() const { return CoarseMillis() >= refreshDeadlineMs_.load(std::memory_order_relaxed); }
+  bool RefreshDue() const {
+    const std::atomic<uint64_t>* changes = storeChanges_.load(std::memory_order_relaxed);
+    if (changes != nullptr && changes->load(std::memory_order_relaxed) != changesSeen_.load(std::memory_order_relaxed)) {
+      return true;
+    }
+    return CoarseMillis() >= refreshDeadlineMs_.load(std::memory_order_relaxed);
+  }
   // When the configured writer next re-reads its settings (monotonic ms).
   void SetRefreshDeadline(uint64_t ms) { refreshDeadlineMs_.store(ms, std::memory_order_relaxed); }
+  // A settings store change counter whose move from `seen` makes the next
+  // record re-read the settings at once; null: only the deadline does.
+  void WatchStoreChanges(const std::atomic<uint64_t>* counter, uint64_t seen) {
+    changesSeen_.store(seen, std::memory_order_relaxed);
+    storeChanges_.store(counter, std::memory_order_relaxed);
+  }
   bool Wants(uint32_t category, const CLogSourceFile* file = nullptr) const;
   void Write(const LogRecord& record);
 
@@ -99,6 +111,8 @@ class CLogModule {
   std::atomic<uint32_t> configured_{~0u};
   std::atomic<uint32_t> gate_{~0u};
   std::atomic<uint64_t> refreshDeadlineMs_{0};
+  std::atomic<const std::atomic<uint64_t>*> storeChanges_{nullptr};
+  std::atomic<uint64_t> changesSeen_{0};
 
   static uint64_t CoarseMillis() {
     timespec now{};

@@ -83,8 +83,15 @@ std::string LinePrefix(uint32_t options, uint32_t bits, int line, const LinePref
 
 LinePrefixFacts CurrentFacts(uint64_t lastLineMicros, std::string_view processId) {
   LinePrefixFacts facts;
+  // Lines come many to a second; the broken-down time changes once a second.
+  thread_local std::time_t lastSecond = -1;
+  thread_local std::tm lastLocal{};
   std::time_t now = std::time(nullptr);
-  localtime_r(&now, &facts.localTime);
+  if (now != lastSecond) {
+    localtime_r(&now, &lastLocal);
+    lastSecond = now;
+  }
+  facts.localTime = lastLocal;
   facts.micros = MonotonicMicros();
   facts.millisSinceLast = (facts.micros - lastLineMicros) / 1000u;
   facts.processId = processId;

@@ -44,19 +44,62 @@ bool WriteAll(int fd, const std::string& bytes) {
   return true;
 }
 
-// Opens for appending and takes the file for ourselves: cooperating writers
-// (this library in other processes) hold an exclusive flock for one line.
-int OpenExclusive(const std::string& name) {
-  uint64_t first = TickCountMillis();
-  for (;;) {
-    int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) return -1;
-    if (flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
+// Opens for appending, remembering which file the descriptor holds.
+bool OpenKept(CLogFile* file, const std::string& name) {
+  file->CloseKept();
+  int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (fd < 0) return false;
+  struct stat st{};
+  if (fstat(fd, &st) != 0) {
     int error = errno;
     close(fd);
     errno = error;
-    if (error != EWOULDBLOCK) return -1;
-    if (TickCountMillis() - first >= static_cast<uint64_t>(kOpenRetryTotalMs)) return -1;
+    return false;
+  }
+  file->fd = fd;
+  file->device = st.st_dev;
+  file->inode = st.st_ino;
+  file->pathCheckedMs = 0;
+  return true;
+}
+
+// Takes the file for this line: cooperating writers (this library in other
+// processes) hold an exclusive flock while they append. On success the file
+// is locked and, when `needLength`, *length is its size (nobody else appends
+// while we hold the lock). Whether the name still leads to the open file is
+// checked at most every kPathCheckMs: a system call per line is most of a
+// line's cost, and a line or two written into a just rotated file is the
+// usual price of keeping a log open.
+bool LockForLine(CLogFile* file, const std::string& name, bool needLength, uint64_t* length) {
+  uint64_t first = TickCountMillis();
+  for (;;) {
+    if (file->fd < 0 && !OpenKept(file, name)) return false;
+    if (flock(file->fd, LOCK_EX | LOCK_NB) == 0) {
+      uint64_t now = TickCountMillis();
+      struct stat st{};
+      if (file->pathCheckedMs == 0 || now - file->pathCheckedMs >= kPathCheckMs) {
+        if (stat(name.c_str(), &st) != 0 || st.st_dev != file->device || st.st_ino != file->inode) {
+          // Rotated, replaced or deleted since: the name wins.
+          file->CloseKept();
+          continue;
+        }
+        file->pathCheckedMs = now;
+      } else if (needLength && fstat(file->fd, &st) != 0) {
+        st.st_size = 0;
+      }
+      *length = static_cast<uint64_t>(st.st_size);
+      return true;
+    }
+    if (errno != EWOULDBLOCK) {
+      int error = errno;
+      file->CloseKept();
+      errno = error;
+      return false;
+    }
+    if (TickCountMillis() - first >= static_cast<uint64_t>(kOpenRetryTotalMs)) {
+      errno = EWOULDBLOCK;
+      return false;
+    }
     Norvane::SleepMilliseconds(kOpenRetryPauseMs);
   }
 }
@@ -75,7 +118,20 @@ void ReportOpenFailure(const std::string& name, int error) {
 
 }  // namespace
 
+void CLogFile::CloseKept() {
+  if (fd >= 0) close(fd);
+  fd = -1;
+}
+
 std::string ToUtf16Le(const std::string& text) {
+  // Log lines are mostly ASCII: widen those bytes directly.
+  bool ascii = true;
+  for (char c : text) ascii = ascii && static_cast<unsigned char>(c) < 0x80;
+  if (ascii) {
+    std::string bytes(text.size() * 2, '\0');
+    for (size_t i = 0; i < text.size(); ++i) bytes[2 * i] = text[i];
+    return bytes;
+  }
   std::u16string wide = QxUtils::Utf8ToWide(std::string_view(text));
   std::string bytes;
   bytes.reserve(wide.size() * 2);
@@ -87,6 +143,7 @@ std::string ToUtf16Le(const std::string& text) {
 }
 
 bool StartLogFile(CLogFile* file, uint32_t options) {
+  file->CloseKept();
   std::string target = file->configured;
   if (options & kOptUniqueName) {
     std::string folder, base;
@@ -114,8 +171,9 @@ bool StartLogFile(CLogFile* file, uint32_t options) {
   if (fd.get() < 0) return false;
   char resolved[PATH_MAX];
   file->name = realpath(target.c_str(), resolved) != nullptr ? std::string(resolved) : target;
-  struct stat st{};
-  file->size = fstat(fd.get(), &st) == 0 ? static_cast<uint32_t>(st.st_size) : 0;
+  // What the file already holds is learnt at the first line: when another
+  // process filled it to the limit, that line writes the limit marker.
+  file->size = 0;
   return true;
 }
 
@@ -125,37 +183,38 @@ AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& 
   if (limit != 0 && file->size >= limit) return AppendResult::Dropped;
   const std::string& name = file->name.empty() ? file->configured : file->name;
   std::string bytes = ToUtf16Le(line);
-  Fd fd(OpenExclusive(name));
-  if (fd.get() < 0) {
+  uint64_t length = 0;
+  if (!LockForLine(file, name, limit != 0, &length)) {
     int error = errno;
     Queue(file, std::move(bytes));
     ReportOpenFailure(name, error);
     return AppendResult::Queued;
   }
-  struct stat st{};
-  uint64_t length = fstat(fd.get(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
+  const int fd = file->fd;
   AppendResult result = AppendResult::Dropped;
   if (limit == 0 || length < limit) {
     if (!file->queued.empty()) {
       file->queued.push_back(ToUtf16Le("--- Queued Lines End ---\r\n"));
       for (const std::string& queued : file->queued) {
-        if (WriteAll(fd.get(), queued)) length += queued.size();
+        if (WriteAll(fd, queued)) length += queued.size();
       }
       file->queued.clear();
     }
-    if (WriteAll(fd.get(), bytes)) {
+    if (WriteAll(fd, bytes)) {
       length += bytes.size();
       result = AppendResult::Written;
     }
   }
   if (limit != 0 && length >= limit) {
-    WriteAll(fd.get(), ToUtf16Le("*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + moduleName + " MODULE ***"));
+    WriteAll(fd, ToUtf16Le("*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + moduleName + " MODULE ***"));
     result = AppendResult::LimitReached;
     if ((options & kOptReplaceOnStart) && (options & kOptUniqueName)) {
       file->startPending = true;
       length = 0;
     }
   }
+  flock(fd, LOCK_UN);
+  if (file->startPending) file->CloseKept();
   file->size = static_cast<uint32_t>(length > UINT32_MAX ? UINT32_MAX : length);
   return result;
 }

@@ -16,6 +16,9 @@ namespace QxLogging {
 // pause between tries.
 constexpr int kOpenRetryTotalMs = 120;
 constexpr int kOpenRetryPauseMs = 30;
+// How long a kept file is written without checking that its name still leads
+// to it.
+constexpr uint64_t kPathCheckMs = 100;
 // Queued lines beyond this many are dropped (the oldest are kept).
 constexpr size_t kMaxQueuedLines = 4096;
 

@@ -44,6 +44,18 @@ struct CLogFile {
   std::string indent;      // one per file, not per thread
   // UTF-16LE lines waiting while the file cannot be opened, oldest first.
   std::deque<std::string> queued;
+  // Kept open between lines and reopened when the path names another file
+  // (rotated, replaced or deleted by someone else).
+  int fd = -1;
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  uint64_t pathCheckedMs = 0;  // when the name last led to the open file
+
+  CLogFile() = default;
+  CLogFile(const CLogFile&) = delete;
+  CLogFile& operator=(const CLogFile&) = delete;
+  ~CLogFile() { CloseKept(); }
+  void CloseKept();
 };
 
 struct CLogSettings {

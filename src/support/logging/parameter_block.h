@@ -4,6 +4,7 @@
 // behind one lock, shared by all modules.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -30,6 +31,9 @@ struct ModuleState {
   std::map<std::string, CLogSettings, std::less<>> files;
   uint64_t lastRefreshMs = 0;
   bool refreshDue = true;
+  // The store's change counter and its value when the settings were last read.
+  const std::atomic<uint64_t>* storeChanges = nullptr;
+  uint64_t changesSeen = 0;
   uint64_t lastLineMicros = 0;
 };
 

@@ -1,9 +1,11 @@
 #include "support/logging/process_facts.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -38,13 +40,42 @@ std::string ProcessCommandLine() {
   return raw;
 }
 
-std::string ProcessIdText() {
-  char text[32];
-  std::snprintf(text, sizeof text, "[%ld] ", static_cast<long>(getpid()));
-  return text;
+namespace {
+
+// Every log line shows the process and thread ids, and each asks the kernel:
+// they are kept per thread and asked again only in the child of a fork.
+std::atomic<unsigned> g_forks{0};
+
+unsigned ForkGeneration() {
+  static const bool registered = pthread_atfork(nullptr, nullptr, [] { g_forks.fetch_add(1); }) == 0;
+  (void)registered;
+  return g_forks.load(std::memory_order_relaxed);
 }
 
-uint32_t CurrentThreadId() { return static_cast<uint32_t>(syscall(SYS_gettid)); }
+struct ThreadIds {
+  unsigned generation = ~0u;
+  std::string processId;
+  uint32_t threadId = 0;
+};
+
+const ThreadIds& CurrentIds() {
+  thread_local ThreadIds ids;
+  unsigned generation = ForkGeneration();
+  if (ids.generation != generation) {
+    char text[32];
+    std::snprintf(text, sizeof text, "[%ld] ", static_cast<long>(getpid()));
+    ids.processId = text;
+    ids.threadId = static_cast<uint32_t>(syscall(SYS_gettid));
+    ids.generation = generation;
+  }
+  return ids;
+}
+
+}  // namespace
+
+const std::string& ProcessIdText() { return CurrentIds().processId; }
+
+uint32_t CurrentThreadId() { return CurrentIds().threadId; }
 
 uint64_t MonotonicMicros() {
   timespec ts{};

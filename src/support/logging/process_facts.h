@@ -14,7 +14,7 @@ std::string ExecutableBaseName();
 // The command line with its arguments joined by blanks.
 std::string ProcessCommandLine();
 // "[1234] "
-std::string ProcessIdText();
+const std::string& ProcessIdText();
 uint32_t CurrentThreadId();
 // Microseconds of the monotonic clock, the high-resolution counter here.
 uint64_t MonotonicMicros();

@@ -94,7 +94,7 @@ class Writer {
 
   ModuleState& state_;
   const CLogSettings& settings_;
-  std::string processId_;
+  const std::string& processId_;
 };
 
 bool PassesFilter(const CLogSettings& settings, uint32_t category) {
@@ -134,12 +134,14 @@ void WriteLocked(CLogParameterBlock& block, ModuleState& state, const LogRecord&
   }
   writer.Line(bits, record.line, text);
   if (record.category & kEntry) {
-    block.MonitorLocked().Entered(std::string(record.className), std::string(record.displayName));
+    if (block.MonitorLocked().Loaded()) {
+      block.MonitorLocked().Entered(std::string(record.className), std::string(record.displayName));
+    }
     if (indent) file->indent += "  ";
   }
   if (record.category & kExit) {
     if (record.errorCode != 0) writer.Line(settings.categories & kErrorText, 0, ErrorLineText(record.errorCode));
-    block.MonitorLocked().Exited(std::string(record.displayName));
+    if (block.MonitorLocked().Loaded()) block.MonitorLocked().Exited(std::string(record.displayName));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "platform/registry.h"
+#include "platform/registry_changes.h"
 #include "support/log.h"
 #include "support/logging/process_facts.h"
 #include "support/string_utils.h"
@@ -107,9 +108,20 @@ uint32_t GateMask(CLogParameterBlock& block, const ModuleState& state) {
   return mask;
 }
 
+// Once the default record has started, only the poll interval refreshes, so
+// the module stops watching the store.
+void WatchWhileStartPending(ModuleState& state) {
+  state.module->WatchStoreChanges(state.defaults.StartPending() ? state.storeChanges : nullptr,
+                                  state.changesSeen);
+}
+
 }  // namespace
 
 void RefreshModuleLocked(CLogParameterBlock& block, ModuleState& state) {
+  // Read before the store, so that a write racing with this refresh still
+  // moves the counter past what is remembered.
+  state.storeChanges = Norvane::Registry::ChangeCounter(Hive::CurrentUser);
+  state.changesSeen = state.storeChanges->load(std::memory_order_acquire);
   state.lastRefreshMs = TickCountMillis();
   state.refreshDue = false;
   CLogSettings& defaults = state.defaults;
@@ -152,13 +164,23 @@ void RefreshModuleLocked(CLogParameterBlock& block, ModuleState& state) {
   state.lastRefreshMs = TickCountMillis();
   state.module->SetConfiguredMask(GateMask(block, state));
   state.module->SetRefreshDeadline(state.lastRefreshMs + block.PollIntervalMs());
+  WatchWhileStartPending(state);
 }
 
 const CLogSettings* SelectSettingsLocked(CLogParameterBlock& block, ModuleState& state,
                                          std::string_view sourceFile) {
+  // While the default record has not started, every record would re-read the
+  // settings; the store's change counter says when that could find anything
+  // new, so records in between skip the reading.
+  bool changed = state.storeChanges == nullptr ||
+                 state.storeChanges->load(std::memory_order_acquire) != state.changesSeen;
   bool due = state.refreshDue || TickCountMillis() - state.lastRefreshMs > block.PollIntervalMs() ||
-             (state.defaults.StartPending() && state.defaults.HasOutput());
-  if (due) RefreshModuleLocked(block, state);
+             (state.defaults.StartPending() && changed);
+  if (due) {
+    RefreshModuleLocked(block, state);
+  } else if (changed) {
+    WatchWhileStartPending(state);
+  }
   auto found = state.files.find(sourceFile);
   return found != state.files.end() ? &found->second : &state.defaults;
 }

@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <thread>
 
 #include "logging_test_util.h"
 #include "norvane/platform.h"
+#include "support/logging/log_file.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -100,6 +102,36 @@ TEST_F(LogFileOutput, ReplaceAndUniqueNamesStartAFreshFileAtTheLimit) {
   std::string fresh = full == first ? second : first;
   EXPECT_EQ(Lines(full).size(), 3u);  // two lines and the marker
   EXPECT_EQ(fresh, "(I0) 2" + payload + "\r\n");
+}
+
+// Another process filled the file past the limit before this one started it.
+TEST_F(LogFileOutput, AFileAnotherWriterFilledGetsTheLimitMarker) {
+  std::string filled;
+  for (int i = 0; i < 600; ++i) filled += std::string("x\0", 2);
+  std::ofstream(File("full.log"), std::ios::binary) << filled;
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File("full.log"))});
+  CLogModule module("FullModule", "01:02:03");
+  Probe(module, 1);
+  Probe(module, 2);
+  EXPECT_EQ(ReadLog(File("full.log")),
+            std::string(600, 'x') + "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR FullModule MODULE ***");
+}
+
+// The file stays open between lines, but a rotated or deleted file is not
+// written to behind its name's back.
+TEST_F(LogFileOutput, LinesFollowTheFileNameWhenTheFileIsRotatedOrDeleted) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Text(u"LogFileName", File("kept.log"))});
+  CLogModule module("KeptModule", "01:02:03");
+  const auto pathCheck = std::chrono::milliseconds(QxLogging::kPathCheckMs + 20);
+  Probe(module, 1);
+  std::filesystem::rename(File("kept.log"), File("kept.log.1"));
+  std::this_thread::sleep_for(pathCheck);
+  Probe(module, 2);
+  std::filesystem::remove(File("kept.log"));
+  std::this_thread::sleep_for(pathCheck);
+  Probe(module, 3);
+  EXPECT_EQ(ReadLog(File("kept.log.1")), "(I0) probing 1\r\n");
+  EXPECT_EQ(ReadLog(File("kept.log")), "(I0) probing 3\r\n");
 }
 
 TEST_F(LogFileOutput, LinesWaitInTheQueueWhileAnotherWriterHoldsTheFile) {

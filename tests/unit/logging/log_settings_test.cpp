@@ -127,6 +127,17 @@ TEST_F(LogSettings, LoggingSwitchedOnWhileRunningIsNoticedAfterThePollInterval) 
   EXPECT_EQ(Lines(ReadLog(File("late.log"))), (std::vector<std::string>{"(->) Late::After"}));
 }
 
+// A write of the settings store reaches a module that has not started its
+// file yet at its next record, well inside the poll interval.
+TEST_F(LogSettings, LoggingSwitchedOnWhileRunningIsNoticedAtTheNextRecord) {
+  CLogModule module("EagerModule", "01:02:03");
+  Traced(module, qxLogSourceFile_, "Norvane::Eager::Before", "m");
+  EXPECT_FALSE(module.MayWant(0x400));
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x400), Text(u"LogFileName", File("eager.log"))});
+  Traced(module, qxLogSourceFile_, "Norvane::Eager::After", "m");
+  EXPECT_EQ(Lines(ReadLog(File("eager.log"))), (std::vector<std::string>{"(->) Eager::After"}));
+}
+
 TEST_F(LogSettings, CategoryBitAsksForTheModuleKeyToBeCreated) {
   using Norvane::Registry::Hive;
   using Norvane::Registry::Key;
