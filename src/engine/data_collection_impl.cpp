@@ -49,6 +49,7 @@ DataCollectionImpl::~DataCollectionImpl() {
     cache_->Dispose();
     cache_ = nullptr;
   }
+  ForgetIndex();
   values_.clear();
   if (runtimeInit_ == S_OK || runtimeInit_ == S_FALSE) CoUninitialize();
 }
@@ -148,6 +149,7 @@ HRESULT DataCollectionImpl::IsPrintContractDevice(Address* address) {
 
 HRESULT DataCollectionImpl::PopulateValueFromCache(ICacheProvider* cache, DataMapSpec* dataMap) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::PopulateValueFromCache");
+  ForgetIndex();
   if (auto* printData = dynamic_cast<PrintDataCacheProvider*>(cache)) {
     printData->PopulateFromRegistry(dataMap, &values_);
     return S_OK;
@@ -166,16 +168,21 @@ void DataCollectionImpl::SetCache(ICacheProvider* cache) {
   cache_ = cache;
 }
 
+const CachedValue* DataCollectionImpl::FindValue(std::u16string_view key) {
+  if (!index_.Built()) index_.Build(values_);
+  return index_.Find(key);
+}
+
 HRESULT DataCollectionImpl::GetValue(const char16_t* key, VARIANT* value) {
   if (key == nullptr || value == nullptr) return E_FAIL;
-  auto it = values_.find(std::u16string_view(key));
-  if (it == values_.end()) return E_FAIL;
+  const CachedValue* found = FindValue(key);
+  if (found == nullptr) return E_FAIL;
   // An expired entry stays in the table until replaced; the caller's variant
   // is left as it was.
-  if (IsExpired(it->second.stamp, it->second.lifespan)) return E_FAIL;
+  if (IsExpired(found->stamp, found->lifespan)) return E_FAIL;
   VARIANT copy;
   VariantInit(&copy);
-  HRESULT hr = VariantCopy(&copy, &it->second.value.Get());
+  HRESULT hr = VariantCopy(&copy, &found->value.Get());
   if (FAILED(hr)) throw ComError(hr);
   *value = copy;
   return S_OK;
@@ -193,7 +200,8 @@ HRESULT DataCollectionImpl::StoreValue(const char16_t* key, const VARIANT* value
   if (it != values_.end()) {
     it->second = std::move(cached);
   } else {
-    values_.emplace(key, std::move(cached));
+    auto made = values_.emplace(key, std::move(cached)).first;
+    if (index_.Built()) index_.Add(made->first, &made->second);
   }
   return S_OK;
 }
@@ -212,6 +220,7 @@ HRESULT DataCollectionImpl::RemoveValuesWithPrefix(const char16_t* prefix) {
       ++it;
     }
   }
+  if (removed) ForgetIndex();
   return removed ? S_OK : E_FAIL;
 }
 

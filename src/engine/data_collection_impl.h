@@ -4,6 +4,9 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+#include "engine/value_index.h"
 
 #include "norvane/datamap.h"
 #include "norvane/interfaces.h"
@@ -51,8 +54,14 @@ class DataCollectionImpl : public DataCollection {
   ~DataCollectionImpl() override;
 
  private:
+  const CachedValue* FindValue(std::u16string_view key);
+  void ForgetIndex() { index_.Clear(); }
+
   ICacheProvider* cache_ = nullptr;
   ValueTable values_;
+  // values_ by key for GetValue; built at the first lookup after the table
+  // changed other than through StoreValue.
+  ValueIndex index_;
   HRESULT runtimeInit_;
 };
 

@@ -93,7 +93,17 @@ TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExac
                               u"dev:a:b", u"Dev:Upper"}) {
     m->StoreValue(key, &v.Get(), 0);
   }
+  VARIANT out;
+  VariantInit(&out);
+  EXPECT_EQ(m->GetValue(u"dev:Model", &out), S_OK);
+  VariantClear(&out);
   EXPECT_EQ(m->RemoveValuesWithPrefix(u"dev"), S_OK);
+  // Lookups after a removal see the table as it is now.
+  EXPECT_EQ(m->GetValue(u"dev:Model", &out), E_FAIL);
+  m->StoreValue(u"dev:Model", &v.Get(), 0);
+  EXPECT_EQ(m->GetValue(u"dev:Model", &out), S_OK);
+  VariantClear(&out);
+  m->RemoveValuesWithPrefix(u"dev");
   std::vector<std::u16string> left;
   for (const auto& [key, value] : m->GetValueTable()) left.push_back(key);
   EXPECT_EQ(left, (std::vector<std::u16string>{u":Name", u"Dev:Upper", u"SerialNumber", u"device:Name"}));
