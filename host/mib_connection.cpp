@@ -1,6 +1,7 @@
 #include "mib_connection.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 
@@ -13,6 +14,19 @@ namespace {
 // Objects asked for in one PDU; larger requests are split so that an agent's
 // tooBig answer is unlikely.
 constexpr size_t kMaxVarbindsPerPdu = 16;
+
+// Rows one GETBULK reads ahead for a walk, and how long they stay good: a
+// walk asks for its next row at once, and anything older may have changed.
+constexpr long kBulkRepetitions = 50;
+constexpr uint64_t kPrefetchLifeMs = 1000;
+// What AskBulkNoLock returns for an answer without rows or with an error.
+constexpr HRESULT kBulkRefused = static_cast<HRESULT>(0x80040001);
+
+uint64_t NowMs() {
+  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                   std::chrono::steady_clock::now().time_since_epoch())
+                                   .count());
+}
 
 void ClearOut(VARIANT* value) {
   VariantClear(value);
@@ -57,6 +71,7 @@ HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& sett
 HRESULT MibConnectionImpl::OpenSessionNoLock() {
   session_.reset();
   pending_.reset();
+  prefetch_.reset();
   std::string peer = SnmpPeerName(host_, settings_.port);
   netsnmp_session setup;
   snmp_sess_init(&setup);
@@ -114,8 +129,9 @@ HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* val
     if (auto name = ParseOid(oids[i])) wanted.emplace_back(i, std::move(*name));
   }
   size_t start = 0;
+  size_t group = kMaxVarbindsPerPdu;
   while (start < wanted.size()) {
-    size_t end = std::min(wanted.size(), start + kMaxVarbindsPerPdu);
+    size_t end = std::min(wanted.size(), start + group);
     netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GET);
     for (size_t k = start; k < end; ++k) {
       snmp_add_null_var(request, wanted[k].second.data(), wanted[k].second.size());
@@ -131,6 +147,16 @@ HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* val
       // An SNMPv1 agent refuses the whole PDU for one missing object: leave
       // that one empty and ask again for the others.
       wanted.erase(wanted.begin() + static_cast<std::ptrdiff_t>(start + response->errindex - 1));
+      continue;
+    }
+    if (response->errstat == SNMP_ERR_TOOBIG) {
+      // The answers would not fit one message: ask for fewer at a time. A
+      // single object too big to send stays empty like a missing one.
+      if (end - start > 1) {
+        group = (end - start) / 2;
+      } else {
+        ++start;
+      }
       continue;
     }
     if (response->errstat != SNMP_ERR_NOERROR) {
@@ -157,20 +183,10 @@ HRESULT MibConnectionImpl::GetNextOidAndValue(const char16_t* oidText, char16_t*
 
   if (!pending_ || pending_->asked != *name) {
     pending_.reset();
-    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETNEXT);
-    snmp_add_null_var(request, name->data(), name->size());
-    SnmpPduPtr response;
-    HRESULT hr = ExchangeNoLock(request, &response);
-    if (FAILED(hr)) return hr;
-    // noSuchName (v1) or endOfMibView (v2c): there is no next object.
-    if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return E_FAIL;
-    const netsnmp_variable_list& variable = *response->variables;
-    if (!FollowsOid(variable, *name)) return E_FAIL;
     PendingNext answer;
-    answer.asked = std::move(*name);
-    answer.next = FormatOid(variable.name, variable.name_length);
-    hr = VariableToVariant(variable, answer.value.Ptr());
+    HRESULT hr = NextNoLock(*name, &answer);
     if (FAILED(hr)) return hr;
+    answer.asked = std::move(*name);
     pending_ = std::move(answer);
   }
 
@@ -182,6 +198,103 @@ HRESULT MibConnectionImpl::GetNextOidAndValue(const char16_t* oidText, char16_t*
   return S_OK;
 }
 
+HRESULT MibConnectionImpl::NextNoLock(const std::vector<oid>& name, PendingNext* answer) {
+  HRESULT hr = E_FAIL;
+  if (FromPrefetchNoLock(name, answer, &hr)) return hr;
+  prefetch_.reset();
+  // SNMPv1 has no GETBULK; an agent that gave no usable answer to one is
+  // walked with get-next from then on.
+  bool v1 = settings_.version == 1;
+  if (v1 || bulkRefused_) return AskNextNoLock(name, answer);
+  hr = AskBulkNoLock(name, answer);
+  if (hr != kBulkRefused) return hr;
+  bulkRefused_ = true;
+  return AskNextNoLock(name, answer);
+}
+
+bool MibConnectionImpl::FromPrefetchNoLock(const std::vector<oid>& name, PendingNext* answer, HRESULT* hr) {
+  if (!prefetch_ || prefetch_->after != name || NowMs() - prefetch_->fetchedMs > kPrefetchLifeMs) return false;
+  if (prefetch_->rows.empty()) {
+    if (!prefetch_->endFollows) return false;
+    prefetch_.reset();
+    *hr = E_FAIL;
+    return true;
+  }
+  Row& row = prefetch_->rows.front();
+  answer->next = FormatOid(row.name.data(), row.name.size());
+  answer->value = std::move(row.value);
+  prefetch_->after = std::move(row.name);
+  prefetch_->rows.pop_front();
+  *hr = S_OK;
+  return true;
+}
+
+HRESULT MibConnectionImpl::AskNextNoLock(const std::vector<oid>& name, PendingNext* answer) {
+  netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETNEXT);
+  snmp_add_null_var(request, name.data(), name.size());
+  SnmpPduPtr response;
+  HRESULT hr = ExchangeNoLock(request, &response);
+  if (FAILED(hr)) return hr;
+  // noSuchName (v1) or endOfMibView (v2c): there is no next object.
+  if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return E_FAIL;
+  const netsnmp_variable_list& variable = *response->variables;
+  if (!FollowsOid(variable, name)) return E_FAIL;
+  answer->next = FormatOid(variable.name, variable.name_length);
+  return VariableToVariant(variable, answer->value.Ptr());
+}
+
+HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer) {
+  SnmpPduPtr response;
+  for (long repetitions = kBulkRepetitions;; repetitions /= 2) {
+    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETBULK);
+    request->non_repeaters = 0;
+    request->max_repetitions = repetitions;
+    snmp_add_null_var(request, name.data(), name.size());
+    HRESULT hr = ExchangeNoLock(request, &response);
+    if (FAILED(hr)) return hr;
+    // An answer that would not fit one message: ask for fewer rows.
+    if (response->errstat == SNMP_ERR_TOOBIG && repetitions > 1) continue;
+    break;
+  }
+  if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return kBulkRefused;
+  Prefetch ahead;
+  const oid* previous = nullptr;
+  size_t previousLength = 0;
+  bool first = true;
+  for (netsnmp_variable_list* variable = response->variables; variable != nullptr;
+       variable = variable->next_variable) {
+    if (variable->type == SNMP_ENDOFMIBVIEW) {
+      if (first) return E_FAIL;
+      ahead.endFollows = true;
+      break;
+    }
+    // Rows must climb. The first is the get-next answer and ends the walk
+    // when it does not; at a later one the read-ahead ends, and the walk asks
+    // again from the last good row.
+    if (first && !FollowsOid(*variable, name)) return E_FAIL;
+    if (!first && snmp_oid_compare(variable->name, variable->name_length, previous, previousLength) <= 0) break;
+    if (first) {
+      answer->next = FormatOid(variable->name, variable->name_length);
+      HRESULT hr = VariableToVariant(*variable, answer->value.Ptr());
+      if (FAILED(hr)) return hr;
+      ahead.after.assign(variable->name, variable->name + variable->name_length);
+      first = false;
+    } else {
+      Row row;
+      row.name.assign(variable->name, variable->name + variable->name_length);
+      // A value the library cannot take ends the read-ahead; the agent is asked
+      // again for it and the caller gets the error then.
+      if (FAILED(VariableToVariant(*variable, row.value.Ptr()))) break;
+      ahead.rows.push_back(std::move(row));
+    }
+    previous = variable->name;
+    previousLength = variable->name_length;
+  }
+  ahead.fetchedMs = NowMs();
+  prefetch_ = std::move(ahead);
+  return S_OK;
+}
+
 HRESULT MibConnectionImpl::SetValue(const char16_t* oidText, const VARIANT* value) {
   if (oidText == nullptr || value == nullptr) return E_FAIL;
   std::optional<std::vector<oid>> name = ParseOid(oidText);
@@ -190,6 +303,7 @@ HRESULT MibConnectionImpl::SetValue(const char16_t* oidText, const VARIANT* valu
   if (!sent) return DISP_E_TYPEMISMATCH;
   std::lock_guard<std::mutex> lock(mutex_);
   pending_.reset();
+  prefetch_.reset();
   netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_SET);
   if (sent->type == ASN_INTEGER) {
     snmp_pdu_add_variable(request, name->data(), name->size(), ASN_INTEGER, &sent->integer, sizeof(long));

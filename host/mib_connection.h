@@ -3,6 +3,7 @@
 // threads at once; one connection serialises its own calls.
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -65,12 +66,33 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
     std::u16string next;
     Norvane::Variant value;
   };
+  struct Row {
+    std::vector<oid> name;
+    Norvane::Variant value;
+  };
+  // The rows after the last answer handed out, read ahead with one GETBULK:
+  // a walk's next get-next names `after` and is answered from here.
+  struct Prefetch {
+    std::vector<oid> after;
+    std::deque<Row> rows;
+    bool endFollows = false;  // the agent said endOfMibView after the rows
+    uint64_t fetchedMs = 0;
+  };
+
+  // The object after `name`, from the read-ahead when it fits, else asked of
+  // the agent. E_FAIL past the last object.
+  HRESULT NextNoLock(const std::vector<oid>& name, PendingNext* answer);
+  bool FromPrefetchNoLock(const std::vector<oid>& name, PendingNext* answer, HRESULT* hr);
+  HRESULT AskNextNoLock(const std::vector<oid>& name, PendingNext* answer);
+  HRESULT AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer);
 
   HostName host_;
   SnmpSettings settings_;
   std::mutex mutex_;
   SnmpSessionPtr session_;
   std::optional<PendingNext> pending_;
+  std::optional<Prefetch> prefetch_;
+  bool bulkRefused_ = false;
 };
 
 }  // namespace NorvaneHost

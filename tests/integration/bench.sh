@@ -37,6 +37,7 @@ readonly BENCH_IPV6=fd00::1
 readonly IPP_PORT=631
 readonly SNMP_PORT=161
 readonly SNMP_COMMUNITY=public
+readonly SNMP_BIG_TABLE_ROWS=1500
 readonly SIM_HTTP_PORT=80
 readonly SIM_ALT_PORT=8080
 readonly SIM_SOAP_PORT=3910
@@ -346,6 +347,13 @@ start_peers() {
 
     sed -e "s/@SNMP_COMMUNITY@/$SNMP_COMMUNITY/g" -e "${NORVANE_BENCH_SNMPD_EDIT:-}" \
         "$script_dir/snmpd.conf.in" >"$workdir/snmpd.conf"
+    # A second marker's supplies table, long enough for walks to be measured:
+    # description "Supply N" and level N % 101 in rows .2.1 to .2.$SNMP_BIG_TABLE_ROWS.
+    local row
+    for ((row = 1; row <= SNMP_BIG_TABLE_ROWS; row++)); do
+        printf 'override 1.3.6.1.2.1.43.11.1.1.6.2.%d octet_str "Supply %d"\n' "$row" "$row"
+        printf 'override 1.3.6.1.2.1.43.11.1.1.9.2.%d integer %d\n' "$row" $((row % 101))
+    done >>"$workdir/snmpd.conf"
     # Empty MIB list: Debian's agent has no MIB files and would log a page of
     # complaints; persistent state (values SET by tests) stays in the work directory.
     start_peer snmpd env MIBS= MIBDIRS="$workdir/snmp" SNMP_PERSISTENT_DIR="$workdir/snmp" \
@@ -400,6 +408,7 @@ export_bench_environment() {
     export NORVANE_SNMP_PORT="$SNMP_PORT"
     export NORVANE_SNMP_COMMUNITY="$SNMP_COMMUNITY"
     export NORVANE_SNMP_WRITABLE_OID=1.3.6.1.2.1.43.5.1.1.16.1
+    export NORVANE_SNMP_BIG_TABLE_ROWS="$SNMP_BIG_TABLE_ROWS"
     # The simulator's ports as it reports them: a --sim-option may have moved one or
     # turned it off.
     local listener endpoint
