@@ -24,6 +24,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -40,9 +41,13 @@ struct XPathContextDeleter {
 struct XPathObjectDeleter {
   void operator()(xmlXPathObject* object) const noexcept;
 };
+struct XPathCompiledDeleter {
+  void operator()(xmlXPathCompExpr* expression) const noexcept;
+};
 using DocumentPtr = std::unique_ptr<xmlDoc, DocumentDeleter>;
 using XPathContextPtr = std::unique_ptr<xmlXPathContext, XPathContextDeleter>;
 using XPathObjectPtr = std::unique_ptr<xmlXPathObject, XPathObjectDeleter>;
+using XPathCompiledPtr = std::unique_ptr<xmlXPathCompExpr, XPathCompiledDeleter>;
 
 // ---- Loading -------------------------------------------------------------
 
@@ -73,8 +78,10 @@ std::string RewriteXPath(std::string_view xpath);
 // Selects with the namespace prefixes that the document itself declares, each
 // registered under its own prefix (the first declaration of a prefix in document
 // order wins), so "dd:" and "wprt:" resolve as the device's document wrote them.
-// The prefixes are collected once per selector; build one per document when
-// many queries run against the same (unchanging) document.
+// The prefixes are collected, and one XPath context is built with them, once per
+// selector, and each distinct expression is compiled once: keep one selector per
+// document when many queries run against the same (unchanging) document. A
+// selector is used by one thread at a time.
 class Selector {
  public:
   explicit Selector(const xmlDoc* document);
@@ -83,13 +90,24 @@ class Selector {
   // `context`, which must belong to the selector's document (E_INVALIDARG
   // otherwise). Namespace nodes are never returned (they do not outlive the
   // query). S_OK and *found set; S_FALSE and *found null when nothing matches.
-  HRESULT SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found) const;
+  HRESULT SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found);
 
   const std::vector<std::pair<std::string, std::string>>& Namespaces() const { return namespaces_; }
 
  private:
+  // The context every query of this selector reuses; null until the first.
+  HRESULT PrepareQuery();
+  // The compiled form of an expression; null when it does not compile.
+  xmlXPathCompExpr* Compiled(std::string_view xpath, XPathCompiledPtr* uncached);
+
   const xmlDoc* document_;
   std::vector<std::pair<std::string, std::string>> namespaces_;  // prefix, URI
+  XPathContextPtr query_;
+  struct TextHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+  };
+  std::unordered_map<std::string, XPathCompiledPtr, TextHash, std::equal_to<>> compiled_;
 };
 
 // One-off selection: builds a Selector for the node's document for this query.

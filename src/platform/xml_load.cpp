@@ -98,6 +98,7 @@ HRESULT Parse(const char* data, size_t size, const char* encoding, int options, 
 void DocumentDeleter::operator()(xmlDoc* document) const noexcept { xmlFreeDoc(document); }
 void XPathContextDeleter::operator()(xmlXPathContext* context) const noexcept { xmlXPathFreeContext(context); }
 void XPathObjectDeleter::operator()(xmlXPathObject* object) const noexcept { xmlXPathFreeObject(object); }
+void XPathCompiledDeleter::operator()(xmlXPathCompExpr* expression) const noexcept { xmlXPathFreeCompExpr(expression); }
 
 DocumentPtr CreateDocument() {
   EnsureXmlInitialized();

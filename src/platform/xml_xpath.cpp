@@ -17,6 +17,10 @@ namespace {
 // thousand operations, a hostile expression on a large document is cut off.
 constexpr unsigned long kOperationLimit = 20'000'000;
 
+// Expressions a selector keeps compiled; a caller with more distinct ones than
+// this compiles the rest each time.
+constexpr size_t kCompiledLimit = 256;
+
 constexpr std::string_view kDotPredicate = "//.[";
 constexpr std::string_view kDescendantOrSelf = "/descendant-or-self::node()[";
 
@@ -60,17 +64,10 @@ Selector::Selector(const xmlDoc* document) : document_(document) {
   }
 }
 
-HRESULT Selector::SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found) const {
-  if (found != nullptr) *found = nullptr;
-  if (context == nullptr || found == nullptr) return E_INVALIDARG;
-  // The prefixes were collected from one document; they mean nothing in another.
-  if (context->doc != document_) return E_INVALIDARG;
-  if (xpath.find('\0') != std::string_view::npos) return E_FAIL;
-  std::string expression = RewriteXPath(xpath);
-
+HRESULT Selector::PrepareQuery() {
+  if (query_ != nullptr) return S_OK;
   EnsureXmlInitialized();
-  SilentErrors silence;
-  XPathContextPtr query(xmlXPathNewContext(context->doc));
+  XPathContextPtr query(xmlXPathNewContext(const_cast<xmlDoc*>(document_)));
   if (query == nullptr) return E_OUTOFMEMORY;
   query->error = &IgnoreStructuredError;
   query->userData = nullptr;
@@ -78,9 +75,44 @@ HRESULT Selector::SelectFirst(const xmlNode* context, std::string_view xpath, xm
   for (const auto& [prefix, uri] : namespaces_) {
     if (xmlXPathRegisterNs(query.get(), BAD_CAST prefix.c_str(), BAD_CAST uri.c_str()) != 0) return E_OUTOFMEMORY;
   }
-  query->node = const_cast<xmlNode*>(context);
+  query_ = std::move(query);
+  return S_OK;
+}
 
-  XPathObjectPtr result(xmlXPathEvalExpression(BAD_CAST expression.c_str(), query.get()));
+xmlXPathCompExpr* Selector::Compiled(std::string_view xpath, XPathCompiledPtr* uncached) {
+  auto known = compiled_.find(xpath);
+  if (known != compiled_.end()) return known->second.get();
+  // Compiled against the selector's context, so prefixes resolve as they will at
+  // evaluation.
+  XPathCompiledPtr expression(xmlXPathCtxtCompile(query_.get(), BAD_CAST RewriteXPath(xpath).c_str()));
+  if (expression == nullptr) return nullptr;
+  if (compiled_.size() >= kCompiledLimit) {
+    *uncached = std::move(expression);
+    return uncached->get();
+  }
+  return compiled_.emplace(std::string(xpath), std::move(expression)).first->second.get();
+}
+
+HRESULT Selector::SelectFirst(const xmlNode* context, std::string_view xpath, xmlNode** found) {
+  if (found != nullptr) *found = nullptr;
+  if (context == nullptr || found == nullptr) return E_INVALIDARG;
+  // The prefixes were collected from one document; they mean nothing in another.
+  if (context->doc != document_) return E_INVALIDARG;
+  if (xpath.find('\0') != std::string_view::npos) return E_FAIL;
+
+  HRESULT hr = PrepareQuery();
+  if (FAILED(hr)) return hr;
+  SilentErrors silence;
+  XPathCompiledPtr uncached;
+  xmlXPathCompExpr* expression = Compiled(xpath, &uncached);
+  if (expression == nullptr) return E_FAIL;
+  // What one evaluation leaves behind must not reach the next.
+  query_->node = const_cast<xmlNode*>(context);
+  query_->opCount = 0;
+  query_->contextSize = -1;
+  query_->proximityPosition = -1;
+
+  XPathObjectPtr result(xmlXPathCompiledEval(expression, query_.get()));
   if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
   const xmlNodeSet* nodes = result->nodesetval;
   if (nodes == nullptr) return S_FALSE;

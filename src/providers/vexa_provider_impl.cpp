@@ -45,24 +45,27 @@ HRESULT VEXAProviderImpl::GetValue(const char16_t* uri, const char16_t* xpath, c
                                    uint32_t lifespan) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::VEXAProviderImpl::GetValue");
   if (uri == nullptr || xpath == nullptr) return E_FAIL;
-  std::u16string resolved(uri);
-  if (!resolved.empty() && resolved.front() != u'/') {
-    // Lifespan 0: the tree fetched at creation answers every lookup.
-    std::vector<char16_t> found(kResourceUriBuffer);
-    uint32_t needed = 0;
-    HRESULT hr = GetResourceURI(uri, found.data(), kResourceUriBuffer, &needed, 0);
-    if (hr == E_OUTOFMEMORY && needed > kResourceUriBuffer) {
-      found.assign(needed, u'\0');
-      hr = GetResourceURI(uri, found.data(), needed, &needed, 0);
-    }
-    if (hr == S_OK) {
-      resolved.assign(found.data());
-    } else if (qxLog_.Enabled(QxLogging::kInfo)) {
+  // Paths are used as they are; anything else names a resource type.
+  if (*uri == u'\0' || *uri == u'/') {
+    return XMLProvider::GetValue(uri, xpath, buffer, bufferSize, requiredSize, useCache, lifespan);
+  }
+  // Lifespan 0: the tree fetched at creation answers every lookup.
+  std::vector<char16_t> found(kResourceUriBuffer);
+  uint32_t needed = 0;
+  HRESULT hr = GetResourceURI(uri, found.data(), kResourceUriBuffer, &needed, 0);
+  if (hr == E_OUTOFMEMORY && needed > kResourceUriBuffer) {
+    found.assign(needed, u'\0');
+    hr = GetResourceURI(uri, found.data(), needed, &needed, 0);
+  }
+  if (hr != S_OK) {
+    // The type text itself is fetched; the device's answer decides.
+    if (qxLog_.Enabled(QxLogging::kInfo)) {
       QX_LOG(QxLogging::kInfo, "The discovery tree lists no resource of type %s (0x%08x)",
              QxUtils::WideToUtf8(uri).c_str(), static_cast<unsigned>(hr));
     }
+    return XMLProvider::GetValue(uri, xpath, buffer, bufferSize, requiredSize, useCache, lifespan);
   }
-  return XMLProvider::GetValue(resolved.c_str(), xpath, buffer, bufferSize, requiredSize, useCache, lifespan);
+  return XMLProvider::GetValue(found.data(), xpath, buffer, bufferSize, requiredSize, useCache, lifespan);
 }
 
 }  // namespace Norvane

@@ -61,11 +61,13 @@ HRESULT XMLProvider::GetDOM(const char16_t* uri, xmlDoc** document, uint32_t use
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::XMLProvider::GetDOM");
   if (document == nullptr) return E_FAIL;
   *document = nullptr;
+  lastServed_ = nullptr;
   if (uri == nullptr) return E_FAIL;
-  std::u16string key(uri);
+  std::u16string_view key(uri);
   if (useCache != 0) {
     auto cached = documents_.find(key);
     if (cached != documents_.end() && !IsExpired(cached->second.stamp, lifespan)) {
+      lastServed_ = &cached->second;
       *document = cached->second.document.get();
       return S_OK;
     }
@@ -92,19 +94,19 @@ HRESULT XMLProvider::GetDOM(const char16_t* uri, xmlDoc** document, uint32_t use
   uint64_t stamp = 0;
   if (GetCurrentFileTime(&stamp) == 0) stamp = 0;
   *document = parsed.get();
-  CachedDocument& entry = documents_[key];
+  auto [at, added] = documents_.try_emplace(std::u16string(key));
+  CachedDocument& entry = at->second;
   entry.selector.reset();
   entry.document = std::move(parsed);
   entry.stamp = stamp;
+  lastServed_ = &entry;
   return S_OK;
 }
 
-const Xml::Selector& XMLProvider::SelectorFor(const std::u16string& uri, const xmlDoc* document,
-                                              std::unique_ptr<Xml::Selector>* oneOff) {
-  auto cached = documents_.find(uri);
-  if (cached != documents_.end() && cached->second.document.get() == document) {
-    if (cached->second.selector == nullptr) cached->second.selector = std::make_unique<Xml::Selector>(document);
-    return *cached->second.selector;
+Xml::Selector& XMLProvider::SelectorFor(const xmlDoc* document, std::unique_ptr<Xml::Selector>* oneOff) {
+  if (lastServed_ != nullptr && lastServed_->document.get() == document) {
+    if (lastServed_->selector == nullptr) lastServed_->selector = std::make_unique<Xml::Selector>(document);
+    return *lastServed_->selector;
   }
   *oneOff = std::make_unique<Xml::Selector>(document);
   return **oneOff;
@@ -120,7 +122,7 @@ HRESULT XMLProvider::GetValue(const char16_t* uri, const char16_t* xpath, char16
   if (xpath == nullptr) return E_FAIL;
 
   std::unique_ptr<Xml::Selector> oneOff;
-  const Xml::Selector& selector = SelectorFor(uri, document, &oneOff);
+  Xml::Selector& selector = SelectorFor(document, &oneOff);
   xmlNode* node = nullptr;
   hr = selector.SelectFirst(reinterpret_cast<xmlNode*>(document), QxUtils::WideToUtf8(xpath), &node);
   if (FAILED(hr)) {

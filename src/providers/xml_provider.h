@@ -65,14 +65,16 @@ class XMLProvider {
     uint64_t stamp = 0;
   };
 
-  // The selector for a document GetDOM handed out; a document that is not the
-  // cached one for `uri` (an override may return its own) gets a one-off.
-  const Xml::Selector& SelectorFor(const std::u16string& uri, const xmlDoc* document,
-                                   std::unique_ptr<Xml::Selector>* oneOff);
+  // The selector for the document GetDOM just handed out; a document it did not
+  // cache (an override may return its own) gets a one-off.
+  Xml::Selector& SelectorFor(const xmlDoc* document, std::unique_ptr<Xml::Selector>* oneOff);
   Address* address_;
   uint32_t port_;
   // Keyed by the URI exactly as passed, compared code unit by code unit.
-  std::map<std::u16string, CachedDocument> documents_;
+  std::map<std::u16string, CachedDocument, std::less<>> documents_;
+  // The entry GetDOM handed out last, so the query that follows finds its
+  // selector without a second lookup; null when GetDOM cached nothing.
+  CachedDocument* lastServed_ = nullptr;
   HRESULT runtimeInit_ = E_FAIL;
 };
 

@@ -95,8 +95,14 @@ std::u16string Utf8ToWide(const char* text) {
 std::string WideToUtf8(std::u16string_view text) {
   std::string out;
   try {
+    // Keys, expressions and device values are nearly always ASCII: copy that
+    // leading run in one pass.
+    size_t ascii = 0;
+    while (ascii < text.size() && text[ascii] < 0x80) ++ascii;
     out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
+    out.resize(ascii);
+    for (size_t i = 0; i < ascii; ++i) out[i] = static_cast<char>(text[i]);
+    for (size_t i = ascii; i < text.size(); ++i) {
       char32_t c = text[i];
       if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
           text[i + 1] <= 0xDFFF) {

@@ -24,45 +24,33 @@ std::string Env(const char* name) {
   return value != nullptr ? value : "";
 }
 
-// The output of a shell command (curl against the simulator's control port).
-std::string Shell(const std::string& command) {
+// curl against the simulator's control endpoints; what it printed.
+std::string Control(const std::string& args, const std::string& endpoint) {
   std::string out;
+  std::string command = "curl -sS " + args + " '" + Env("NORVANE_SIM_CONTROL_URL") + endpoint + "' 2>&1";
   if (FILE* pipe = popen(command.c_str(), "r")) {
-    char chunk[512];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof chunk, pipe)) > 0) out.append(chunk, n);
+    for (int c; (c = fgetc(pipe)) != EOF;) out.push_back(static_cast<char>(c));
     pclose(pipe);
   }
   return out;
 }
 
-std::string Control(const std::string& args) {
-  return Shell("curl -sS " + args + " 2>&1");
-}
-
 // Requests the simulator received for a path so far.
 int RequestCount(const std::string& path) {
-  std::string text = Control("'" + Env("NORVANE_SIM_CONTROL_URL") + "/requests?path=" + path + "'");
+  std::string text = Control("", "/requests?path=" + path);
   return text.rfind("count: ", 0) == 0 ? std::atoi(text.c_str() + 7) : -1;
 }
 
-void Replace(const std::string& path, const std::string& file, const char* tree = "http") {
-  Control("-H 'Expect:' -H 'Content-Type: text/xml' -X PUT --data-binary @" + file + " '" + Env("NORVANE_SIM_CONTROL_URL") + "/resource?path=" + path +
-          "&tree=" + tree + "'");
+void Replace(const std::string& path, const std::filesystem::path& file) {
+  Control("-H 'Expect:' -H 'Content-Type: text/xml' -X PUT --data-binary @" + file.string(), "/resource?path=" + path);
 }
-
-std::string Narrow(const std::u16string& text) { return std::string(text.begin(), text.end()); }
 
 // One value as text, or "#HRESULT".
 std::string Read(DataCollection* collection, const char16_t* key) {
-  VARIANT v;
-  VariantInit(&v);
-  HRESULT hr = collection->GetValue(key, &v);
-  std::string text = hr != S_OK ? "#" + std::to_string(hr)
-                     : v.vt == VT_BSTR ? Narrow(v.bstrVal)
-                                       : "<vt " + std::to_string(v.vt) + ">";
-  VariantClear(&v);
-  return text;
+  Variant v;
+  HRESULT hr = collection->GetValue(key, v.Ptr());
+  std::u16string text = v.Type() == VT_BSTR ? v.Get().bstrVal : u"";
+  return hr != S_OK ? "#" + std::to_string(hr) : std::string(text.begin(), text.end());
 }
 
 constexpr const char16_t* kVexaMap =
@@ -165,7 +153,7 @@ TEST_F(XmlBench, FirstAnsweringDataMapServesAndNamesTheCache) {
   std::string config((std::istreambuf_iterator<char>(in)), {});
   config.replace(config.find("NV42A17Q9X"), 10, "VX00000001");
   std::ofstream(work / "config.xml") << config;
-  Replace("/DevMgmt/ProductConfigDyn.xml", (work / "config.xml").string());
+  Replace("/DevMgmt/ProductConfigDyn.xml", work / "config.xml");
 
   ICacheProvider* cache = CreateRegCacheProvider(u"SOFTWARE\\Norvane\\XmlBench");
   ASSERT_NE(cache, nullptr);
@@ -192,6 +180,20 @@ TEST_F(XmlBench, WebServicesNeedTheHostsPortFlag) {
   EXPECT_NE(text.find("Skipping the WSPrint DataModel, webservice port not created. "
                       "bWebServicePortAvailable = FALSE"),
             std::string::npos);
+
+  // With the flag, every request is addressed to the device's port and carries
+  // fresh ids.
+  address_->SetWebServicePortFlag(QxNetAddress::kWebServicePortAvailable);
+  std::string ids[2];
+  for (std::string& id : ids) {
+    ASSERT_EQ(Open(Document({kWebServicesMap})), S_OK);
+    std::string request = Control("", "/requests?path=/device");
+    EXPECT_NE(request.find("<wsa:To>127.0.0.1:3910</wsa:To>"), std::string::npos);
+    size_t at = request.find("urn:uuid:");
+    ASSERT_NE(at, std::string::npos);
+    id = request.substr(at, request.find("</wsa:Address>", at) - at);  // message and sender ids
+  }
+  EXPECT_NE(ids[0], ids[1]);
 }
 
 TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
@@ -203,14 +205,14 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
     bomb += "'>";
   }
   bomb += "]><P><ProductSerialNumber>&j;</ProductSerialNumber></P>";
-  std::string deep;
-  for (int i = 0; i < 10000; ++i) deep += "<d>";
-  deep += "<ProductSerialNumber>S</ProductSerialNumber>";
-  for (int i = 0; i < 10000; ++i) deep += "</d>";
+  std::string open, close;
+  for (int i = 0; i < 10000; ++i) open += "<d>", close += "</d>";
+  std::string deep = open + "<ProductSerialNumber>S</ProductSerialNumber>" + close;
   // Made by the shell, so that this process never holds it.
-  std::string big = (work / "big.xml").string();
-  Shell("{ printf '<P><ProductSerialNumber>'; head -c 52428800 /dev/zero | tr '\\0' x;"
-        " printf '</ProductSerialNumber></P>'; } >" + big);
+  std::filesystem::path big = work / "big.xml";
+  std::string make = "{ printf '<P><ProductSerialNumber>'; head -c 52428800 /dev/zero | tr '\\0' x;"
+                     " printf '</ProductSerialNumber></P>'; } >" + big.string();
+  ASSERT_EQ(std::system(make.c_str()), 0);
   struct Case {
     const char* name;
     std::string body;  // replaces the document, when not empty
@@ -221,7 +223,7 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
        "<P><ProductSerialNumber>&x;</ProductSerialNumber></P>",
        ""},
       {"entity bomb", bomb, ""},
-      {"50 MiB body", "@" + big, ""},
+      {"50 MiB body", "@", ""},
       {"not UTF-8", "<P><ProductSerialNumber>\xff\xfe\xc3(</ProductSerialNumber></P>", ""},
       {"10,000 deep", deep, ""},
       {"truncated", "", "truncate:60"},
@@ -232,17 +234,10 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
     SCOPED_TRACE(c.name);
     // Only the silent device is left to the read time-out.
     NetAddressSetHttpTimeouts(address_, 2000, c.fault.find("stall") != std::string::npos ? 1500 : 30000);
-    Control("--data '' '" + Env("NORVANE_SIM_CONTROL_URL") + "/reset'");
-    if (c.body.rfind('@', 0) == 0) {
-      Replace("/qv/device/product_information.xml", c.body.substr(1));
-    } else if (!c.body.empty()) {
-      std::ofstream(work / "hostile.xml", std::ios::binary) << c.body;
-      Replace("/qv/device/product_information.xml", (work / "hostile.xml").string());
-    }
-    if (!c.fault.empty()) {
-      Control("--data '' '" + Env("NORVANE_SIM_CONTROL_URL") + "/fault?path=/qv/device/product_information.xml&plan=" +
-              c.fault + "'");
-    }
+    Control("--data ''", "/reset");
+    if (!c.body.empty() && c.body[0] != '@') std::ofstream(work / "hostile.xml", std::ios::binary) << c.body;
+    if (!c.body.empty()) Replace("/qv/device/product_information.xml", c.body[0] == '@' ? big : work / "hostile.xml");
+    if (!c.fault.empty()) Control("--data ''", "/fault?path=/qv/device/product_information.xml&plan=" + c.fault);
     EXPECT_EQ(Open(Document({kProductInformationMap})), E_FAIL);
     EXPECT_EQ(collection_, nullptr);
     EXPECT_EQ(RequestCount("/qv/device/product_information.xml"), 1);
