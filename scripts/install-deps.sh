@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libcpp-httplib-dev
   cups-ipp-utils libcups2-dev snmpd snmp dbus iproute2 procps curl
+  gcovr
 )
 
 missing=()
