@@ -10,4 +10,5 @@
 #include "norvane/interfaces.h"
 #include "norvane/ipp.h"
 #include "norvane/datamap.h"
+#include "norvane/cache.h"
 #include "norvane/api.h"

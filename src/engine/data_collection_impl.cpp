@@ -62,7 +62,8 @@ HRESULT DataCollectionImpl::CreateFromFile(Address* address, const char16_t* pat
   HRESULT hr;
   {
     Xml::DocumentPtr document;
-    hr = path == nullptr ? S_FALSE : Xml::LoadFile(path, &document);
+    // No document named is a caller's error; a document that cannot be read is not.
+    hr = path == nullptr ? E_FAIL : Xml::LoadFile(path, &document);
     if (hr == S_OK) hr = CreateFromDOM(address, reinterpret_cast<xmlNode*>(document.get()), collection, cache);
   }
   if (init == S_OK || init == S_FALSE) CoUninitialize();
@@ -76,7 +77,7 @@ HRESULT DataCollectionImpl::CreateFromXML(Address* address, const char16_t* text
   HRESULT hr;
   {
     Xml::DocumentPtr document;
-    hr = text == nullptr ? S_FALSE : Xml::LoadText(text, &document);
+    hr = text == nullptr ? E_FAIL : Xml::LoadText(text, &document);
     if (hr == S_OK) hr = CreateFromDOM(address, reinterpret_cast<xmlNode*>(document.get()), collection, cache);
   }
   if (init == S_OK || init == S_FALSE) CoUninitialize();

@@ -150,11 +150,12 @@ std::string_view LocalName(const xmlNode* node);
 // Local name equals `name` ignoring the case of ASCII letters.
 bool LocalNameIs(const xmlNode* node, std::string_view name);
 
-// The attribute of an element whose local name is exactly `name`; null when
-// absent or when the node is not an element.
+// The attribute of an element whose name, with its prefix if it has one, is
+// exactly `name`; null when absent or when the node is not an element.
 const xmlAttr* FindAttribute(const xmlNode* element, std::string_view name);
 const xmlAttr* FindAttribute(const xmlAttr* attributes, std::string_view name);
-// An attribute's text, UTF-8 (entity references are not expanded).
+// An attribute's text, UTF-8. References to entities the document declares
+// itself are replaced by their text (only a DOM the caller parsed has them).
 std::string AttributeText(const xmlAttr* attribute);
 // The same without a copy when the text is stored in one piece (the usual case);
 // otherwise the text is assembled in *storage and the view points there. The view
@@ -165,8 +166,8 @@ std::optional<std::string> AttributeText(const xmlNode* element, std::string_vie
 
 // Text content as the DOM reports it: the node's own text for text, CDATA,
 // comment and processing-instruction nodes; otherwise the concatenated text and
-// CDATA of all descendants (attribute nodes: their value). Entity references are
-// not expanded.
+// CDATA of all descendants (attribute nodes: their value), with references to
+// entities the document declares itself replaced by their text.
 std::string TextContentUtf8(const xmlNode* node);
 std::u16string TextContent(const xmlNode* node);
 

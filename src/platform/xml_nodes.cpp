@@ -1,7 +1,8 @@
-// Node reads: names, attributes and text content, none of which expands entity
-// references (see xml.h).
+// Node reads: names, attributes and text content (see xml.h).
 #include <cstring>
 #include <string>
+
+#include <libxml/entities.h>
 
 #include "platform/xml.h"
 #include "support/string_utils.h"
@@ -16,11 +17,49 @@ std::string_view View(const xmlChar* text) {
 
 char AsciiLower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
+// A document the caller parsed without substituting entities keeps entity
+// references as nodes; their text is the entity's replacement text, as a DOM's
+// text reads report it. Only entities declared inside the document are
+// expanded (an external one would mean reading a file or the network), and
+// nesting and size are bounded so that a caller's entity bomb costs little.
+constexpr int kMaxEntityDepth = 8;
+constexpr size_t kMaxExpandedBytes = 8u << 20;
+
+void AppendEntityText(const xmlNode* reference, std::string* out, int depth);
+
+void AppendNodeText(const xmlNode* node, std::string* out, int depth) {
+  for (; node != nullptr && out->size() <= kMaxExpandedBytes; node = node->next) {
+    if (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) {
+      out->append(View(node->content));
+    } else if (node->type == XML_ENTITY_REF_NODE) {
+      AppendEntityText(node, out, depth + 1);
+    } else if (node->type == XML_ELEMENT_NODE && depth < kMaxEntityDepth) {
+      AppendNodeText(node->children, out, depth + 1);
+    }
+  }
+}
+
+void AppendEntityText(const xmlNode* reference, std::string* out, int depth) {
+  if (depth > kMaxEntityDepth || out->size() > kMaxExpandedBytes || reference->doc == nullptr) return;
+  const xmlEntity* entity = xmlGetDocEntity(reference->doc, reference->name);
+  if (entity == nullptr ||
+      (entity->etype != XML_INTERNAL_GENERAL_ENTITY && entity->etype != XML_INTERNAL_PREDEFINED_ENTITY)) {
+    return;
+  }
+  if (entity->children != nullptr) {
+    AppendNodeText(entity->children, out, depth);
+  } else {
+    out->append(View(entity->content));
+  }
+}
+
 void AppendDescendantText(const xmlNode* parent, std::string* out) {
   const xmlNode* node = parent->children;
   while (node != nullptr) {
     if (node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE) {
       out->append(View(node->content));
+    } else if (node->type == XML_ENTITY_REF_NODE) {
+      AppendEntityText(node, out, 0);
     } else if (node->type == XML_ELEMENT_NODE && node->children != nullptr) {
       node = node->children;
       continue;
@@ -51,9 +90,17 @@ bool LocalNameIs(const xmlNode* node, std::string_view name) {
   return true;
 }
 
+// Attribute names compare exactly, prefix included: "x:Name" is not "Name".
 const xmlAttr* FindAttribute(const xmlAttr* attributes, std::string_view name) {
   for (const xmlAttr* attribute = attributes; attribute != nullptr; attribute = attribute->next) {
-    if (View(attribute->name) == name) return attribute;
+    std::string_view local = View(attribute->name);
+    std::string_view prefix = attribute->ns != nullptr ? View(attribute->ns->prefix) : std::string_view();
+    if (prefix.empty()) {
+      if (local == name) return attribute;
+    } else if (name.size() == prefix.size() + 1 + local.size() && name.starts_with(prefix) &&
+               name[prefix.size()] == ':' && name.ends_with(local)) {
+      return attribute;
+    }
   }
   return nullptr;
 }
@@ -68,9 +115,7 @@ std::string_view AttributeText(const xmlAttr* attribute, std::string* storage) {
   if (attribute == nullptr) return {};
   const xmlNode* first = attribute->children;
   if (first != nullptr && first->next == nullptr && first->type == XML_TEXT_NODE) return View(first->content);
-  for (const xmlNode* part = first; part != nullptr; part = part->next) {
-    if (part->type == XML_TEXT_NODE) storage->append(View(part->content));
-  }
+  AppendNodeText(first, storage, 0);
   return *storage;
 }
 

@@ -11,6 +11,11 @@ int main() {
     std::puts("unexpected provider");
     return 1;
   }
-  std::printf("provider=null lastError=%u version=%s\n", GetLastError(), NorvaneVersion());
-  return GetLastError() == 87 ? 0 : 1;
+  unsigned lastError = GetLastError();
+  // The cache classes come with the umbrella header, and their type is known here.
+  Norvane::ICacheProvider* cache = CreateRegCacheProvider(u"Software\\Consumer");
+  bool registryCache = dynamic_cast<Norvane::RegCacheProvider*>(cache) != nullptr;
+  if (cache != nullptr) cache->Dispose();
+  std::printf("provider=null lastError=%u registryCache=%d version=%s\n", lastError, registryCache, NorvaneVersion());
+  return lastError == 87 && registryCache ? 0 : 1;
 }

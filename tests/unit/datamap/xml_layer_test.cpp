@@ -210,13 +210,27 @@ TEST(XmlNodes, NamesAttributesAndTextContent) {
   EXPECT_EQ(Xml::AttributeText(root, "Name"), std::optional<std::string>("n"));
   EXPECT_EQ(Xml::AttributeText(root, "name"), std::optional<std::string>("lower"));
   EXPECT_EQ(Xml::AttributeText(root, "NAME"), std::nullopt);
-  EXPECT_EQ(Xml::AttributeText(root, "Value"), std::optional<std::string>("v"));  // local name
+  EXPECT_EQ(Xml::AttributeText(root, "Value"), std::nullopt);  // the prefix is part of the name
+  EXPECT_EQ(Xml::AttributeText(root, "x:Value"), std::optional<std::string>("v"));
   EXPECT_EQ(Xml::TextContentUtf8(root), "one<two>three&");
   xmlNode* comment = root->children->next->next;
   ASSERT_EQ(comment->type, XML_COMMENT_NODE);
   EXPECT_EQ(Xml::LocalName(comment), "");
   EXPECT_EQ(Xml::TextContentUtf8(comment), "c");
   EXPECT_EQ(Xml::TextContentUtf8(nullptr), "");
+}
+
+TEST(XmlNodes, ACallersDomKeepsTheTextOfItsOwnEntities) {
+  // Parsed as a host may parse it: entities left as references.
+  const std::string text =
+      "<!DOCTYPE DataMaps [<!ENTITY maker \"Acme\"><!ENTITY model \"&maker; 9000\">"
+      "<!ENTITY far SYSTEM \"file:///etc/hostname\">]>"
+      "<StaticDataItem Name=\"M\" Value=\"&model; &amp; co\">&model;<i>&maker;</i>&far;</StaticDataItem>";
+  Xml::DocumentPtr document(xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, XML_PARSE_NONET));
+  ASSERT_NE(document, nullptr);
+  xmlNode* root = xmlDocGetRootElement(document.get());
+  EXPECT_EQ(Xml::AttributeText(root, "Value"), std::optional<std::string>("Acme 9000 & co"));
+  EXPECT_EQ(Xml::TextContentUtf8(root), "Acme 9000Acme");
 }
 
 }  // namespace

@@ -195,6 +195,8 @@ TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
   EXPECT_EQ(CreateDataCollectionFromXML(address, u"<Other/>", &out, nullptr), S_FALSE);
   EXPECT_EQ(CreateDataCollectionFromFile(address, u"/nonexistent/map.xml", &out, nullptr), S_FALSE);
   EXPECT_EQ(CreateDataCollectionFromDOM(address, nullptr, &out, nullptr), E_FAIL);
+  EXPECT_EQ(CreateDataCollectionFromXML(address, nullptr, &out, nullptr), E_FAIL);
+  EXPECT_EQ(CreateDataCollectionFromFile(address, nullptr, &out, nullptr), E_FAIL);
   const char16_t* doc = u"<DataMaps><IPPDataMap><DataItem Name='State' AttributeID='printer-state'/></IPPDataMap></DataMaps>";
   EXPECT_EQ(CreateDataCollectionFromXML(nullptr, doc, &out, nullptr), E_FAIL);
   EXPECT_EQ(CreateDataCollectionFromXML(address, u"<DataMaps/>", &out, nullptr), E_FAIL);  // no data maps
