@@ -61,3 +61,8 @@ extern "C" HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address, uin
 extern "C" const char* NetAddressErrorText(uint32_t code) {
   return curl_easy_strerror(static_cast<CURLcode>(code));
 }
+
+extern "C" const char* NetAddressResolveError(Norvane::QxNetAddress* address) {
+  auto* ours = Ours(address);
+  return ours == nullptr ? nullptr : ours->ResolveError();
+}

@@ -1,5 +1,11 @@
 #include "net_address.h"
 
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <memory>
+
 #include "http_request.h"
 #include "mib_connection.h"
 #include "text.h"
@@ -13,8 +19,53 @@ NetAddressImpl* NetAddressImpl::Create(const char16_t* host) {
   return address;
 }
 
+namespace {
+
+bool IsAddressLiteral(const std::string& text) {
+  in_addr v4;
+  in6_addr v6;
+  return inet_pton(AF_INET, text.c_str(), &v4) == 1 || inet_pton(AF_INET6, text.c_str(), &v6) == 1;
+}
+
+// The library's connect probe takes address literals only. IPv4 first: printers
+// and their agents listen there far more often than on IPv6 alone.
+std::string ResolveForProbe(const std::string& name, std::string* error) {
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  int status = getaddrinfo(name.c_str(), nullptr, &hints, &found);
+  if (status != 0 || found == nullptr) {
+    *error = gai_strerror(status != 0 ? status : EAI_NONAME);
+    return {};
+  }
+  std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(found, &freeaddrinfo);
+  const addrinfo* chosen = found;
+  for (const addrinfo* a = found; a != nullptr; a = a->ai_next) {
+    if (a->ai_family == AF_INET) {
+      chosen = a;
+      break;
+    }
+  }
+  char text[INET6_ADDRSTRLEN] = {};
+  const void* raw = chosen->ai_family == AF_INET
+                        ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in*>(chosen->ai_addr)->sin_addr)
+                        : static_cast<const void*>(&reinterpret_cast<const sockaddr_in6*>(chosen->ai_addr)->sin6_addr);
+  if (inet_ntop(chosen->ai_family, raw, text, sizeof text) == nullptr) {
+    *error = "unusable address";
+    return {};
+  }
+  return text;
+}
+
+}  // namespace
+
 NetAddressImpl::NetAddressImpl(std::u16string host)
-    : hostText_(std::move(host)), host_(ParseHostName(hostText_)) {}
+    : hostText_(std::move(host)), host_(ParseHostName(hostText_)), probeText_(hostText_) {
+  if (!host_ || host_->ipv6 || IsAddressLiteral(host_->text)) return;
+  std::string resolved = ResolveForProbe(host_->text, &resolveError_);
+  if (!resolved.empty()) probeText_ = ToUtf16(resolved);
+}
 
 NetAddressImpl::~NetAddressImpl() = default;
 

@@ -22,8 +22,13 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   static NetAddressImpl* Create(const char16_t* host);
   ~NetAddressImpl() override;
 
+  // The name as given; GetHost is what the library probes and names in its
+  // requests, so a host name is handed over as the address it resolved to.
   const char16_t* GetName() override { return hostText_.c_str(); }
-  const char16_t* GetHost() override { return hostText_.c_str(); }
+  const char16_t* GetHost() override { return probeText_.c_str(); }
+  // Why a host name did not resolve (getaddrinfo's text); null when it did or
+  // when the host is an address literal.
+  const char* ResolveError() const { return resolveError_.empty() ? nullptr : resolveError_.c_str(); }
   const char16_t* GetCommunityName() override;
   // Both make the same request class, which also offers the streaming entries.
   HRESULT CreateRequest(Norvane::HTTPRequest** request, uint32_t port) override;
@@ -62,6 +67,8 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
 
   const std::u16string hostText_;
   const std::optional<HostName> host_;
+  std::u16string probeText_;
+  std::string resolveError_;
 
   std::mutex mutex_;  // guards everything below
   std::u16string portText_;

@@ -5,6 +5,10 @@
 #include <string>
 #include <string_view>
 
+// The two conversions below are also exported to hosts; declaring them from the
+// public header first gives their definitions its visibility.
+#include "norvane/host.h"
+
 namespace NorvaneHost {
 
 // Unpaired surrogates become U+FFFD.

@@ -29,6 +29,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include "norvane/transport.h"
 
@@ -75,4 +77,21 @@ NORVANE_API HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address,
 
 // Text describing an HTTPRequest::GetErrorCode value (static storage).
 NORVANE_API const char* NetAddressErrorText(uint32_t code);
+
+// Why the address's host name did not resolve, or null when it resolved or is an
+// address literal. A host name is resolved once, when the address is made: the
+// library's connect probe and its requests then use that address (GetHost),
+// while GetName keeps the name as given.
+NORVANE_API const char* NetAddressResolveError(Norvane::QxNetAddress* address);
+
+// A few words (static storage, no final period) for a status the library or a
+// single request returned, and for a thread last-error code the library set.
+NORVANE_API const char* NorvaneStatusText(HRESULT status);
+NORVANE_API const char* NorvaneLastErrorText(uint32_t code);
 }
+
+namespace NorvaneHost {
+// UTF-8 and UTF-16 as the interface uses them; invalid input becomes U+FFFD.
+NORVANE_API std::string ToUtf8(std::u16string_view text);
+NORVANE_API std::u16string ToUtf16(std::string_view text);
+}  // namespace NorvaneHost

@@ -12,3 +12,4 @@
 #include "norvane/datamap.h"
 #include "norvane/cache.h"
 #include "norvane/api.h"
+#include "norvane/registry.h"

@@ -125,6 +125,13 @@ TEST(NetAddressTest, RequestUrlsFollowPortTextSecurityAndAddressFamily) {
               UrlFor(v6.get(), 80, u"/qv/device/product_information.xml"));
     EXPECT_EQ(std::u16string(text), std::u16string(v6->GetHost()));
   }
+  // A host name reaches the library's connect probe as the address it resolved
+  // to (from /etc/hosts here: no name server is asked), and keeps its name.
+  Ref<Norvane::QxNetAddress> named(CreateNetAddress(u"localhost"));
+  EXPECT_EQ(u"127.0.0.1", std::u16string(named->GetHost()));
+  EXPECT_EQ(u"localhost", std::u16string(named->GetName()));
+  EXPECT_EQ(nullptr, NetAddressResolveError(named.get()));
+
   Ref<Norvane::QxNetAddress> scoped(CreateNetAddress(u"fe80::1%eth0"));
   EXPECT_EQ(u"http://[fe80::1%25eth0]:631/r", UrlFor(scoped.get(), 631));
 }

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# The sample data maps read what the bench's real peers serve; a second collection
+# answers from the registry cache; fleet mode collects 50 printers at once.
+set -uo pipefail
+norvane=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export NORVANE_REGISTRY_DIR=$work/registry
+samples=$(dirname "$norvane")/../../share/norvane/datamaps
+failed=0
+
+expect() {  # expect FILE TEXT...: every TEXT occurs in FILE
+  local file=$1 text
+  shift
+  for text in "$@"; do
+    grep -qF -- "$text" "$file" || { echo "FAIL: missing $text in:"; cat "$file"; failed=1; }
+  done
+}
+
+"$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-status-ipp.xml" >"$work/ipp.json" || failed=1
+expect "$work/ipp.json" '"protocol":"IPP"' \
+  '{"key":"ipp:State","source":"device","value":"idle"}' \
+  '{"key":"ipp:StateReasons","source":"device","value":"no problems"}' \
+  '{"key":"ipp:MakeAndModel","source":"device","value":"Norvane NX-4100"}' \
+  '{"key":"ipp:SupplyNames","source":"device","value":"Toner Waste Tank,Black Toner"}' \
+  '"key":"ipp:UUID","source":"device","value":"urn:uuid:' \
+  '{"key":"ipp:Source","source":"static","value":"IPP Everywhere"}'
+
+"$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-supplies-snmp.xml" >"$work/snmp.json" || failed=1
+expect "$work/snmp.json" '"protocol":"OID"' \
+  '{"key":"snmp:PrinterStatus","source":"device","value":"idle"}' \
+  '{"key":"snmp:DeviceStatus","source":"device","value":"running"}' \
+  '{"key":"snmp:SerialNumber","source":"device","value":"NV42A17Q9X"}' \
+  '{"key":"snmp:PageCount","source":"device","value":48213}' \
+  '{"key":"snmp:Colorant.002","source":"device","value":"magenta"}' \
+  '{"key":"snmp:SupplyDescription.001","source":"device","value":"Black Toner Cartridge NX41K"}' \
+  '{"key":"snmp:SupplyDescription.002","source":"device","value":"Magenta Toner Cartridge NX41M"}' \
+  '{"key":"snmp:SupplyLevel.001","source":"device","value":62}' \
+  '{"key":"snmp:SupplyLevel.002","source":"device","value":9}' \
+  '{"key":"snmp:SupplyMaxCapacity.001","source":"device","value":100}'
+
+# The first collection saved its values; the second finds them still valid.
+"$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-supplies-snmp.xml" snmp:SerialNumber \
+  >"$work/cached.json" || failed=1
+expect "$work/cached.json" '{"key":"snmp:SerialNumber","source":"cache","value":"NV42A17Q9X"}'
+
+# Fleet mode: 50 printers, one JSON line each as it finishes. Every 127/8 address
+# reaches the bench's IPP printer.
+for i in $(seq 1 50); do echo "127.0.0.$i"; done >"$work/targets"
+"$norvane" --json collect --no-cache --targets "$work/targets" --parallel 8 \
+  --datamap "$samples/printer-status-ipp.xml" >"$work/fleet.json" || failed=1
+lines=$(grep -c '"ok":true' "$work/fleet.json")
+[[ $lines == 50 && $(wc -l <"$work/fleet.json") == 50 ]] || { echo "FAIL: $lines of 50 printers collected"; failed=1; }
+echo "127.0.0.1:6399" >"$work/one-bad"
+"$norvane" --json collect --no-cache --targets "$work/one-bad" --datamap "$samples/printer-status-ipp.xml" \
+  >"$work/bad.json" 2>/dev/null
+expect "$work/bad.json" '"address":"127.0.0.1:6399"' '"ok":false' 'no protocol of printer-status-ipp.xml answered'
+exit $failed

@@ -1,0 +1,69 @@
+// Output, the share directory and the unfinished-feature message.
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "cli.h"
+
+namespace NorvaneCli {
+
+void Table::Print(std::FILE* out) const {
+  std::vector<size_t> widths;
+  for (const auto& row : rows_) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  for (const auto& row : rows_) {
+    std::string line;
+    for (size_t i = 0; i < row.size(); ++i) {
+      line += row[i];
+      if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
+    }
+    std::fprintf(out, "%s\n", line.c_str());
+  }
+}
+
+void PrintJson(const nlohmann::json& value) {
+  // Replace, not throw, on text a printer sent that is not UTF-8.
+  std::string text = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  std::fprintf(stdout, "%s\n", text.c_str());
+  std::fflush(stdout);
+}
+
+bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
+std::string ShareDirectory() {
+  namespace fs = std::filesystem;
+  if (const char* forced = std::getenv("NORVANE_SHARE_DIR"); forced != nullptr && *forced != 0) return forced;
+  std::error_code error;
+  fs::path exe = fs::read_symlink("/proc/self/exe", error);
+  if (!error) {
+    fs::path installed = exe.parent_path().parent_path() / "share" / "norvane";
+    if (fs::is_directory(installed / "datamaps", error)) return installed.string();
+  }
+#ifdef NORVANE_SOURCE_SHARE
+  // A build tree: the samples and the bench straight from the sources.
+  return NORVANE_SOURCE_SHARE;
+#else
+  return {};
+#endif
+}
+
+std::vector<std::string> SampleDataMaps() {
+  namespace fs = std::filesystem;
+  std::vector<std::string> files;
+  std::error_code error;
+  fs::path dir = fs::path(ShareDirectory()) / "datamaps";
+  for (const auto& entry : fs::directory_iterator(dir, error)) {
+    if (entry.path().extension() == ".xml") files.push_back(entry.path().string());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+void NotAvailable(const std::string& what) {
+  throw Failure(kExitUnavailable, what + " is not available in this build");
+}
+
+}  // namespace NorvaneCli

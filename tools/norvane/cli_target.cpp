@@ -1,0 +1,162 @@
+// Printer addresses and statuses in the user's words.
+#include <cstdio>
+
+#include "cli.h"
+
+namespace NorvaneCli {
+
+namespace {
+
+std::string Hex(uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", value);
+  return text;
+}
+
+bool AllDigits(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+}  // namespace
+
+std::string DescribeLastError(uint32_t lastError) {
+  std::string code = lastError < 0x10000 ? std::to_string(lastError) : Hex(lastError);
+  return "last error " + code + " (" + NorvaneLastErrorText(lastError) + ")";
+}
+
+std::string DescribeStatus(HRESULT status, uint32_t lastError) {
+  uint32_t code = static_cast<uint32_t>(status);
+  std::string text = "status " + (code < 0x10000 ? std::to_string(code) : Hex(code)) + " (" +
+                     NorvaneStatusText(status) + ")";
+  if (lastError != 0) text += ", " + DescribeLastError(lastError);
+  return text;
+}
+
+std::string ToUtf8(std::u16string_view text) { return NorvaneHost::ToUtf8(text); }
+std::u16string ToUtf16(std::string_view text) { return NorvaneHost::ToUtf16(text); }
+
+std::string Target::Uri() const {
+  std::string authority = host.find(':') != std::string::npos ? "[" + host + "]" : host;
+  return std::string(secure ? "ipps" : "ipp") + "://" + authority + ":" + (port.empty() ? "631" : port) +
+         resource;
+}
+
+Target ParseTarget(const std::string& text) {
+  Target target;
+  target.resource = "/ipp/print";
+  std::string rest = text;
+  for (const char* scheme : {"ipps://", "ipp://"}) {
+    if (rest.rfind(scheme, 0) == 0) {
+      target.secure = std::string(scheme) == "ipps://";
+      rest = rest.substr(std::char_traits<char>::length(scheme));
+      size_t slash = rest.find('/');
+      if (slash != std::string::npos) {
+        target.resource = rest.substr(slash);
+        rest = rest.substr(0, slash);
+      }
+      break;
+    }
+  }
+  if (rest.find("://") != std::string::npos) {
+    throw Failure(kExitUsage, "'" + text + "' is not a printer address (HOST, HOST:PORT or an ipp:// URI)");
+  }
+  if (!rest.empty() && rest[0] == '[') {
+    size_t close = rest.find(']');
+    if (close == std::string::npos) throw Failure(kExitUsage, "'" + text + "': unclosed '[' in the address");
+    target.host = rest.substr(1, close - 1);
+    if (close + 1 < rest.size()) {
+      if (rest[close + 1] != ':') throw Failure(kExitUsage, "'" + text + "': text after ']' is not a port");
+      target.port = rest.substr(close + 2);
+    }
+  } else if (std::count(rest.begin(), rest.end(), ':') == 1) {
+    target.host = rest.substr(0, rest.find(':'));
+    target.port = rest.substr(rest.find(':') + 1);
+  } else {
+    target.host = rest;  // a name, IPv4, or a bare IPv6 literal
+  }
+  if (target.host.empty()) throw Failure(kExitUsage, "'" + text + "' names no host");
+  if (!target.port.empty() && (!AllDigits(target.port) || std::stoul(target.port.substr(0, 6)) - 1 > 65534)) {
+    throw Failure(kExitUsage, "'" + text + "': the port must be a number from 1 to 65535");
+  }
+  return target;
+}
+
+Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& common) {
+  Owned<Norvane::QxNetAddress> address(CreateNetAddress(ToUtf16(target.host).c_str()));
+  if (!address) throw Failure(kExitUsage, "'" + target.host + "' is not a usable host");
+  if (const char* error = NetAddressResolveError(address.get())) {
+    throw Failure(kExitFailed, "cannot resolve host name '" + target.host + "': " + error);
+  }
+  if (!target.port.empty()) address->SetPortText(ToUtf16(target.port).c_str());
+  if (target.secure) address->SetSecure(true);
+  NetAddressSetHttpTimeouts(address.get(), common.timeoutMs, common.timeoutMs * 2);
+  NetAddressSetSnmpTimeout(address.get(), std::min<uint32_t>(common.timeoutMs, 2000), 1);
+  NetAddressSetSnmpCommunity(address.get(), ToUtf16(common.community).c_str());
+  return address;
+}
+
+Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, const Target& target) {
+  SetLastError(0);
+  std::u16string uri = ToUtf16(target.Uri());
+  Owned<Norvane::IPPProvider> provider(target.secure ? CreateSecureIPPPrintProvider(address, uri.c_str(), 0)
+                                                     : CreateIPPPrintProvider(address, uri.c_str()));
+  if (!provider) {
+    throw Failure(kExitFailed, "no IPP printer at " + target.Uri() + ": " + DescribeLastError(GetLastError()));
+  }
+  return provider;
+}
+
+std::string VariantText(const VARIANT& value) {
+  switch (value.vt) {
+    case VT_EMPTY:
+      return "(not reported)";
+    case VT_NULL:
+      return "(null)";
+    case VT_BSTR:
+      return value.bstrVal == nullptr ? "" : ToUtf8(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal)));
+    case VT_I4:
+      return std::to_string(value.lVal);
+    case VT_INT:
+      return std::to_string(value.intVal);
+    case VT_UI4:
+    case VT_UINT:
+      return std::to_string(value.ulVal);
+    case VT_BOOL:
+      return value.boolVal ? "true" : "false";
+    case VT_ARRAY | VT_UI1: {
+      std::string hex;
+      if (value.parray != nullptr) {
+        const auto* bytes = static_cast<const uint8_t*>(value.parray->pvData);
+        for (ULONG i = 0; i < value.parray->rgsabound[0].cElements; ++i) {
+          char pair[4];
+          std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
+          hex += pair;
+        }
+      }
+      return hex;
+    }
+    default:
+      return "(variant type " + std::to_string(value.vt) + ")";
+  }
+}
+
+nlohmann::json VariantJson(const VARIANT& value) {
+  switch (value.vt) {
+    case VT_EMPTY:
+    case VT_NULL:
+      return nullptr;
+    case VT_I4:
+      return value.lVal;
+    case VT_INT:
+      return value.intVal;
+    case VT_UI4:
+    case VT_UINT:
+      return value.ulVal;
+    case VT_BOOL:
+      return value.boolVal != 0;
+    default:
+      return VariantText(value);
+  }
+}
+
+}  // namespace NorvaneCli

@@ -1,0 +1,169 @@
+#include "collect.h"
+
+#include <libxml/parser.h>
+
+#include <chrono>
+#include <filesystem>
+
+namespace NorvaneCli {
+
+namespace {
+
+struct XmlDocFree {
+  void operator()(xmlDoc* doc) const { xmlFreeDoc(doc); }
+};
+
+// 100-ns units since 1601, as the caches stamp values.
+uint64_t NowFileTime() {
+  auto since1970 = std::chrono::duration_cast<std::chrono::nanoseconds>(
+      std::chrono::system_clock::now().time_since_epoch());
+  return static_cast<uint64_t>(since1970.count() / 100) + 116444736000000000ull;
+}
+
+// The value a registry cache handed the collection is still valid when its
+// read time plus the item's lifespan lies ahead.
+bool CacheHolds(Norvane::ICacheProvider* cache, const DataMapKey& key, uint64_t now) {
+  if (cache == nullptr) return false;
+  Norvane::Variant value, expires;
+  if (cache->GetDataValue(key.key.c_str(), value.Ptr()) != S_OK) return false;
+  std::u16string expiresName = key.key + u".Expires";
+  if (cache->GetDataValue(expiresName.c_str(), expires.Ptr()) != S_OK) return false;
+  uint64_t stamp = 0;
+  try {
+    stamp = std::stoull(VariantText(expires.Get()));
+  } catch (const std::exception&) {
+    return false;
+  }
+  if (stamp == 0 || key.lifespan == 0) return true;
+  return now >= stamp && now - stamp <= uint64_t{key.lifespan} * 1000000u;
+}
+
+bool Wanted(const std::vector<std::string>& only, const std::string& key) {
+  if (only.empty()) return true;
+  for (const auto& k : only) {
+    if (k == key || key.rfind(k + ".", 0) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(file, error)) {
+    throw Failure(kExitUsage, "data map '" + file + "': no such file");
+  }
+  xmlResetLastError();
+  std::unique_ptr<xmlDoc, XmlDocFree> doc(
+      xmlReadFile(file.c_str(), nullptr, XML_PARSE_NOBLANKS | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+  if (!doc) {
+    const xmlError* last = xmlGetLastError();
+    std::string why = last != nullptr && last->message != nullptr ? last->message : "cannot be read";
+    while (!why.empty() && (why.back() == '\n' || why.back() == ' ')) why.pop_back();
+    std::string line = last != nullptr && last->line > 0 ? " (line " + std::to_string(last->line) + ")" : "";
+    throw Failure(kExitUsage, "data map '" + file + "' is not well-formed XML" + line + ": " + why);
+  }
+  xmlNode* root = xmlDocGetRootElement(doc.get());
+  if (root == nullptr || xmlStrcmp(root->name, BAD_CAST "DataMaps") != 0) {
+    throw Failure(kExitUsage, "data map '" + file + "' has no DataMaps root element");
+  }
+  auto* specs = Norvane::DataMapSpecCollection::CreateDataMapSpecCollection(root);
+  std::vector<DataMapKey> keys;
+  for (int32_t m = 0; specs != nullptr && m < specs->GetCount(); ++m) {
+    Norvane::DataMapSpec* map = specs->GetDataMapSpec(m);
+    if (map == nullptr || map->GetDataMapType() == Norvane::DataMapTypeNone) continue;
+    std::string protocol = ToUtf8(map->GetProtocolType());
+    if (protocol.empty()) protocol = map->GetDataMapType() == Norvane::DataMapTypeOID ? "SNMP" : "IPP";
+    // The request parameters of an IPP data map are an item, but no value.
+    Norvane::NvoDataItem* params = map->GetDataItemSpec(u"IPPParams");
+    map->Begin();
+    while (Norvane::NvoDataItem* item = map->GetNextDataItemSpec()) {
+      if (item == params || item->GetName() == nullptr) continue;
+      DataMapKey key;
+      key.protocol = protocol;
+      if (item->GetPrefix() != nullptr && *item->GetPrefix() != 0) key.key = std::u16string(item->GetPrefix()) + u":";
+      key.key += item->GetName();
+      key.isStatic = dynamic_cast<Norvane::StaticDataItemSpec*>(item) != nullptr;
+      if (auto* oid = dynamic_cast<Norvane::OIDDataItemSpec*>(item)) {
+        key.isWalk = oid->GetNextOIDDataItemSpec() != nullptr || oid->GetOIDGetDataItemsSpec() != nullptr;
+      }
+      if (auto* device = dynamic_cast<Norvane::DataItemSpec*>(item)) key.lifespan = device->GetLifespan();
+      keys.push_back(std::move(key));
+    }
+  }
+  Norvane::DataMapSpecCollection::Dispose(specs);
+  if (keys.empty()) throw Failure(kExitUsage, "data map '" + file + "' names no values");
+  return keys;
+}
+
+Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, const std::vector<DataMapKey>& keys,
+                       const std::vector<std::string>& only, const std::u16string& cacheKey) {
+  Collection result;
+  result.file = file;
+  Owned<Norvane::ICacheProvider> cache;
+  if (!cacheKey.empty()) cache.reset(CreateRegCacheProvider(cacheKey.c_str()));
+  Norvane::DataCollection* made = nullptr;
+  SetLastError(0);
+  HRESULT status = CreateDataCollectionFromFile(address, ToUtf16(file).c_str(), &made, cache.get());
+  if (status != S_OK || made == nullptr) {
+    result.error = "no protocol of " + std::filesystem::path(file).filename().string() + " answered: " +
+                   DescribeStatus(status, GetLastError());
+    return result;
+  }
+  Owned<Norvane::DataCollection> collection(made);
+  const uint64_t now = NowFileTime();
+
+  auto read = [&](const std::u16string& key, const DataMapKey& spec, const char* source) {
+    Norvane::Variant value;
+    if (collection->GetValue(key.c_str(), value.Ptr()) != S_OK) return false;
+    result.values.push_back({ToUtf8(key), VariantJson(value.Get()), VariantText(value.Get()), source});
+    if (!spec.isStatic && result.protocol.empty()) result.protocol = spec.protocol;
+    return true;
+  };
+  for (const auto& spec : keys) {
+    if (!Wanted(only, ToUtf8(spec.key))) continue;
+    const char* source = spec.isStatic ? "static" : CacheHolds(cache.get(), spec, now) ? "cache" : "device";
+    if (!spec.isWalk) {
+      read(spec.key, spec, source);
+      continue;
+    }
+    // A walk answers its elements under KEY.000 (the base object), KEY.001, ...
+    // Asking for KEY runs it; a walk that ends on a missing row reports that
+    // row's failure although it stored every element before it.
+    Norvane::Variant marker;
+    collection->GetValue(spec.key.c_str(), marker.Ptr());
+    for (uint32_t i = 0; i < 1000; ++i) {
+      char suffix[16];
+      std::snprintf(suffix, sizeof suffix, ".%03u", i);
+      if (!read(spec.key + ToUtf16(suffix), spec, source) && i > 0) break;
+    }
+  }
+  if (result.values.empty()) result.error = "the printer answered none of the values";
+  return result;
+}
+
+nlohmann::json CollectionJson(const Collection& collection) {
+  nlohmann::json out = {{"datamap", std::filesystem::path(collection.file).filename().string()}};
+  if (!collection.protocol.empty()) out["protocol"] = collection.protocol;
+  nlohmann::json values = nlohmann::json::array();
+  for (const auto& v : collection.values) values.push_back({{"key", v.key}, {"value", v.value}, {"source", v.source}});
+  out["values"] = std::move(values);
+  if (!collection.error.empty()) out["error"] = collection.error;
+  return out;
+}
+
+void PrintCollection(const Collection& collection, const std::string& address) {
+  std::string name = std::filesystem::path(collection.file).filename().string();
+  std::printf("%s at %s%s\n", name.c_str(), address.c_str(),
+              collection.protocol.empty() ? "" : (" over " + collection.protocol).c_str());
+  if (collection.values.empty()) {
+    std::printf("  %s\n\n", collection.error.c_str());
+    return;
+  }
+  Table table({"  KEY", "VALUE", "SOURCE"});
+  for (const auto& v : collection.values) table.Add({"  " + v.key, v.text, v.source});
+  table.Print(stdout);
+  std::printf("\n");
+}
+
+}  // namespace NorvaneCli

@@ -1,0 +1,49 @@
+// One data collection over one data-map document, as `collect`, fleet mode and
+// the demo run it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli.h"
+
+namespace NorvaneCli {
+
+// What a data-map document offers: every key a caller can ask for.
+struct DataMapKey {
+  std::u16string key;
+  std::string protocol;  // of the data map holding the item
+  bool isStatic = false;
+  bool isWalk = false;    // answers "KEY.###" and the elements KEY.000, KEY.001, ...
+  uint32_t lifespan = 0;  // tenths of a second, 0 never expires
+};
+// Reads the document; a missing, unreadable or malformed file is a Failure.
+std::vector<DataMapKey> ReadDataMapKeys(const std::string& file);
+
+struct CollectedValue {
+  std::string key;
+  nlohmann::json value;
+  std::string text;
+  std::string source;  // device, cache or static
+};
+
+struct Collection {
+  std::string file;
+  std::string protocol;  // of the data map that answered
+  std::vector<CollectedValue> values;
+  std::string error;  // why nothing was collected
+};
+
+// keys: only these (empty: all). cacheKey: the registry cache key path, empty for
+// none.
+Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file,
+                       const std::vector<DataMapKey>& keys, const std::vector<std::string>& only,
+                       const std::u16string& cacheKey);
+
+nlohmann::json CollectionJson(const Collection& collection);
+void PrintCollection(const Collection& collection, const std::string& address);
+
+// The registry cache key path collections use unless told otherwise.
+inline constexpr char16_t kDefaultCacheKey[] = u"Software\\Norvane\\Cache";
+
+}  // namespace NorvaneCli

@@ -1,0 +1,160 @@
+#include "job_ops.h"
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <thread>
+
+namespace NorvaneCli {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+Owned<Norvane::IPPRequestBase> NewRequest(const Target& target) {
+  Owned<Norvane::IPPRequestBase> request(CreateIPPRequest());
+  if (!request) throw Failure(kExitFailed, "cannot make an IPP request object");
+  request->SetPrinterURI(target.Uri().c_str());
+  const char* user = std::getenv("USER");
+  request->SetRequestingUserName(user != nullptr && *user != 0 ? user : "norvane");
+  return request;
+}
+
+void NoteState(JobOutcome* outcome, const char* state, const char* reasons) {
+  if (reasons != nullptr) outcome->reasons = reasons;
+  if (state == nullptr || *state == 0) return;
+  outcome->state = state;
+  if (outcome->states.empty() || outcome->states.back() != outcome->state) outcome->states.push_back(outcome->state);
+}
+
+void NoteResponse(JobOutcome* outcome, Norvane::IPPResponseBase* response) {
+  if (response->GetJobID() != 0) outcome->jobId = response->GetJobID();
+  if (response->GetJobURI() != nullptr) outcome->jobUri = response->GetJobURI();
+  NoteState(outcome, response->GetJobState(), response->GetJobStateReasons());
+}
+
+bool IsFinal(const std::string& state) {
+  return state == "Completed" || state == "Canceled" || state == "Aborted" || state == "completed" ||
+         state == "canceled" || state == "aborted";
+}
+
+}  // namespace
+
+std::string JobStateName(const std::string& raw) {
+  static const char* names[] = {"Pending", "Pending_held", "Processing", "Processing_stopped",
+                                "Canceled", "Aborted", "Completed"};
+  int n = std::atoi(raw.c_str());
+  return n >= 3 && n <= 9 ? names[n - 3] : raw;
+}
+
+JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request) {
+  std::ifstream in(request.file, std::ios::binary | std::ios::ate);
+  if (!in) throw Failure(kExitUsage, "document '" + request.file + "': cannot be read");
+  const uint64_t total = static_cast<uint64_t>(in.tellg());
+  in.seekg(0);
+  if (total == 0) throw Failure(kExitUsage, "document '" + request.file + "' is empty");
+  if (!kJobOperationsBuilt) NotAvailable("printing (IPP job operations)");
+
+  auto attributes = NewRequest(target);
+  attributes->SetJobName(request.jobName.c_str());
+  attributes->SetDocumentName(request.jobName.c_str());
+  if (!request.format.empty()) {
+    Norvane::IPPAttributeStruct format{};
+    format.group = Norvane::kIPPOperationGroup;
+    format.valueTag = 0x49;  // mimeMediaType
+    std::snprintf(format.name, sizeof format.name, "document-format");
+    std::snprintf(format.value.text, sizeof format.value.text, "%s", request.format.c_str());
+    attributes->AddIPPRequest(format);
+  }
+  Owned<Norvane::IPPResponseBase> response(CreateIPPResponse());
+
+  JobOutcome outcome;
+  std::vector<uint8_t> chunk(request.chunkBytes);
+  const auto start = Clock::now();
+  auto report = [&] {
+    outcome.seconds = Since(start);
+    if (request.progress) request.progress({outcome.bytes, total, outcome.seconds, outcome.state});
+  };
+  auto fail = [&](const char* step, HRESULT hr) {
+    throw Failure(kExitFailed, std::string(step) + " after " + std::to_string(outcome.bytes) + " of " +
+                                   std::to_string(total) + " bytes: " + DescribeStatus(hr, GetLastError()));
+  };
+
+  bool first = true;
+  while (outcome.bytes < total) {
+    if (request.cancel != nullptr && request.cancel->load()) {
+      // The stream is ended first so that the printer sees a whole request, then
+      // the job it made is cancelled.
+      provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+      NoteResponse(&outcome, response.get());
+      if (outcome.jobId != 0) {
+        JobOutcome cancelled = CancelJobById(provider, target, outcome.jobId);
+        NoteState(&outcome, cancelled.state.c_str(), nullptr);
+      }
+      outcome.canceled = true;
+      return outcome;
+    }
+    size_t length = static_cast<size_t>(std::min<uint64_t>(chunk.size(), total - outcome.bytes));
+    if (!in.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(length))) {
+      throw Failure(kExitUsage, "document '" + request.file + "': read failed");
+    }
+    SetLastError(0);
+    HRESULT hr = first ? provider->PrintJob(attributes.get(), response.get(), chunk.data(),
+                                            static_cast<int32_t>(length), true)
+                       : provider->PrintJobWrite(attributes.get(), response.get(), chunk.data(),
+                                                 static_cast<int32_t>(length));
+    // A job Get-Jobs could not find still streams (S_FALSE); only failures end it.
+    if (FAILED(hr)) fail(first ? "the printer refused the job" : "the printer stopped taking data", hr);
+    first = false;
+    outcome.bytes += length;
+    NoteResponse(&outcome, response.get());
+    report();
+  }
+  SetLastError(0);
+  HRESULT hr = provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+  NoteResponse(&outcome, response.get());
+  if (hr == S_DEVICECANCELED) {
+    outcome.canceled = true;
+  } else if (FAILED(hr)) {
+    fail("the printer did not accept the finished document", hr);
+  }
+  report();
+  return outcome;
+}
+
+JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, int32_t jobId) {
+  if (!kJobOperationsBuilt) NotAvailable("cancelling jobs (IPP job operations)");
+  auto attributes = NewRequest(target);
+  std::string jobUri = target.Uri() + "/" + std::to_string(jobId);
+  attributes->SetJobURI(jobUri.c_str());
+  Owned<Norvane::IPPResponseBase> response(CreateIPPResponse());
+  SetLastError(0);
+  HRESULT hr = provider->CancelJob(attributes.get(), response.get());
+  if (FAILED(hr)) {
+    throw Failure(kExitFailed, "cancelling job " + std::to_string(jobId) + " failed: " + DescribeStatus(hr, GetLastError()));
+  }
+  JobOutcome outcome;
+  outcome.jobId = jobId;
+  outcome.jobUri = jobUri;
+  NoteResponse(&outcome, response.get());
+  return outcome;
+}
+
+void FollowJob(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome, double seconds) {
+  if (outcome->jobId == 0) return;
+  std::string jobUri = outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
+  const auto start = Clock::now();
+  while (!IsFinal(outcome->state) && Since(start) < seconds) {
+    Norvane::Variant value;
+    if (SUCCEEDED(provider->GetIPPValue("job-state", 1, value.Ptr(), jobUri.c_str(), target.resource.c_str(), 0, 0,
+                                        " ")) &&
+        value.Type() != VT_EMPTY) {
+      NoteState(outcome, JobStateName(VariantText(value.Get())).c_str(), nullptr);
+    }
+    if (!IsFinal(outcome->state)) std::this_thread::sleep_for(std::chrono::milliseconds(250));
+  }
+}
+
+}  // namespace NorvaneCli
