@@ -12,7 +12,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev libcpp-httplib-dev
   cups-ipp-utils libcups2-dev snmpd snmp dbus iproute2 procps curl
   gcovr
-  help2man dpkg-dev
+  help2man dpkg-dev time
 )
 
 missing=()

@@ -60,13 +60,12 @@ long RegistryDeleteValue(RegistryHive hive, std::u16string_view path, std::u16st
 }
 
 long RegistryDeleteKey(RegistryHive hive, std::u16string_view path) {
-  std::string directory;
-  long status = Registry::KeyDirectory(ToHive(hive), path, &directory);
+  if (path.find_first_not_of(u'\\') == std::u16string_view::npos) return Registry::kInvalidParameter;
+  Registry::Key key;
+  long status = Registry::Key::Open(ToHive(hive), path, &key);
   if (status != Registry::kSuccess) return status;
-  if (directory == Registry::HiveRoot(ToHive(hive))) return Registry::kInvalidParameter;
   std::error_code error;
-  if (!std::filesystem::exists(directory, error)) return Registry::kNotFound;
-  std::filesystem::remove_all(directory, error);
+  std::filesystem::remove_all(key.Directory(), error);
   return error ? Registry::kAccessDenied : Registry::kSuccess;
 }
 

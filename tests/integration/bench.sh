@@ -404,6 +404,10 @@ export_bench_environment() {
     export NORVANE_IPP_PORT="$IPP_PORT"
     export NORVANE_IPP_URI="ipp://127.0.0.1:$IPP_PORT/ipp/print"
     export NORVANE_IPP_PRINTER_NAME="$PRINTER_NAME"
+    # For tests of a printer that goes away: the process to kill (in this PID
+    # namespace; /proc may still show the host's numbers).
+    NORVANE_IPP_PRINTER_PID=$(peer_pid ippeveprinter)
+    export NORVANE_IPP_PRINTER_PID
     export NORVANE_SPOOL_DIR="$workdir/spool"
     export NORVANE_SNMP_PORT="$SNMP_PORT"
     export NORVANE_SNMP_COMMUNITY="$SNMP_COMMUNITY"

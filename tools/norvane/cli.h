@@ -99,9 +99,9 @@ bool IsTerminal(std::FILE* stream);
 // Library paths still being written: until one is in this build, the verbs that
 // need it say so instead of reporting the library's plain failure as the
 // printer's.
-constexpr bool kJobOperationsBuilt = false;
+constexpr bool kJobOperationsBuilt = true;
 constexpr bool kLocaleStringsBuilt = false;
-constexpr bool kSingleRequestBuilt = false;
+constexpr bool kSingleRequestBuilt = true;
 
 // A feature whose library path is not in this build yet.
 [[noreturn]] void NotAvailable(const std::string& what);

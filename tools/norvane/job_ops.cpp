@@ -42,6 +42,16 @@ bool IsFinal(const std::string& state) {
 
 }  // namespace
 
+void AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome) {
+  std::string jobUri = outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
+  Norvane::Variant value;
+  if (SUCCEEDED(provider->GetIPPValue("job-state", 1, value.Ptr(), jobUri.c_str(), target.resource.c_str(), 0, 0,
+                                      " ")) &&
+      value.Type() != VT_EMPTY) {
+    NoteState(outcome, JobStateName(VariantText(value.Get())).c_str(), nullptr);
+  }
+}
+
 std::string JobStateName(const std::string& raw) {
   static const char* names[] = {"Pending", "Pending_held", "Processing", "Processing_stopped",
                                 "Canceled", "Aborted", "Completed"};
@@ -83,16 +93,16 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   };
 
   bool first = true;
+  auto lastAsked = start;
   while (outcome.bytes < total) {
     if (request.cancel != nullptr && request.cancel->load()) {
-      // The stream is ended first so that the printer sees a whole request, then
-      // the job it made is cancelled.
-      provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+      // The provider finds the job it is streaming (Get-Jobs) and cancels it; the
+      // stream is then ended so that the connection closes cleanly.
+      SetLastError(0);
+      HRESULT hr = provider->CancelJob(attributes.get(), response.get());
       NoteResponse(&outcome, response.get());
-      if (outcome.jobId != 0) {
-        JobOutcome cancelled = CancelJobById(provider, target, outcome.jobId);
-        NoteState(&outcome, cancelled.state.c_str(), nullptr);
-      }
+      provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+      if (FAILED(hr)) fail("cancelling the job failed", hr);
       outcome.canceled = true;
       return outcome;
     }
@@ -110,6 +120,12 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     first = false;
     outcome.bytes += length;
     NoteResponse(&outcome, response.get());
+    // The library keeps what its polling threads see to itself; the job's state
+    // is asked for here too, twice a second at most.
+    if (Since(lastAsked) >= 0.5 && outcome.jobId != 0) {
+      AskJobState(provider, target, &outcome);
+      lastAsked = Clock::now();
+    }
     report();
   }
   SetLastError(0);
@@ -144,15 +160,9 @@ JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, i
 
 void FollowJob(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome, double seconds) {
   if (outcome->jobId == 0) return;
-  std::string jobUri = outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
   const auto start = Clock::now();
   while (!IsFinal(outcome->state) && Since(start) < seconds) {
-    Norvane::Variant value;
-    if (SUCCEEDED(provider->GetIPPValue("job-state", 1, value.Ptr(), jobUri.c_str(), target.resource.c_str(), 0, 0,
-                                        " ")) &&
-        value.Type() != VT_EMPTY) {
-      NoteState(outcome, JobStateName(VariantText(value.Get())).c_str(), nullptr);
-    }
+    AskJobState(provider, target, outcome);
     if (!IsFinal(outcome->state)) std::this_thread::sleep_for(std::chrono::milliseconds(250));
   }
 }

@@ -45,6 +45,8 @@ std::string JobStateName(const std::string& raw);
 // refuses or stops answering. A cancel request ends with outcome.canceled.
 JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request);
 JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, int32_t jobId);
+// Asks the printer for the job's state once, adding a new state to outcome.states.
+void AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome);
 // Asks for the job's state until it is final or `seconds` pass, adding each new
 // state to outcome.states.
 void FollowJob(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome, double seconds);
