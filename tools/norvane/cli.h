@@ -100,7 +100,7 @@ bool IsTerminal(std::FILE* stream);
 // need it say so instead of reporting the library's plain failure as the
 // printer's.
 constexpr bool kJobOperationsBuilt = true;
-constexpr bool kLocaleStringsBuilt = false;
+constexpr bool kLocaleStringsBuilt = true;
 constexpr bool kSingleRequestBuilt = true;
 
 // A feature whose library path is not in this build yet.

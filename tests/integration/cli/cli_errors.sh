@@ -67,7 +67,7 @@ else
   kill -KILL "$NORVANE_IPP_PRINTER_PID"
   status=0
   wait "$printer" || status=$?
-  if [[ $status == 1 && $(wc -l <"$work/err") == 1 ]] && grep -q '^norvane: the printer stopped' "$work/err"; then
+  if [[ $status == 1 && $(wc -l <"$work/err") == 1 ]] && grep -qE '^norvane: the printer (stopped|refused|did not)' "$work/err"; then
     echo "ok: printer died mid-print -> $(cat "$work/err")"
   else
     echo "FAIL: printer died mid-print: exit $status"; cat "$work/err"; failed=1
