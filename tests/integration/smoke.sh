@@ -200,8 +200,10 @@ expect_eq "hrDeviceDescr.1" '"Norvane NX-4100 Color MFP"' \
     "$(snmpget "${snmp[@]}" -Oqv 1.3.6.1.2.1.25.3.2.1.3.1 2>&1)"
 expect_eq "prtGeneralSerialNumber.1 matches the XML serial" "\"$serial\"" \
     "$(snmpget "${snmp[@]}" -Oqv 1.3.6.1.2.1.43.5.1.1.17.1 2>&1)"
-expect_eq "supply levels walk as two rows" $'62\n9' \
-    "$(snmpwalk "${snmp[@]}" -Oqv 1.3.6.1.2.1.43.11.1.1.9 2>&1)"
+expect_eq "first marker's supply levels walk as two rows" $'62\n9' \
+    "$(snmpwalk "${snmp[@]}" -Oqv 1.3.6.1.2.1.43.11.1.1.9.1 2>&1)"
+expect_eq "second marker's supplies table is long enough to time walks" 1500 \
+    "$(snmpwalk "${snmp[@]}" -Oqv 1.3.6.1.2.1.43.11.1.1.9.2 2>&1 | wc -l)"
 
 snmpset "${snmp[@]}" "$NORVANE_SNMP_WRITABLE_OID" s "Bench Renamed" >/dev/null 2>"$tmp/e" ||
     fail "set of the writable object: $(cat "$tmp/e")"
