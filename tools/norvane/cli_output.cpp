@@ -8,13 +8,34 @@
 
 namespace NorvaneCli {
 
+namespace {
+
+// A printer may answer a whole collection as one value; a table cell shows its
+// start and --json the whole of it.
+constexpr size_t kMaxCell = 72;
+
+std::string Cell(const std::string& text) {
+  if (text.size() <= kMaxCell) return text;
+  size_t cut = kMaxCell - 3;
+  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;  // whole UTF-8 characters
+  return text.substr(0, cut) + "...";
+}
+
+}  // namespace
+
 void Table::Print(std::FILE* out) const {
-  std::vector<size_t> widths;
+  std::vector<std::vector<std::string>> rows;
   for (const auto& row : rows_) {
+    std::vector<std::string> cells;
+    for (const auto& cell : row) cells.push_back(Cell(cell));
+    rows.push_back(std::move(cells));
+  }
+  std::vector<size_t> widths;
+  for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));
     for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
   }
-  for (const auto& row : rows_) {
+  for (const auto& row : rows) {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i) {
       line += row[i];

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <set>
 
 namespace NorvaneCli {
 
@@ -69,6 +70,9 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
   }
   auto* specs = Norvane::DataMapSpecCollection::CreateDataMapSpecCollection(root);
   std::vector<DataMapKey> keys;
+  // Several data maps of one document usually offer the same keys (one per
+  // protocol); only one of them answers, so each key is asked for once.
+  std::set<std::u16string> seen;
   for (int32_t m = 0; specs != nullptr && m < specs->GetCount(); ++m) {
     Norvane::DataMapSpec* map = specs->GetDataMapSpec(m);
     if (map == nullptr || map->GetDataMapType() == Norvane::DataMapTypeNone) continue;
@@ -88,7 +92,7 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
         key.isWalk = oid->GetNextOIDDataItemSpec() != nullptr || oid->GetOIDGetDataItemsSpec() != nullptr;
       }
       if (auto* device = dynamic_cast<Norvane::DataItemSpec*>(item)) key.lifespan = device->GetLifespan();
-      keys.push_back(std::move(key));
+      if (seen.insert(key.key).second) keys.push_back(std::move(key));
     }
   }
   Norvane::DataMapSpecCollection::Dispose(specs);
