@@ -71,9 +71,9 @@ TEST(XmlDataMapper, ReadsConvertsAndStores) {
 
   // Transient items go to the device each time; the rest came from one fetch.
   size_t before = address->exchanges.size();
-  Variant again;
-  EXPECT_EQ(collection->GetValue(u"Count", again.Ptr()), S_OK);
-  EXPECT_EQ(collection->GetValue(u"Serial", again.Ptr()), S_OK);
+  Variant count, serial;  // an out variant is overwritten, not cleared: one each
+  EXPECT_EQ(collection->GetValue(u"Count", count.Ptr()), S_OK);
+  EXPECT_EQ(collection->GetValue(u"Serial", serial.Ptr()), S_OK);
   EXPECT_EQ(address->exchanges.size(), before + 1);
 }
 
