@@ -51,6 +51,9 @@ struct Common {
   bool json = false;
   uint32_t timeoutMs = 5000;
   std::string community = "public";
+  // Whether data maps of the web-services kind are tried: a host that knows the
+  // device has no web-services port says so and saves the attempt.
+  bool webServices = true;
 };
 
 // A printer as the user names it: HOST, HOST:PORT (the IPP port), [V6]:PORT, or an

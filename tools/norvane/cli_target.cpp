@@ -92,6 +92,7 @@ Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& com
   NetAddressSetHttpTimeouts(address.get(), common.timeoutMs, common.timeoutMs * 2);
   NetAddressSetSnmpTimeout(address.get(), std::min<uint32_t>(common.timeoutMs, 2000), 1);
   NetAddressSetSnmpCommunity(address.get(), ToUtf16(common.community).c_str());
+  if (common.webServices) address->SetWebServicePortFlag(Norvane::QxNetAddress::kWebServicePortAvailable);
   return address;
 }
 

@@ -4,7 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
-#include <set>
+#include <map>
 
 namespace NorvaneCli {
 
@@ -72,7 +72,7 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
   std::vector<DataMapKey> keys;
   // Several data maps of one document usually offer the same keys (one per
   // protocol); only one of them answers, so each key is asked for once.
-  std::set<std::u16string> seen;
+  std::map<std::u16string, size_t> seen;
   for (int32_t m = 0; specs != nullptr && m < specs->GetCount(); ++m) {
     Norvane::DataMapSpec* map = specs->GetDataMapSpec(m);
     if (map == nullptr || map->GetDataMapType() == Norvane::DataMapTypeNone) continue;
@@ -92,7 +92,12 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
         key.isWalk = oid->GetNextOIDDataItemSpec() != nullptr || oid->GetOIDGetDataItemsSpec() != nullptr;
       }
       if (auto* device = dynamic_cast<Norvane::DataItemSpec*>(item)) key.lifespan = device->GetLifespan();
-      if (seen.insert(key.key).second) keys.push_back(std::move(key));
+      auto [at, added] = seen.emplace(key.key, keys.size());
+      if (added) keys.push_back(std::move(key));
+      if (auto* fixed = dynamic_cast<Norvane::StaticDataItemSpec*>(item)) {
+        const char16_t* text = fixed->GetStaticDataItemValue();
+        keys[at->second].staticTexts.emplace_back(protocol, text != nullptr ? text : u"");
+      }
     }
   }
   Norvane::DataMapSpecCollection::Dispose(specs);
@@ -115,6 +120,7 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
     return result;
   }
   Owned<Norvane::DataCollection> collection(made);
+  std::string identified;
   const uint64_t now = NowFileTime();
 
   auto read = [&](const std::u16string& key, const DataMapKey& spec, const char* source) {
@@ -122,6 +128,16 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
     if (collection->GetValue(key.c_str(), value.Ptr()) != S_OK) return false;
     result.values.push_back({ToUtf8(key), VariantJson(value.Get()), VariantText(value.Get()), source});
     if (!spec.isStatic && result.protocol.empty()) result.protocol = spec.protocol;
+    const VARIANT& raw = value.Get();
+    if (spec.isStatic && spec.staticTexts.size() > 1 && raw.vt == VT_BSTR && raw.bstrVal != nullptr) {
+      std::u16string text(raw.bstrVal, SysStringLen(raw.bstrVal));
+      std::string only;
+      int matches = 0;
+      for (const auto& [protocol, candidate] : spec.staticTexts) {
+        if (candidate == text) only = protocol, ++matches;
+      }
+      if (matches == 1) identified = only;
+    }
     return true;
   };
   for (const auto& spec : keys) {
@@ -142,6 +158,7 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
       if (!read(spec.key + ToUtf16(suffix), spec, source) && i > 0) break;
     }
   }
+  if (!identified.empty()) result.protocol = identified;
   if (result.values.empty()) result.error = "the printer answered none of the values";
   return result;
 }

@@ -16,6 +16,9 @@ struct DataMapKey {
   bool isStatic = false;
   bool isWalk = false;    // answers "KEY.###" and the elements KEY.000, KEY.001, ...
   uint32_t lifespan = 0;  // tenths of a second, 0 never expires
+  // A static item's text in each data map that has it: the text the collection
+  // answers tells which data map (so which protocol) the device answered.
+  std::vector<std::pair<std::string, std::u16string>> staticTexts;
 };
 // Reads the document; a missing, unreadable or malformed file is a Failure.
 std::vector<DataMapKey> ReadDataMapKeys(const std::string& file);

@@ -71,6 +71,8 @@ int main(int argc, char** argv) {
   app.add_option("--timeout", common.timeoutMs, "Milliseconds to wait for a printer (default 5000)")
       ->check(CLI::Range(100u, 600000u));
   app.add_option("--community", common.community, "SNMP community (default public)");
+  app.add_flag("!--no-web-services", common.webServices,
+               "Skip web-services data maps: the printer has no web-services port");
 
   AddVersionVerb(app, common);
   AddHelpVerb(app);

@@ -44,6 +44,23 @@ expect "$work/snmp.json" '"protocol":"OID"' \
   >"$work/cached.json" || failed=1
 expect "$work/cached.json" '{"key":"snmp:SerialNumber","source":"cache","value":"NV42A17Q9X"}'
 
+# The device's XML sample: the discovery tree answers first. With the XML
+# resources gone the web-services port serves the same keys, unless the host
+# says the device has none.
+"$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-device-xml.xml" >"$work/xml.json" || failed=1
+expect "$work/xml.json" '"protocol":"VEXA"' '{"key":"xml:Source","source":"static","value":"discovery tree"}'
+sim="http://127.0.0.1:${NORVANE_SIM_HTTP_PORT:-80}/__sim"
+for path in /DevMgmt/DiscoveryTree.xml /qv/device/product_information.xml; do
+  curl -sf -d "" "$sim/fault?path=$path&plan=404" >/dev/null || { echo "FAIL: cannot inject a fault"; failed=1; }
+done
+"$norvane" --json collect --no-cache 127.0.0.1 --datamap "$samples/printer-device-xml.xml" >"$work/ws.json" ||
+  failed=1
+expect "$work/ws.json" '"protocol":"WS"' '{"key":"xml:Source","source":"static","value":"web services"}'
+"$norvane" --json --no-web-services collect --no-cache 127.0.0.1 --datamap "$samples/printer-device-xml.xml" \
+  >"$work/no-ws.json" 2>&1 && { echo "FAIL: a collection without web services answered"; failed=1; }
+expect "$work/no-ws.json" 'no protocol of printer-device-xml.xml answered'
+curl -sf -d "" "$sim/reset" >/dev/null
+
 # Fleet mode: 50 printers, one JSON line each as it finishes. Every 127/8 address
 # reaches the bench's IPP printer.
 for i in $(seq 1 50); do echo "127.0.0.$i"; done >"$work/targets"
