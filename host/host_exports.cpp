@@ -21,7 +21,7 @@ extern "C" Norvane::QxNetAddress* CreateNetAddress(const char16_t* host) {
 extern "C" HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address, const char16_t* community) {
   auto* ours = Ours(address);
   if (ours == nullptr) return E_INVALIDARG;
-  ours->SetSnmpCommunity(NorvaneHost::ToUtf8(community));
+  ours->SetSnmpCommunity(NorvaneHost::WideToUtf8(community));
   return S_OK;
 }
 

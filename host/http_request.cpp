@@ -50,7 +50,7 @@ HttpResponseImpl::HttpResponseImpl(ExchangeResponse&& response)
   std::string_view line = response.statusLine;
   size_t first = line.find(' ');
   size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
-  if (second != std::string_view::npos) statusText_ = ToUtf16(line.substr(second + 1));
+  if (second != std::string_view::npos) statusText_ = Utf8ToWide(line.substr(second + 1));
   std::string all;
   for (auto& [name, value] : response.headers) {
     all += name + ": " + value + "\r\n";
@@ -58,14 +58,14 @@ HttpResponseImpl::HttpResponseImpl(ExchangeResponse&& response)
     for (auto& [known, text] : headers_) {
       if (EqualsIgnoreAsciiCase(known, name)) {
         text += u", ";
-        text += ToUtf16(value);
+        text += Utf8ToWide(value);
         merged = true;
         break;
       }
     }
-    if (!merged) headers_.emplace_back(name, ToUtf16(value));
+    if (!merged) headers_.emplace_back(name, Utf8ToWide(value));
   }
-  allHeaders_ = ToUtf16(all);
+  allHeaders_ = Utf8ToWide(all);
 }
 
 HRESULT HttpResponseImpl::GetStatusText(const char16_t** text) {
@@ -82,7 +82,7 @@ HRESULT HttpResponseImpl::GetAllHeaders(const char16_t** text) {
 
 const char16_t* HttpResponseImpl::GetHeader(const char16_t* name) {
   if (name == nullptr) return nullptr;
-  std::string wanted = ToUtf8(name);
+  std::string wanted = WideToUtf8(name);
   for (const auto& [known, value] : headers_) {
     if (EqualsIgnoreAsciiCase(known, wanted)) return value.c_str();
   }
@@ -106,30 +106,30 @@ HttpRequestImpl::~HttpRequestImpl() {
 }
 
 const char16_t* HttpRequestImpl::GetURL() {
-  url_ = ToUtf16(BuildUrl(host_, tls_, port_, resource_));
+  url_ = Utf8ToWide(BuildUrl(host_, tls_, port_, resource_));
   return url_.c_str();
 }
 
 HRESULT HttpRequestImpl::SetResource(const char16_t* path) {
   if (path == nullptr) return E_INVALIDARG;
-  resource_ = ToUtf8(path);
+  resource_ = WideToUtf8(path);
   return S_OK;
 }
 
 HRESULT HttpRequestImpl::SetUserName(const char16_t* name) {
-  userName_ = ToUtf8(name);
+  userName_ = WideToUtf8(name);
   return S_OK;
 }
 
 HRESULT HttpRequestImpl::SetPassword(const char16_t* password) {
   Wipe(password_);
-  password_ = ToUtf8(password);
+  password_ = WideToUtf8(password);
   return S_OK;
 }
 
 HRESULT HttpRequestImpl::SetMethod(const char16_t* method) {
   if (method == nullptr || !IsToken(method)) return E_INVALIDARG;
-  method_ = ToUtf8(method);
+  method_ = WideToUtf8(method);
   return S_OK;
 }
 
@@ -137,8 +137,8 @@ HRESULT HttpRequestImpl::AddHeader(const char16_t* name, const char16_t* value) 
   if (name == nullptr || !IsToken(name)) return E_INVALIDARG;
   std::u16string_view text = value == nullptr ? std::u16string_view() : std::u16string_view(value);
   if (!IsFieldValue(text)) return E_INVALIDARG;
-  std::string field = ToUtf8(name);
-  std::string content(TrimSpaces(ToUtf8(text)));
+  std::string field = WideToUtf8(name);
+  std::string content(TrimSpaces(WideToUtf8(text)));
   for (auto& [known, known_value] : headers_) {
     if (EqualsIgnoreAsciiCase(known, field)) {
       known_value = std::move(content);
@@ -152,7 +152,7 @@ HRESULT HttpRequestImpl::AddHeader(const char16_t* name, const char16_t* value) 
 HRESULT HttpRequestImpl::SetContentType(const char16_t* contentType) {
   std::u16string_view text = contentType == nullptr ? std::u16string_view() : contentType;
   if (!IsFieldValue(text)) return E_INVALIDARG;
-  contentType_ = ToUtf8(text);
+  contentType_ = WideToUtf8(text);
   return S_OK;
 }
 

@@ -319,7 +319,7 @@ HRESULT MibConnectionImpl::SetValue(const char16_t* oidText, const VARIANT* valu
 
 HRESULT MibConnectionImpl::SetCommunity(const char16_t* community) {
   std::lock_guard<std::mutex> lock(mutex_);
-  std::string text = ToUtf8(community);
+  std::string text = WideToUtf8(community);
   settings_.community = text.empty() ? SnmpSettings().community : text;
   return OpenSessionNoLock();
 }

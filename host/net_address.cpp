@@ -64,14 +64,14 @@ NetAddressImpl::NetAddressImpl(std::u16string host)
     : hostText_(std::move(host)), host_(ParseHostName(hostText_)), probeText_(hostText_) {
   if (!host_ || host_->ipv6 || IsAddressLiteral(host_->text)) return;
   std::string resolved = ResolveForProbe(host_->text, &resolveError_);
-  if (!resolved.empty()) probeText_ = ToUtf16(resolved);
+  if (!resolved.empty()) probeText_ = Utf8ToWide(resolved);
 }
 
 NetAddressImpl::~NetAddressImpl() = default;
 
 const char16_t* NetAddressImpl::GetCommunityName() {
   std::lock_guard<std::mutex> lock(mutex_);
-  community16_ = ToUtf16(snmp_.community);
+  community16_ = Utf8ToWide(snmp_.community);
   return community16_.c_str();
 }
 

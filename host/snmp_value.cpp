@@ -118,7 +118,7 @@ HRESULT VariableToVariant(const netsnmp_variable_list& variable, VARIANT* value)
       std::string_view text = bytes;
       while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
       bool utf8 = IsValidUtf8(text);
-      if (IsPrintable(text, utf8)) return SetText(value, utf8 ? ToUtf16(text) : FromLatin1(text));
+      if (IsPrintable(text, utf8)) return SetText(value, utf8 ? Utf8ToWide(text) : FromLatin1(text));
       return SetBytes(value, data, bytes.size());
     }
     case ASN_OPAQUE:
@@ -168,7 +168,7 @@ std::optional<SnmpSetValue> VariantToSetValue(const VARIANT& value) {
       return out;
     case VT_BSTR:
       out.type = ASN_OCTET_STR;
-      if (value.bstrVal != nullptr) out.bytes = ToUtf8(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal)));
+      if (value.bstrVal != nullptr) out.bytes = WideToUtf8(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal)));
       return out;
     case VT_ARRAY | VT_UI1: {
       out.type = ASN_OCTET_STR;

@@ -5,20 +5,17 @@
 #include <string>
 #include <string_view>
 
-// The two conversions below are also exported to hosts; declaring them from the
-// public header first gives their definitions its visibility.
+// ToUtf8/ToUtf16 are exported to hosts (the tool among them); declaring them
+// from the public header first gives their definitions its visibility.
 #include "norvane/host.h"
+#include "platform/utf.h"
 
 namespace NorvaneHost {
 
-// Unpaired surrogates become U+FFFD.
-std::string ToUtf8(std::u16string_view text);
-// Invalid or overlong sequences become U+FFFD.
-std::u16string ToUtf16(std::string_view text);
-// Null gives an empty string.
-std::string ToUtf8(const char16_t* text);
+using QxUtils::IsValidUtf8;
+using QxUtils::Utf8ToWide;
+using QxUtils::WideToUtf8;
 
-bool IsValidUtf8(std::string_view text);
 bool EqualsIgnoreAsciiCase(std::string_view a, std::string_view b);
 std::string_view TrimSpaces(std::string_view text);
 

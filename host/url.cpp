@@ -34,7 +34,7 @@ bool IsValidIpv6(const std::string& text) {
 }  // namespace
 
 std::optional<HostName> ParseHostName(std::u16string_view text) {
-  std::string host = ToUtf8(text);
+  std::string host = WideToUtf8(text);
   if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
     host = host.substr(1, host.size() - 2);
     if (!IsValidIpv6(host)) return std::nullopt;

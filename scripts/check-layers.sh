@@ -16,15 +16,8 @@ rank() {
 # Known crossings, each with the reason it is still there. The registry store
 # logs when it sets a damaged value file aside, yet the logging reads its own
 # settings from that store: the notice has to move up to the caches that call it.
-# The XML layer and the registry format still reach the text conversion through
-# support/string_utils.h until it moves into platform.
 allowed=(
   "src/platform/registry.cpp support/log.h"
-  "src/platform/registry.cpp support/string_utils.h"
-  "src/platform/registry_format.cpp support/string_utils.h"
-  "src/platform/xml_nodes.cpp support/string_utils.h"
-  "src/platform/xml_xpath.cpp support/string_utils.h"
-  "src/platform/xml_load.cpp support/string_utils.h"
 )
 is_allowed() {
   local entry
@@ -49,7 +42,7 @@ for layer in "${layers[@]}"; do
 done
 
 # The host and the tools sit beside the library: its public headers, plus the
-# one shared text conversion the host may link in its own copy of.
+# one shared text conversion the host links in its own copy of.
 while IFS= read -r -d '' file; do
   while IFS= read -r target; do
     case "$target" in

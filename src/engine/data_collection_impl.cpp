@@ -5,7 +5,6 @@
 #include "ipp/ipp_provider_impl.h"
 #include "norvane/cache.h"
 #include "platform/clock.h"
-#include "platform/com_runtime.h"
 #include "platform/xml.h"
 #include "support/expiry.h"
 #include "support/log.h"
@@ -16,14 +15,6 @@ QX_LOG_SOURCE_FILE()
 namespace Norvane {
 
 namespace {
-
-void LogRuntimeInit(QxLogging::CLogFunction& qxLog_, HRESULT hr) {
-  if (hr == S_OK) {
-    QX_LOG(QxLogging::kStandout, "CoInitialize Passed");
-  } else {
-    QX_LOG(QxLogging::kStandout, "CoInitialize returned %x", static_cast<unsigned>(hr));
-  }
-}
 
 // The identity text of a device: what follows "uuid:" when present.
 std::u16string IdentityText(const Variant& identity) {
@@ -38,8 +29,7 @@ std::u16string IdentityText(const Variant& identity) {
 
 DataCollectionImpl::DataCollectionImpl() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::DataCollectionImpl");
-  runtimeInit_ = CoInitialize();
-  LogRuntimeInit(qxLog_, runtimeInit_);
+  runtime_.emplace(&qxLog_);
 }
 
 DataCollectionImpl::~DataCollectionImpl() {
@@ -51,36 +41,26 @@ DataCollectionImpl::~DataCollectionImpl() {
   }
   ForgetIndex();
   values_.clear();
-  if (runtimeInit_ == S_OK || runtimeInit_ == S_FALSE) CoUninitialize();
 }
 
 HRESULT DataCollectionImpl::CreateFromFile(Address* address, const char16_t* path, DataCollection** collection,
                                            ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::CreateFromFile");
-  HRESULT init = CoInitialize();
-  LogRuntimeInit(qxLog_, init);
-  HRESULT hr;
-  {
-    Xml::DocumentPtr document;
-    // No document named is a caller's error; a document that cannot be read is not.
-    hr = path == nullptr ? E_FAIL : Xml::LoadFile(path, &document);
-    if (hr == S_OK) hr = CreateFromDOM(address, reinterpret_cast<xmlNode*>(document.get()), collection, cache);
-  }
-  if (init == S_OK || init == S_FALSE) CoUninitialize();
+  ComponentRuntimeScope runtime(&qxLog_);
+  Xml::DocumentPtr document;
+  // No document named is a caller's error; a document that cannot be read is not.
+  HRESULT hr = path == nullptr ? E_FAIL : Xml::LoadFile(path, &document);
+  if (hr == S_OK) hr = CreateFromDOM(address, reinterpret_cast<xmlNode*>(document.get()), collection, cache);
   return hr;
 }
 
 HRESULT DataCollectionImpl::CreateFromXML(Address* address, const char16_t* text, DataCollection** collection,
                                           ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::CreateFromXML");
-  HRESULT init = CoInitialize();
-  HRESULT hr;
-  {
-    Xml::DocumentPtr document;
-    hr = text == nullptr ? E_FAIL : Xml::LoadText(text, &document);
-    if (hr == S_OK) hr = CreateFromDOM(address, reinterpret_cast<xmlNode*>(document.get()), collection, cache);
-  }
-  if (init == S_OK || init == S_FALSE) CoUninitialize();
+  ComponentRuntimeScope runtime;
+  Xml::DocumentPtr document;
+  HRESULT hr = text == nullptr ? E_FAIL : Xml::LoadText(text, &document);
+  if (hr == S_OK) hr = CreateFromDOM(address, reinterpret_cast<xmlNode*>(document.get()), collection, cache);
   return hr;
 }
 

@@ -3,6 +3,7 @@
 // pick the first data map whose protocol the device answers.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,7 @@
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "norvane/values.h"
+#include "support/runtime_scope.h"
 
 typedef struct _xmlNode xmlNode;
 
@@ -62,7 +64,7 @@ class DataCollectionImpl : public DataCollection {
   // values_ by key for GetValue; built at the first lookup after the table
   // changed other than through StoreValue.
   ValueIndex index_;
-  HRESULT runtimeInit_;
+  std::optional<ComponentRuntimeScope> runtime_;
 };
 
 }  // namespace Norvane

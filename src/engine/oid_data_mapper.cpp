@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/com_runtime.h"
 #include "support/log.h"
 #include "support/string_utils.h"
 
@@ -72,18 +71,13 @@ OIDDataMapper::OIDDataMapper(OIDProvider* provider, DataMapSpec* dataMap) : prov
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::OIDDataMapper::OIDDataMapper");
   if (provider_ != nullptr) provider_->AddRef();
   if (dataMap_ != nullptr) dataMap_->AddRef();
-  runtimeInit_ = CoInitialize();
-  if (runtimeInit_ == S_OK) {
-    QX_LOG(QxLogging::kStandout, "CoInitialize Passed");
-  } else {
-    QX_LOG(QxLogging::kStandout, "CoInitialize returned %x", static_cast<unsigned>(runtimeInit_));
-  }
+  runtime_.emplace(&qxLog_);
 }
 
 OIDDataMapper::~OIDDataMapper() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::OIDDataMapper::~OIDDataMapper");
   if (dataMap_ != nullptr) dataMap_->Dispose();
-  if (runtimeInit_ == S_OK || runtimeInit_ == S_FALSE) CoUninitialize();
+  runtime_.reset();
   if (provider_ != nullptr) provider_->Dispose();
 }
 

@@ -73,7 +73,7 @@ class OIDDataMapper : public DisposableObject<DataCollectionImpl> {
 
   OIDProvider* provider_;
   DataMapSpec* dataMap_;
-  HRESULT runtimeInit_ = E_FAIL;
+  std::optional<ComponentRuntimeScope> runtime_;
 };
 
 }  // namespace Norvane

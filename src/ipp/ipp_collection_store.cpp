@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "ipp/ipp_variant.h"
+#include "platform/unique_fd.h"
 
 namespace Norvane {
 
@@ -79,18 +80,6 @@ int64_t LeadingDecimal(std::string_view text) {
     number = number * 10 + (text[i] - '0');
   }
   return negative ? -number : number;
-}
-
-void WriteAll(int fd, const std::string& text) {
-  const char* p = text.data();
-  size_t left = text.size();
-  while (left > 0) {
-    ssize_t n = ::write(fd, p, left);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;
-    p += n;
-    left -= static_cast<size_t>(n);
-  }
 }
 
 }  // namespace
@@ -342,14 +331,13 @@ void IppCollectionStore::Dump(const std::string& directory) const {
   for (int32_t index : list_) {
     const Record& record = records_[static_cast<size_t>(index)];
     std::string path = directory + "/" + IppDumpFileName(Text(record.nameOffset, record.nameLength)) + ".xml";
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644);
-    if (fd < 0) continue;
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (!fd.valid()) continue;
     struct stat info;
     std::string text;
-    if (::fstat(fd, &info) == 0 && info.st_size == 0) text = "<SOC>";
+    if (::fstat(fd.get(), &info) == 0 && info.st_size == 0) text = "<SOC>";
     DumpRecord(index, &text);
-    WriteAll(fd, text);
-    ::close(fd);
+    WriteAll(fd.get(), text);
   }
 }
 

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include "ipp/ipp_operations.h"
+#include "ipp/ipp_tags.h"
 #include "support/log.h"
 
 QX_LOG_SOURCE_FILE()
@@ -22,28 +23,6 @@ namespace {
 
 constexpr uint16_t kMaxNameOrValue = 1023;
 constexpr int32_t kStatusNotPossible = 0x0404;  // client-error-not-possible
-
-// IPP tags the decoder tells apart.
-enum : uint8_t {
-  kTagEnd = 0x03,
-  kTagFirstValue = 0x10,
-  kTagInteger = 0x21,
-  kTagBoolean = 0x22,
-  kTagEnum = 0x23,
-  kTagOctetString = 0x30,
-  kTagDateTime = 0x31,
-  kTagResolution = 0x32,
-  kTagRange = 0x33,
-  kTagBeginCollection = 0x34,
-  kTagTextWithLanguage = 0x35,
-  kTagNameWithLanguage = 0x36,
-  kTagEndCollection = 0x37,
-  kTagText = 0x41,
-  kTagName = 0x42,
-  kTagKeyword = 0x44,
-  kTagMimeType = 0x49,
-  kTagMemberName = 0x4A,
-};
 
 // The unread part of a response. Take hands out the next bytes only when that
 // many remain, and keeps the owner's bytes-remaining count current.

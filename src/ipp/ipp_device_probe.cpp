@@ -15,38 +15,32 @@
 #include <string>
 
 #include "ipp/ipp_provider_impl.h"
+#include "platform/unique_fd.h"
 #include "support/string_utils.h"
 
 namespace Norvane {
 
 namespace {
 
-struct SocketCloser {
-  int fd;
-  ~SocketCloser() {
-    if (fd >= 0) close(fd);
-  }
-};
-
 // Connects within `timeoutMs`; 0, or the socket error.
 int ConnectWithin(const sockaddr* address, socklen_t length, uint32_t timeoutMs) {
-  SocketCloser s{socket(address->sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP)};
-  if (s.fd < 0) return errno;
-  if (connect(s.fd, address, length) == 0) return 0;
+  UniqueFd s(socket(address->sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
+  if (s.get() < 0) return errno;
+  if (connect(s.get(), address, length) == 0) return 0;
   if (errno != EINPROGRESS) return errno;
 
   auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) return ETIMEDOUT;
-    pollfd p{s.fd, POLLOUT, 0};
+    pollfd p{s.get(), POLLOUT, 0};
     int ready = poll(&p, 1, static_cast<int>(left.count()));
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) return errno;
     if (ready == 0) return ETIMEDOUT;
     int error = 0;
     socklen_t size = sizeof error;
-    if (getsockopt(s.fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
+    if (getsockopt(s.get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
     return error;
   }
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ipp/ipp_operations.h"
+#include "ipp/ipp_tags.h"
 #include "ipp/ipp_request_attributes.h"
 #include "support/log.h"
 
@@ -13,27 +14,6 @@ QX_LOG_SOURCE_FILE()
 namespace Norvane {
 
 namespace {
-
-// IPP delimiter and value tags used by the encoder.
-enum : uint8_t {
-  kTagOperationGroup = 0x01,
-  kTagJobGroup = 0x02,
-  kTagEnd = 0x03,
-  kTagInteger = 0x21,
-  kTagBoolean = 0x22,
-  kTagEnum = 0x23,
-  kTagOctetString = 0x30,
-  kTagResolution = 0x32,
-  kTagRange = 0x33,
-  kTagText = 0x41,
-  kTagName = 0x42,
-  kTagKeyword = 0x44,
-  kTagUri = 0x45,
-  kTagUriScheme = 0x46,
-  kTagCharset = 0x47,
-  kTagLanguage = 0x48,
-  kTagMimeType = 0x49,
-};
 
 constexpr uint32_t kErrorPathNotFound = 4306;
 

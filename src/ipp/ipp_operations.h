@@ -126,7 +126,7 @@ class IPPOperations {
   // Writes "requested-attributes" naming `name`, with the tag the
   // attribute-name table gives it.
   virtual HRESULT AddAttributeBasedOnType(const char* name, uint8_t* buffer, int32_t* offset);
-  // Kind of `name` in the attribute-name table; kIppKindText with tag 0x44
+  // Kind of `name` in the attribute-name table; kIppKindText with tag kTagKeyword
   // when the name is not listed.
   virtual int GetTypeOfAttribute(const char* name, uint8_t* valueTag);
 

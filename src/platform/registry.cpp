@@ -15,8 +15,9 @@
 
 #include "platform/clock.h"
 #include "platform/registry_changes.h"
+#include "platform/unique_fd.h"
+#include "platform/utf.h"
 #include "support/log.h"
-#include "support/string_utils.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -75,26 +76,16 @@ int MakeDirectories(const std::string& path) {
   return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
 }
 
-struct Fd {
-  int fd = -1;
-  explicit Fd(int f) : fd(f) {}
-  ~Fd() {
-    if (fd >= 0) close(fd);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-};
-
 long ReadFile(const std::string& path, std::string* out) {
-  Fd f(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  if (f.fd < 0) return errno == ENOENT ? kNotFound : FromErrno(errno);
+  UniqueFd f(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (f.get() < 0) return errno == ENOENT ? kNotFound : FromErrno(errno);
   struct stat st{};
-  if (fstat(f.fd, &st) != 0) return FromErrno(errno);
+  if (fstat(f.get(), &st) != 0) return FromErrno(errno);
   if (!S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > kMaxFileBytes) return kInvalidData;
   out->clear();
   char buffer[65536];
   for (;;) {
-    ssize_t n = read(f.fd, buffer, sizeof buffer);
+    ssize_t n = read(f.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return FromErrno(errno);
     if (n == 0) break;
@@ -102,17 +93,6 @@ long ReadFile(const std::string& path, std::string* out) {
     if (out->size() > kMaxFileBytes) return kInvalidData;
   }
   return kSuccess;
-}
-
-bool WriteAll(int fd, const std::string& data) {
-  size_t done = 0;
-  while (done < data.size()) {
-    ssize_t n = write(fd, data.data() + done, data.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
 }
 
 long LoadValues(const std::string& directory, ValueList* values) {
@@ -133,9 +113,9 @@ long ReplaceValueFile(const std::string& directory, const ValueList& values) {
   std::string text = FormatValues(values);
   if (text.size() > kMaxFileBytes) return kNoResources;
   {
-    Fd f(open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
-    if (f.fd < 0) return FromErrno(errno);
-    if (!WriteAll(f.fd, text) || fsync(f.fd) != 0) {
+    UniqueFd f(open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (f.get() < 0) return FromErrno(errno);
+    if (!WriteAll(f.get(), text) || fsync(f.get()) != 0) {
       int e = errno;
       unlink(tmp.c_str());
       return FromErrno(e);
@@ -146,8 +126,8 @@ long ReplaceValueFile(const std::string& directory, const ValueList& values) {
     unlink(tmp.c_str());
     return FromErrno(e);
   }
-  Fd dir(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (dir.fd >= 0) fsync(dir.fd);
+  UniqueFd dir(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir.get() >= 0) fsync(dir.get());
   return kSuccess;
 }
 
@@ -245,9 +225,9 @@ long ResolveKey(Hive hive, std::u16string_view path, bool create, std::string* d
     }
     if (!create) return kNotFound;
     // Two creators of one key in different cases must end with one directory.
-    Fd parent(open(at.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent.fd < 0) return FromErrno(errno);
-    while (flock(parent.fd, LOCK_EX) != 0) {
+    UniqueFd parent(open(at.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (parent.get() < 0) return FromErrno(errno);
+    while (flock(parent.get(), LOCK_EX) != 0) {
       if (errno != EINTR) return FromErrno(errno);
     }
     if (FindSubdirectory(at, component, &found)) {
@@ -311,9 +291,9 @@ long Key::QueryValue(std::u16string_view name, Value* value) const {
 template <class Change>
 long Key::Update(Change change) {
   if (!IsOpen()) return kInvalidParameter;
-  Fd lock(open((directory_ + "/" + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
-  if (lock.fd < 0) return FromErrno(errno);
-  while (flock(lock.fd, LOCK_EX) != 0) {
+  UniqueFd lock(open((directory_ + "/" + kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (lock.get() < 0) return FromErrno(errno);
+  while (flock(lock.get(), LOCK_EX) != 0) {
     if (errno != EINTR) return FromErrno(errno);
   }
   RemoveStaleTemporaries(directory_);
@@ -327,7 +307,7 @@ long Key::Update(Change change) {
     rc = change(&values);
     if (rc == kSuccess) rc = ReplaceValueFile(directory_, values);
   }
-  flock(lock.fd, LOCK_UN);
+  flock(lock.get(), LOCK_UN);
   if (rc == kSuccess) NoteStoreChanged(directory_);
   return rc;
 }

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <unordered_map>
 
-#include "support/string_utils.h"
+#include "platform/utf.h"
 
 namespace Norvane::Registry {
 

@@ -5,7 +5,7 @@
 #include <libxml/entities.h>
 
 #include "platform/xml.h"
-#include "support/string_utils.h"
+#include "platform/utf.h"
 
 namespace Norvane::Xml {
 

@@ -7,7 +7,7 @@
 
 #include "platform/xml.h"
 #include "platform/xml_errors.h"
-#include "support/string_utils.h"
+#include "platform/utf.h"
 
 namespace Norvane::Xml {
 

@@ -4,13 +4,9 @@
 #include <string>
 #include <string_view>
 
-namespace QxUtils {
+#include "platform/utf.h"
 
-// Invalid sequences become U+FFFD; null gives an empty string.
-std::u16string Utf8ToWide(const char* text);
-std::u16string Utf8ToWide(std::string_view text);
-std::string WideToUtf8(const char16_t* text);
-std::string WideToUtf8(std::u16string_view text);
+namespace QxUtils {
 
 // A heap copy (length + 1 characters) to be released with FreeString; null when
 // memory runs out or text is null.

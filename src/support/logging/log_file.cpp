@@ -12,37 +12,13 @@
 
 #include "platform/debug_output.h"
 #include "platform/sync.h"
+#include "platform/unique_fd.h"
 #include "support/logging/process_facts.h"
 #include "support/string_utils.h"
 
 namespace QxLogging {
 
 namespace {
-
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-bool WriteAll(int fd, const std::string& bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
-}
 
 // Opens for appending, remembering which file the descriptor holds.
 bool OpenKept(CLogFile* file, const std::string& name) {
@@ -167,7 +143,7 @@ bool StartLogFile(CLogFile* file, uint32_t options) {
     }
   }
   int flags = O_WRONLY | O_CREAT | O_CLOEXEC | ((options & kOptReplaceOnStart) ? O_TRUNC : 0);
-  Fd fd(open(target.c_str(), flags, 0644));
+  Norvane::UniqueFd fd(open(target.c_str(), flags, 0644));
   if (fd.get() < 0) return false;
   char resolved[PATH_MAX];
   file->name = realpath(target.c_str(), resolved) != nullptr ? std::string(resolved) : target;
@@ -196,17 +172,17 @@ AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& 
     if (!file->queued.empty()) {
       file->queued.push_back(ToUtf16Le("--- Queued Lines End ---\r\n"));
       for (const std::string& queued : file->queued) {
-        if (WriteAll(fd, queued)) length += queued.size();
+        if (Norvane::WriteAll(fd, queued)) length += queued.size();
       }
       file->queued.clear();
     }
-    if (WriteAll(fd, bytes)) {
+    if (Norvane::WriteAll(fd, bytes)) {
       length += bytes.size();
       result = AppendResult::Written;
     }
   }
   if (limit != 0 && length >= limit) {
-    WriteAll(fd, ToUtf16Le("*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + moduleName + " MODULE ***"));
+    Norvane::WriteAll(fd, ToUtf16Le("*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + moduleName + " MODULE ***"));
     result = AppendResult::LimitReached;
     if ((options & kOptReplaceOnStart) && (options & kOptUniqueName)) {
       file->startPending = true;
