@@ -10,6 +10,7 @@
 #include "norvane/datamap.h"
 #include "platform/xml.h"
 #include "support/log.h"
+#include "support/ref.h"
 #include "support/string_utils.h"
 
 QX_LOG_SOURCE_FILE()
@@ -76,35 +77,31 @@ DataMapSpec::~DataMapSpec() {
 DataMapSpec* DataMapSpec::CreateDataMapSpec() { return DataMapDetail::Created(new (std::nothrow) DataMapSpec()); }
 
 DataMapSpec* DataMapSpec::CreateDataMapSpec(DataMapTypeEnum type) {
-  DataMapSpec* spec = CreateDataMapSpec();
-  if (type > DataMapTypeNone && type <= DataMapTypeOID) {
+  auto spec = QxUtils::AdoptRef(CreateDataMapSpec());
+  if (spec && type > DataMapTypeNone && type <= DataMapTypeOID) {
     try {
       spec->protocol_ = kProtocols[type];
     } catch (const std::bad_alloc&) {
-      spec->DisposeImpl();
       throw ComError(E_OUTOFMEMORY);
     }
   }
-  return spec;
+  return spec.Release();
 }
 
 DataMapSpec* DataMapSpec::CreateDataMapSpec(const xmlNode* element) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataMapSpec::CreateDataMapSpec");
-  DataMapSpec* spec = CreateDataMapSpec();
+  auto spec = QxUtils::AdoptRef(CreateDataMapSpec());
+  if (!spec) return nullptr;
   try {
     spec->Build(element);
   } catch (const std::bad_alloc&) {
-    spec->DisposeImpl();
     throw ComError(E_OUTOFMEMORY);
-  } catch (...) {
-    spec->DisposeImpl();
-    throw;
   }
   if (qxLog_.Enabled(QxLogging::kInfo)) {
     QX_LOG(QxLogging::kInfo, "Data map \"%s\" with %d items", QxUtils::WideToUtf8(spec->protocol_).c_str(),
            spec->SizeOf());
   }
-  return spec;
+  return spec.Release();
 }
 
 void DataMapSpec::Build(const xmlNode* element) {

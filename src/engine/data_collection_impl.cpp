@@ -36,8 +36,7 @@ DataCollectionImpl::~DataCollectionImpl() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::~DataCollectionImpl");
   if (cache_ != nullptr) {
     cache_->SetDataValues(values_);
-    cache_->Dispose();
-    cache_ = nullptr;
+    cache_.Reset();
   }
   ForgetIndex();
   values_.clear();
@@ -99,7 +98,7 @@ HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollect
   }
   if (chosen.mapper == nullptr) return E_FAIL;
 
-  DataCollectionImpl* mapper = chosen.mapper;
+  auto mapper = QxUtils::AdoptRef(chosen.mapper);
   if (cache != nullptr) mapper->SetCache(cache);
   if (registryCache != nullptr && chosen.identityRead) {
     std::u16string identity = IdentityText(chosen.identity);
@@ -107,25 +106,18 @@ HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollect
   }
   if (cache != nullptr) mapper->PopulateValueFromCache(cache, dataMap);
   mapper->LoadStaticValues(dataMap);
-  if (collection != nullptr) {
-    *collection = mapper;
-  } else {
-    mapper->Dispose();
-  }
+  if (collection != nullptr) *collection = mapper.Release();
   return S_OK;
 }
 
 HRESULT DataCollectionImpl::IsPrintContractDevice(Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::IsPrintContractDevice");
   if (address == nullptr) return E_FAIL;
-  IPPProviderImpl* provider = IPPProviderImpl::Create(address, "/ipp/printer", false, kIppDefaultSecurityFlags);
-  if (provider == nullptr) return E_FAIL;
+  auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address, "/ipp/printer", false, kIppDefaultSecurityFlags));
+  if (!provider) return E_FAIL;
   Variant version;
-  HRESULT hr = provider->GetValue("qv-pc-version-major", version.Ptr()) == S_OK && version.Type() != VT_EMPTY
-                   ? S_OK
-                   : E_FAIL;
-  provider->Dispose();
-  return hr;
+  return provider->GetValue("qv-pc-version-major", version.Ptr()) == S_OK && version.Type() != VT_EMPTY ? S_OK
+                                                                                                     : E_FAIL;
 }
 
 HRESULT DataCollectionImpl::PopulateValueFromCache(ICacheProvider* cache, DataMapSpec* dataMap) {
@@ -143,10 +135,7 @@ HRESULT DataCollectionImpl::PopulateValueFromCache(ICacheProvider* cache, DataMa
 }
 
 void DataCollectionImpl::SetCache(ICacheProvider* cache) {
-  if (cache == cache_) return;
-  if (cache != nullptr) cache->AddRef();
-  if (cache_ != nullptr) cache_->Dispose();
-  cache_ = cache;
+  if (cache != cache_.get()) cache_ = QxUtils::ShareRef(cache);
 }
 
 const CachedValue* DataCollectionImpl::FindValue(std::u16string_view key) {

@@ -13,6 +13,7 @@
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "norvane/values.h"
+#include "support/ref.h"
 #include "support/runtime_scope.h"
 
 typedef struct _xmlNode xmlNode;
@@ -48,7 +49,7 @@ class DataCollectionImpl : public DataCollection {
   HRESULT PopulateValueFromCache(ICacheProvider* cache, DataMapSpec* dataMap);
   // Keeps the cache (one reference) to hand it the table at destruction.
   void SetCache(ICacheProvider* cache);
-  ICacheProvider* GetCache() const { return cache_; }
+  ICacheProvider* GetCache() const { return cache_.get(); }
   const ValueTable& GetValueTable() const { return values_; }
 
  protected:
@@ -59,7 +60,7 @@ class DataCollectionImpl : public DataCollection {
   const CachedValue* FindValue(std::u16string_view key);
   void ForgetIndex() { index_.Clear(); }
 
-  ICacheProvider* cache_ = nullptr;
+  QxUtils::Ref<ICacheProvider> cache_;
   ValueTable values_;
   // values_ by key for GetValue; built at the first lookup after the table
   // changed other than through StoreValue.

@@ -19,15 +19,10 @@ constexpr std::u16string_view kGetJobAttributes = u"Get-Job-Attributes";
 
 }  // namespace
 
-IPPDataMapper::IPPDataMapper(IPPProvider* provider, DataMapSpec* dataMap) : provider_(provider), dataMap_(dataMap) {
-  provider_->AddRef();
-  dataMap_->AddRef();
-}
+IPPDataMapper::IPPDataMapper(IPPProvider* provider, DataMapSpec* dataMap)
+    : provider_(QxUtils::ShareRef(provider)), dataMap_(QxUtils::ShareRef(dataMap)) {}
 
-IPPDataMapper::~IPPDataMapper() {
-  provider_->Dispose();
-  dataMap_->Dispose();
-}
+IPPDataMapper::~IPPDataMapper() = default;
 
 IPPDataMapper* IPPDataMapper::Create(IPPProvider* provider, DataMapSpec* dataMap) {
   if (provider == nullptr || dataMap == nullptr) return nullptr;

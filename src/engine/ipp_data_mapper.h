@@ -8,6 +8,7 @@
 #include "norvane/datamap.h"
 #include "norvane/disposable.h"
 #include "norvane/interfaces.h"
+#include "support/ref.h"
 
 namespace Norvane {
 
@@ -28,8 +29,8 @@ class IPPDataMapper : public DisposableObject<DataCollectionImpl> {
   IPPDataMapper(IPPProvider* provider, DataMapSpec* dataMap);
   ~IPPDataMapper() override;
 
-  IPPProvider* provider_;
-  DataMapSpec* dataMap_;
+  QxUtils::Ref<IPPProvider> provider_;
+  QxUtils::Ref<DataMapSpec> dataMap_;
 };
 
 }  // namespace Norvane

@@ -67,18 +67,17 @@ std::u16string Decimal(int32_t number) {
 
 }  // namespace
 
-OIDDataMapper::OIDDataMapper(OIDProvider* provider, DataMapSpec* dataMap) : provider_(provider), dataMap_(dataMap) {
+OIDDataMapper::OIDDataMapper(OIDProvider* provider, DataMapSpec* dataMap)
+    : provider_(QxUtils::ShareRef(provider)), dataMap_(QxUtils::ShareRef(dataMap)) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::OIDDataMapper::OIDDataMapper");
-  if (provider_ != nullptr) provider_->AddRef();
-  if (dataMap_ != nullptr) dataMap_->AddRef();
   runtime_.emplace(&qxLog_);
 }
 
 OIDDataMapper::~OIDDataMapper() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::OIDDataMapper::~OIDDataMapper");
-  if (dataMap_ != nullptr) dataMap_->Dispose();
+  dataMap_.Reset();
   runtime_.reset();
-  if (provider_ != nullptr) provider_->Dispose();
+  provider_.Reset();
 }
 
 OIDDataMapper* OIDDataMapper::Create(OIDProvider* provider, DataMapSpec* dataMap) {

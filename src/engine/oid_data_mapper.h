@@ -20,6 +20,7 @@
 #include "norvane/com.h"
 #include "norvane/datamap.h"
 #include "norvane/interfaces.h"
+#include "support/ref.h"
 
 namespace Norvane {
 
@@ -71,8 +72,8 @@ class OIDDataMapper : public DisposableObject<DataCollectionImpl> {
   static Variant Converted(const NvoDataItem& item, const VARIANT& raw);
   void Store(const std::u16string& key, const Variant& value, const DataItemSpec& item);
 
-  OIDProvider* provider_;
-  DataMapSpec* dataMap_;
+  QxUtils::Ref<OIDProvider> provider_;
+  QxUtils::Ref<DataMapSpec> dataMap_;
   std::optional<ComponentRuntimeScope> runtime_;
 };
 

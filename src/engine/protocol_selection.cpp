@@ -86,21 +86,21 @@ DataCollectionImpl* OpenIpp(Address* address, DataMapSpec* dataMap, bool wantIde
   if (auto* params = dynamic_cast<IPPDataItemSpec*>(dataMap->GetDataItemSpec(u"IPPParams"))) {
     resource = QxUtils::WideToUtf8(params->GetResourceUri());
   }
-  IPPProviderImpl* provider = IPPProviderImpl::Create(address, resource.c_str(), false, kIppDefaultSecurityFlags);
-  if (provider == nullptr) return nullptr;
-  DataCollectionImpl* mapper = IPPDataMapper::Create(provider, dataMap);
+  auto provider =
+      QxUtils::AdoptRef(IPPProviderImpl::Create(address, resource.c_str(), false, kIppDefaultSecurityFlags));
+  if (!provider) return nullptr;
+  DataCollectionImpl* mapper = IPPDataMapper::Create(provider.get(), dataMap);
   if (mapper != nullptr && wantIdentity) {
     // Whatever the provider leaves in the variant is the identity, whatever it answers.
     provider->GetValue("printer-uuid", attempt->identity.Ptr());
     attempt->identityRead = true;
   }
-  provider->Dispose();
   return mapper;
 }
 DataCollectionImpl* OpenOid(Address* address, DataMapSpec* dataMap, bool wantIdentity, ProtocolAttempt* attempt) {
-  OIDProviderImpl* provider = OIDProviderImpl::Create(address);
-  if (provider == nullptr) return nullptr;
-  DataCollectionImpl* mapper = OIDDataMapper::Create(provider, dataMap);
+  auto provider = QxUtils::AdoptRef(OIDProviderImpl::Create(address));
+  if (!provider) return nullptr;
+  DataCollectionImpl* mapper = OIDDataMapper::Create(provider.get(), dataMap);
   if (mapper != nullptr && wantIdentity) {
     // The device's serial number in the maker's private MIB.
     Variant identity;
@@ -109,7 +109,6 @@ DataCollectionImpl* OpenOid(Address* address, DataMapSpec* dataMap, bool wantIde
       attempt->identityRead = true;
     }
   }
-  provider->Dispose();
   return mapper;
 }
 

@@ -23,15 +23,7 @@ HRESULT StoreNonEmpty(std::optional<std::basic_string<Char>>* field, const Char*
 
 IPPOperations::IPPOperations(Address* address) : address_(address) {}
 
-IPPOperations::~IPPOperations() {
-  if (request_ != nullptr) request_->Dispose();
-  DisposeStreamRequest();
-}
-
-void IPPOperations::DisposeStreamRequest() {
-  if (streamRequest_ != nullptr) streamRequest_->Dispose();
-  streamRequest_ = nullptr;
-}
+IPPOperations::~IPPOperations() = default;
 
 HRESULT IPPOperations::SetAttributeName(const char* name) { return StoreNonEmpty(&attributeName_, name); }
 const char* IPPOperations::GetAttributeName() const { return IppText::Get(attributeName_); }

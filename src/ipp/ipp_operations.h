@@ -23,6 +23,7 @@
 #include "norvane/ipp.h"
 #include "norvane/platform.h"
 #include "norvane/transport.h"
+#include "support/ref.h"
 
 namespace Norvane {
 
@@ -228,7 +229,8 @@ class IPPOperations {
   HRESULT AddCancelJobAttr(uint8_t* buffer, IPPRequestBase* attributes, int32_t* offset);
   HRESULT AddJobCreationAttr(uint8_t* buffer, uint32_t operation, IPPRequestBase* attributes, int32_t* offset);
   HRESULT ReadFinalResponse(HTTPRequest* request, HTTPResponse** response);
-  void DisposeStreamRequest();
+  // Sends `operation` on request_, which the caller has just created.
+  HRESULT PostRequest(uint32_t operation, HTTPResponse** response, IPPRequestBase* attributes);
   void DumpCollections() const;
 
   Address* address_;
@@ -243,8 +245,8 @@ class IPPOperations {
   std::optional<std::u16string> printerURI_;
   std::optional<std::string> attributeName_;
   std::optional<std::string> requestingUserName_;
-  HTTPRequest* request_ = nullptr;
-  HTTPRequest* streamRequest_ = nullptr;
+  QxUtils::Ref<HTTPRequest> request_;
+  QxUtils::Ref<HTTPRequest> streamRequest_;
   std::vector<uint8_t> document_;
   uint32_t documentLength_ = 0;
   uint32_t jobOperationFlag_ = 0;

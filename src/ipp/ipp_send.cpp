@@ -77,27 +77,27 @@ HRESULT IPPOperations::SendIPPRequest(uint32_t operation, HTTPResponse** respons
   }
   // The caller has finished with the previous exchange when it sends the next
   // one, so its request (and the response it owns) can go now.
-  if (request_ != nullptr) {
-    request_->Dispose();
-    request_ = nullptr;
-  }
+  request_.Reset();
 
   uint32_t port = ChoosePort(address_, secure);
   address_->SetSecure(secure);
-  HTTPRequest* request = nullptr;
-  HRESULT hr = address_->CreateRequestEx(&request, port);
-  if (FAILED(hr) || request == nullptr) {
+  HRESULT hr = address_->CreateRequestEx(request_.Out(), port);
+  if (FAILED(hr) || !request_) {
     QX_LOG(QxLogging::kStandout, "failed to create the http request (0x%08X)", hr);
     return E_FAIL;
   }
-  request_ = request;
-  auto release = [this]() {
-    request_->Dispose();
-    request_ = nullptr;
-  };
+  // The encoder reaches the request for credentials, so it is held from here;
+  // a failed exchange keeps nothing, an answered one keeps it for its response.
+  hr = PostRequest(operation, response, attributes);
+  if (hr != S_OK) request_.Reset();
+  return hr;
+}
+
+HRESULT IPPOperations::PostRequest(uint32_t operation, HTTPResponse** response, IPPRequestBase* attributes) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPOperations::PostRequest");
+  HTTPRequest* request = request_.get();
   if (FAILED(request->SetMethod(u"POST"))) {
     QX_LOG(QxLogging::kStandout, "SetMethod failed");
-    release();
     return E_FAIL;
   }
   std::u16string resource = QxUtils::Utf8ToWide(GetResourceURI());
@@ -109,15 +109,11 @@ HRESULT IPPOperations::SendIPPRequest(uint32_t operation, HTTPResponse** respons
   std::vector<uint8_t> buffer;
   if (!AllocateRequestBuffer(documentLength_, &buffer)) {
     QX_LOG(QxLogging::kStandout, "Unable to allocate the request buffer");
-    release();
     return E_FAIL;
   }
   uint32_t length = 0;
-  hr = FormIPPRequestBasedOnOperation(buffer.data(), operation, &length, attributes);
-  if (FAILED(hr)) {
-    release();
-    return hr;
-  }
+  HRESULT hr = FormIPPRequestBasedOnOperation(buffer.data(), operation, &length, attributes);
+  if (FAILED(hr)) return hr;
   if (operation == kIppPrintJob) {
     auto offset = static_cast<int32_t>(length);
     AddPrinterFileBufferToRequestData(buffer.data(), &offset);
@@ -136,7 +132,6 @@ HRESULT IPPOperations::SendIPPRequest(uint32_t operation, HTTPResponse** respons
   }
   DWORD error = reply != nullptr ? reply->GetStatus() : request->GetErrorCode();
   QX_LOG(QxLogging::kStandout, "IPP request %u failed: send 0x%08X, error %u", operation, hr, error);
-  release();
   SetLastError(error);
   return E_FAIL;
 }
@@ -194,7 +189,7 @@ HRESULT IPPOperations::SendPrintJobRequest(HTTPResponse** response, IPPRequestBa
   if (address_ == nullptr) return E_FAIL;
 
   if (streamRequest_ != nullptr) {
-    auto* stream = dynamic_cast<QxHTTPRequestEx*>(streamRequest_);
+    auto* stream = dynamic_cast<QxHTTPRequestEx*>(streamRequest_.get());
     if (stream == nullptr) return E_FAIL;
     if (chunkLength > documentLength_) {
       QX_LOG(QxLogging::kStandout, "Chunk of %u bytes but only %u bytes of data", chunkLength, documentLength_);
@@ -203,21 +198,20 @@ HRESULT IPPOperations::SendPrintJobRequest(HTTPResponse** response, IPPRequestBa
     FrameChunk(document_.data(), chunkLength, &chunk_);
     if (FAILED(stream->WriteChunk(chunk_.data(), static_cast<uint32_t>(chunk_.size()), context))) {
       QX_LOG(QxLogging::kStandout, "WriteChunk failed");
-      DisposeStreamRequest();
+      streamRequest_.Reset();
       return E_FAIL;
     }
     if (chunkLength != 0) return S_OK;
-    return ReadFinalResponse(streamRequest_, response);
+    return ReadFinalResponse(streamRequest_.get(), response);
   }
 
   uint32_t port = ChoosePort(address_, secure);
   address_->SetSecure(secure);
-  HTTPRequest* request = nullptr;
-  if (FAILED(address_->CreateRequestEx(&request, port)) || request == nullptr) {
+  if (FAILED(address_->CreateRequestEx(streamRequest_.Out(), port)) || !streamRequest_) {
     QX_LOG(QxLogging::kStandout, "failed to createhttpRequest");
     return E_FAIL;
   }
-  streamRequest_ = request;
+  HTTPRequest* request = streamRequest_.get();
   if (FAILED(request->SetMethod(u"POST"))) {
     QX_LOG(QxLogging::kStandout, "SetMethod failed");
     return ReadFinalResponse(request, response);
@@ -235,12 +229,12 @@ HRESULT IPPOperations::SendPrintJobRequest(HTTPResponse** response, IPPRequestBa
 
   std::vector<uint8_t> buffer;
   if (!AllocateRequestBuffer(documentLength_, &buffer)) {
-    DisposeStreamRequest();
+    streamRequest_.Reset();
     return E_FAIL;
   }
   uint32_t length = 0;
   if (FAILED(FormIPPRequestBasedOnOperation(buffer.data(), kIppPrintJob, &length, attributes))) {
-    DisposeStreamRequest();
+    streamRequest_.Reset();
     return E_FAIL;
   }
   auto offset = static_cast<int32_t>(length);
@@ -250,7 +244,7 @@ HRESULT IPPOperations::SendPrintJobRequest(HTTPResponse** response, IPPRequestBa
   auto* stream = dynamic_cast<QxHTTPRequestEx*>(request);
   if (stream == nullptr) {
     QX_LOG(QxLogging::kStandout, "The host request cannot stream a body");
-    DisposeStreamRequest();
+    streamRequest_.Reset();
     return E_FAIL;
   }
   request->SetSecurityFlags(securityFlags_);
@@ -259,7 +253,7 @@ HRESULT IPPOperations::SendPrintJobRequest(HTTPResponse** response, IPPRequestBa
     std::vector<uint8_t>().swap(buffer);
     if (FAILED(hr)) {
       QX_LOG(QxLogging::kStandout, "SendBody failed (0x%08X)", hr);
-      DisposeStreamRequest();
+      streamRequest_.Reset();
       return E_FAIL;
     }
     return ReadFinalResponse(request, response);
@@ -273,7 +267,7 @@ HRESULT IPPOperations::SendPrintJobRequest(HTTPResponse** response, IPPRequestBa
   if (SUCCEEDED(hr)) hr = stream->WriteChunk(chunk_.data(), static_cast<uint32_t>(chunk_.size()), context);
   if (FAILED(hr)) {
     QX_LOG(QxLogging::kStandout, "Opening the print stream failed (0x%08X)", hr);
-    DisposeStreamRequest();
+    streamRequest_.Reset();
     return E_FAIL;
   }
   return S_OK;

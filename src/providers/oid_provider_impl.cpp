@@ -72,43 +72,33 @@ std::optional<std::u16string> TextOf(const VARIANT& value) {
 
 }  // namespace
 
-OIDProviderImpl::OIDProviderImpl(MIBConnection* connection) : connection_(connection) {
-  if (connection_ != nullptr) connection_->AddRef();
-}
+OIDProviderImpl::OIDProviderImpl(MIBConnection* connection) : connection_(QxUtils::ShareRef(connection)) {}
 
-OIDProviderImpl::~OIDProviderImpl() {
-  if (connection_ != nullptr) connection_->Dispose();
-}
+OIDProviderImpl::~OIDProviderImpl() = default;
 
 OIDProviderImpl* OIDProviderImpl::Create(Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::OIDProviderImpl::Create");
   if (address == nullptr) return nullptr;
-  MIBConnection* connection = nullptr;
-  HRESULT hr = address->GetMIBConnection(&connection);
-  if (FAILED(hr) || connection == nullptr) {
+  // Only for detection: the provider holds its own reference.
+  QxUtils::Ref<MIBConnection> connection;
+  HRESULT hr = address->GetMIBConnection(connection.Out());
+  if (FAILED(hr) || !connection) {
     QX_LOG(QxLogging::kStandout, "No SNMP connection to the device (0x%08x)", static_cast<unsigned>(hr));
     return nullptr;
   }
 
   OIDProviderImpl* provider = nullptr;
-  try {
-    Variant description;
-    hr = connection->GetValue(kDetectionOid, description.Ptr());
-    std::optional<std::u16string> text;
-    if (SUCCEEDED(hr)) text = TextOf(description.Get());
-    if (text.has_value() && !text->empty()) {
-      provider = new (std::nothrow) OIDProviderImpl(connection);
-      if (provider != nullptr) provider->AddRef();
-    } else if (qxLog_.Enabled(QxLogging::kInfo)) {
-      QX_LOG(QxLogging::kInfo, "The device gave no description over SNMP (0x%08x, type %u)",
-             static_cast<unsigned>(hr), static_cast<unsigned>(description.Type()));
-    }
-  } catch (...) {
-    connection->Dispose();
-    throw;
+  Variant description;
+  hr = connection->GetValue(kDetectionOid, description.Ptr());
+  std::optional<std::u16string> text;
+  if (SUCCEEDED(hr)) text = TextOf(description.Get());
+  if (text.has_value() && !text->empty()) {
+    provider = new (std::nothrow) OIDProviderImpl(connection.get());
+    if (provider != nullptr) provider->AddRef();
+  } else if (qxLog_.Enabled(QxLogging::kInfo)) {
+    QX_LOG(QxLogging::kInfo, "The device gave no description over SNMP (0x%08x, type %u)",
+           static_cast<unsigned>(hr), static_cast<unsigned>(description.Type()));
   }
-  // The provider holds its own reference; this one was only for detection.
-  connection->Dispose();
   return provider;
 }
 

@@ -6,6 +6,7 @@
 #include "norvane/disposable.h"
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
+#include "support/ref.h"
 
 namespace Norvane {
 
@@ -36,7 +37,7 @@ class OIDProviderImpl : public DisposableObject<OIDProvider> {
   explicit OIDProviderImpl(MIBConnection* connection);
   ~OIDProviderImpl() override;
 
-  MIBConnection* connection_;
+  QxUtils::Ref<MIBConnection> connection_;
 };
 
 }  // namespace Norvane

@@ -35,6 +35,7 @@ class Ref {
   T* operator->() const { return object_; }
   T& operator*() const { return *object_; }
   explicit operator bool() const { return object_ != nullptr; }
+  bool operator==(std::nullptr_t) const { return object_ == nullptr; }
 
   // Hands the owned reference to the caller (an out parameter, a factory's result).
   [[nodiscard]] T* Release() { return std::exchange(object_, nullptr); }
