@@ -10,7 +10,7 @@ namespace {
 
 std::u16string UrlFor(Norvane::QxNetAddress* address, uint32_t port, const char16_t* resource = u"/r") {
   Ref<Norvane::HTTPRequest> request;
-  if (FAILED(address->CreateRequestEx(request.out(), port))) return u"<failed>";
+  if (FAILED(address->CreateRequestEx(request.Out(), port))) return u"<failed>";
   request->SetResource(resource);
   return request->GetURL();
 }
@@ -70,7 +70,7 @@ TEST(NetAddressTest, CreationAndSettersRefuseWhatTheyCannotUse) {
   EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpVersion(nullptr, 1));
   other->Dispose();
 
-  Ref<Norvane::QxNetAddress> address(CreateNetAddress(u"printer.example"));
+  auto address = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"printer.example"));
   EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpVersion(address.get(), 3));
   EXPECT_EQ(S_OK, NetAddressSetSnmpVersion(address.get(), NORVANE_SNMP_VERSION_1));
   EXPECT_EQ(E_INVALIDARG, NetAddressSetSnmpPort(address.get(), 70000));
@@ -81,20 +81,20 @@ TEST(NetAddressTest, CreationAndSettersRefuseWhatTheyCannotUse) {
   EXPECT_EQ(u"public", std::u16string(address->GetCommunityName()));
 
   // A port name is a valid address text but reaches nothing over the network.
-  Ref<Norvane::QxNetAddress> usb(CreateNetAddress(u"USB001"));
+  auto usb = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"USB001"));
   ASSERT_NE(nullptr, usb.get());
-  Ref<Norvane::QxNetAddress> bad(CreateNetAddress(u"host/with/slash"));
+  auto bad = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"host/with/slash"));
   ASSERT_NE(nullptr, bad.get());
   Ref<Norvane::HTTPRequest> request;
-  EXPECT_EQ(E_FAIL, bad->CreateRequest(request.out(), 80));
+  EXPECT_EQ(E_FAIL, bad->CreateRequest(request.Out(), 80));
   EXPECT_EQ(nullptr, request.get());
   Ref<Norvane::MIBConnection> connection;
-  EXPECT_EQ(E_FAIL, bad->GetMIBConnection(connection.out()));
+  EXPECT_EQ(E_FAIL, bad->GetMIBConnection(connection.Out()));
   EXPECT_EQ(E_POINTER, address->CreateRequest(nullptr, 80));
 }
 
 TEST(NetAddressTest, RequestUrlsFollowPortTextSecurityAndAddressFamily) {
-  Ref<Norvane::QxNetAddress> address(CreateNetAddress(u"192.0.2.7"));
+  auto address = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"192.0.2.7"));
   EXPECT_EQ(u"http://192.0.2.7:8080/DevMgmt/DiscoveryTree.xml",
             UrlFor(address.get(), 8080, u"/DevMgmt/DiscoveryTree.xml"));
   EXPECT_EQ(u"http://192.0.2.7:631/ipp/print", UrlFor(address.get(), 631, u"/ipp/print"));
@@ -120,19 +120,19 @@ TEST(NetAddressTest, RequestUrlsFollowPortTextSecurityAndAddressFamily) {
   EXPECT_EQ(u"https://192.0.2.7:443/r", UrlFor(address.get(), 443));
 
   for (const char16_t* text : {u"fd00::1", u"[fd00::1]"}) {
-    Ref<Norvane::QxNetAddress> v6(CreateNetAddress(text));
+    auto v6 = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(text));
     EXPECT_EQ(u"http://[fd00::1]:80/qv/device/product_information.xml",
               UrlFor(v6.get(), 80, u"/qv/device/product_information.xml"));
     EXPECT_EQ(std::u16string(text), std::u16string(v6->GetHost()));
   }
   // A host name reaches the library's connect probe as the address it resolved
   // to (from /etc/hosts here: no name server is asked), and keeps its name.
-  Ref<Norvane::QxNetAddress> named(CreateNetAddress(u"localhost"));
+  auto named = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"localhost"));
   EXPECT_EQ(u"127.0.0.1", std::u16string(named->GetHost()));
   EXPECT_EQ(u"localhost", std::u16string(named->GetName()));
   EXPECT_EQ(nullptr, NetAddressResolveError(named.get()));
 
-  Ref<Norvane::QxNetAddress> scoped(CreateNetAddress(u"fe80::1%eth0"));
+  auto scoped = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"fe80::1%eth0"));
   EXPECT_EQ(u"http://[fe80::1%25eth0]:631/r", UrlFor(scoped.get(), 631));
 }
 

@@ -8,33 +8,11 @@
 #include <utility>
 
 #include "norvane/host.h"
+#include "support/ref.h"
 
 namespace NorvaneHostTest {
 
-// Holds one reference and gives it back at scope end.
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  explicit Ref(T* object) : object_(object) {}
-  ~Ref() { Reset(); }
-  Ref(const Ref&) = delete;
-  Ref& operator=(const Ref&) = delete;
-  Ref(Ref&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
-  T* operator->() const { return object_; }
-  T* get() const { return object_; }
-  T** out() {
-    Reset();
-    return &object_;
-  }
-  void Reset() {
-    if (object_ != nullptr) object_->Dispose();
-    object_ = nullptr;
-  }
-
- private:
-  T* object_ = nullptr;
-};
+using QxUtils::Ref;
 
 // One chunk as the library frames it: "%X\r\n", the bytes, "\r\n".
 inline std::string Frame(const std::string& payload) {

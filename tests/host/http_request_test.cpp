@@ -16,13 +16,13 @@ namespace {
 
 class HttpRequestTest : public ::testing::Test {
  protected:
-  Ref<Norvane::QxNetAddress> address_{CreateNetAddress(u"127.0.0.1")};
+  Ref<Norvane::QxNetAddress> address_ = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"127.0.0.1"));
 
   // Creates a request for the port, sets what is given and sends it.
   HRESULT Exchange(Ref<Norvane::HTTPRequest>& request, uint16_t port, const std::string& resource,
                    Norvane::HTTPResponse** response, const char16_t* method = nullptr,
                    const std::string& body = {}) {
-    HRESULT hr = address_->CreateRequestEx(request.out(), port);
+    HRESULT hr = address_->CreateRequestEx(request.Out(), port);
     if (FAILED(hr)) return hr;
     request->SetResource(Wide(resource).c_str());
     if (method != nullptr) request->SetMethod(method);
@@ -93,7 +93,7 @@ TEST_F(HttpRequestTest, PostSendsItsBodyOnceTypedWithoutExpectContinue) {
   const std::string body = Pattern(3 << 20, 7);
   LoopbackHttpServer server([](const ReceivedRequest&) { return Reply{}; });
   Ref<Norvane::HTTPRequest> request;
-  ASSERT_EQ(S_OK, address_->CreateRequest(request.out(), server.Port()));
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), server.Port()));
   request->SetResource(u"/ipp/print");
   request->SetMethod(u"POST");
   request->SetContentType(u"application/ipp");
@@ -128,7 +128,7 @@ TEST_F(HttpRequestTest, PostSendsItsBodyOnceTypedWithoutExpectContinue) {
 
 TEST_F(HttpRequestTest, RefusesHeaderInjectionAndBadMethods) {
   Ref<Norvane::HTTPRequest> request;
-  ASSERT_EQ(S_OK, address_->CreateRequest(request.out(), 80));
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), 80));
   EXPECT_EQ(E_INVALIDARG, request->AddHeader(u"X-A", u"1\r\nX-B: 2"));
   EXPECT_EQ(E_INVALIDARG, request->AddHeader(u"Bad Name", u"1"));
   EXPECT_EQ(E_INVALIDARG, request->SetContentType(u"text/xml\r\nX: y"));
@@ -189,7 +189,7 @@ TEST_F(HttpRequestTest, CredentialsAnswerBasicAndDigestChallenges) {
     return reply;
   });
   Ref<Norvane::HTTPRequest> request;
-  ASSERT_EQ(S_OK, address_->CreateRequest(request.out(), basic.Port()));
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), basic.Port()));
   request->SetMethod(u"POST");
   request->SetResource(u"/device");
   request->SetUserName(u"guest");
@@ -222,7 +222,7 @@ TEST_F(HttpRequestTest, CredentialsAnswerBasicAndDigestChallenges) {
     return reply;
   });
   for (const char16_t* password : {u"wrong", u"s3cret"}) {
-    ASSERT_EQ(S_OK, address_->CreateRequest(request.out(), digest.Port()));
+    ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), digest.Port()));
     request->SetMethod(u"POST");
     request->SetResource(u"/ipp/print");
     request->SetUserName(u"admin");

@@ -21,7 +21,7 @@ class HttpStreamTest : public ::testing::Test {
 
   // A request set up as the library sets up a print stream.
   Norvane::QxHTTPRequestEx* OpenStream(Ref<Norvane::HTTPRequest>& holder, bool libraryFrames = true) {
-    EXPECT_EQ(S_OK, address_->CreateRequestEx(holder.out(), server_->Port()));
+    EXPECT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), server_->Port()));
     auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
     if (stream == nullptr) return nullptr;
     stream->SetMethod(u"POST");
@@ -38,7 +38,7 @@ class HttpStreamTest : public ::testing::Test {
     return stream->WriteChunk(Bytes(bytes), static_cast<uint32_t>(bytes.size()), 42);
   }
 
-  Ref<Norvane::QxNetAddress> address_{CreateNetAddress(u"127.0.0.1")};
+  Ref<Norvane::QxNetAddress> address_ = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"127.0.0.1"));
   std::unique_ptr<LoopbackHttpServer> server_;
 };
 
@@ -157,7 +157,7 @@ TEST_F(HttpStreamTest, AnEarlyAnswerEndsTheStreamAndIsWhatSendReports) {
 TEST_F(HttpStreamTest, OpenFailsWhenTheDeviceCannotBeReached) {
   server_.reset();  // nobody listens on that port any more
   Ref<Norvane::HTTPRequest> holder;
-  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.out(), 1));  // port 1: nothing listens
+  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), 1));  // port 1: nothing listens
   auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
   ASSERT_NE(nullptr, stream);
   stream->SetMethod(u"POST");
@@ -169,7 +169,7 @@ TEST_F(HttpStreamTest, OpenFailsWhenTheDeviceCannotBeReached) {
 
 TEST_F(HttpStreamTest, SendBodySendsAtOnceAndSendReadsTheAnswer) {
   Ref<Norvane::HTTPRequest> holder;
-  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.out(), server_->Port()));
+  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), server_->Port()));
   auto* request = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
   ASSERT_NE(nullptr, request);
   request->SetMethod(u"POST");

@@ -3,11 +3,13 @@
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
-#include "host_bench_env.h"
+#include "../bench_env.h"
 #include "host_test_util.h"
 
 namespace NorvaneHostTest {
 namespace {
+
+using namespace NorvaneBench;
 
 class HostHttpPeers : public ::testing::Test {
  protected:
@@ -23,7 +25,7 @@ class HostHttpPeers : public ::testing::Test {
   // GET through CreateRequestEx, as the XML providers do: resource only.
   HRESULT Get(uint32_t port, const std::u16string& resource, Ref<Norvane::HTTPRequest>& request,
               Norvane::HTTPResponse** response) {
-    HRESULT hr = address_->CreateRequestEx(request.out(), port);
+    HRESULT hr = address_->CreateRequestEx(request.Out(), port);
     if (FAILED(hr)) return hr;
     request->SetResource(resource.c_str());
     return request->Send(response);
@@ -68,7 +70,7 @@ TEST_F(HostHttpPeers, PostsTheWebServicesRequestAsGuest) {
       "<pri:GetPrinterElementsRequest><pri:RequestedElements><pri:Name>pri:PrinterDescription</pri:Name>"
       "</pri:RequestedElements></pri:GetPrinterElementsRequest></soap:Body></soap:Envelope>";
   Ref<Norvane::HTTPRequest> request;
-  ASSERT_EQ(S_OK, address_->CreateRequest(request.out(), soapPort_));
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), soapPort_));
   request->SetMethod(u"POST");
   request->SetResource(u"/device");
   request->SetUserName(u"guest");

@@ -7,11 +7,13 @@
 #include <filesystem>
 #include <fstream>
 
-#include "host_bench_env.h"
+#include "../bench_env.h"
 #include "host_test_util.h"
 
 namespace NorvaneHostTest {
 namespace {
+
+using namespace NorvaneBench;
 
 // Minimal IPP/2.0 request encoding, enough to talk to the printer.
 class IppMessage {
@@ -80,33 +82,11 @@ class HostIppPeer : public ::testing::Test {
   std::string printerUri_ = BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print");
 };
 
-TEST_F(HostIppPeer, GetPrinterAttributesIsAnsweredWithAnIppBody) {
-  Ref<Norvane::HTTPRequest> request;
-  ASSERT_EQ(S_OK, address_->CreateRequestEx(request.out(), 631));
-  request->SetMethod(u"POST");
-  request->SetResource(u"/ipp/print");
-  request->SetContentType(u"application/ipp");
-  request->AddHeader(u"Cache-Control", u"no-cache");
-  request->AddHeader(u"Connection", u"Keep-Alive");
-  request->AddHeader(u"Pragma", u"no-cache");
-  std::string body = Operation(0x000B).Add(0x44, "requested-attributes", "printer-state")
-                         .Add(0x44, "", "printer-name").End();
-  request->SetBody(Bytes(body), static_cast<uint32_t>(body.size()));
-  Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(S_OK, request->Send(&response));
-  ASSERT_EQ(200u, response->GetStatus());
-  EXPECT_EQ(u"application/ipp", std::u16string(response->GetHeader(u"Content-Type")));
-  std::string answer = BodyOf(response);
-  EXPECT_EQ(0x0000, StatusOf(answer));
-  EXPECT_NE(std::string::npos, answer.find("printer-state"));
-  EXPECT_NE(std::string::npos, answer.find(BenchValue("NORVANE_IPP_PRINTER_NAME", "Norvane Test")));
-}
-
 TEST_F(HostIppPeer, PrintJobOf256MiBStreamsInBoundedMemory) {
   constexpr size_t kChunk = 64 * 1024;
   constexpr size_t kDocument = 256u << 20;
   Ref<Norvane::HTTPRequest> holder;
-  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.out(), 631));
+  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), 631));
   auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
   ASSERT_NE(nullptr, stream);
   stream->SetMethod(u"POST");

@@ -1,12 +1,16 @@
 // SNMP through the host's MIB connection to a real agent (snmpd).
 #include <gtest/gtest.h>
 
-#include "host_bench_env.h"
+#include <vector>
+
+#include "../bench_env.h"
 #include "host_test_util.h"
 #include "norvane/com.h"
 
 namespace NorvaneHostTest {
 namespace {
+
+using namespace NorvaneBench;
 
 constexpr char16_t kDeviceDescr[] = u"1.3.6.1.2.1.25.3.2.1.3.1";
 constexpr char16_t kLevelColumn[] = u"1.3.6.1.2.1.43.11.1.1.9.1";
@@ -38,7 +42,7 @@ TEST_F(HostSnmpPeer, GetsOneAndSeveralValuesInBothVersions) {
     SCOPED_TRACE(version);
     ASSERT_EQ(S_OK, NetAddressSetSnmpVersion(address_, version));
     Ref<Norvane::MIBConnection> connection;
-    ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.out()));
+    ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.Out()));
     Norvane::Variant value;
     ASSERT_EQ(S_OK, connection->GetValue(kDeviceDescr, value.Ptr()));
     EXPECT_EQ(u"Norvane NX-4100 Color MFP", Text(value.Get()));
@@ -57,12 +61,29 @@ TEST_F(HostSnmpPeer, GetsOneAndSeveralValuesInBothVersions) {
     EXPECT_EQ(VT_EMPTY, values[1].Type());
     EXPECT_EQ(9, values[2].Get().lVal);
     EXPECT_EQ(u"NV42A17Q9X", Text(values[3].Get()));
+
+    // More names than one PDU carries, and one that is not an OID at all.
+    std::vector<const char16_t*> many(20, kBlackLevel);
+    many[7] = u"not an oid";
+    std::vector<VARIANT> answers(many.size());
+    for (VARIANT& v : answers) VariantInit(&v);
+    ASSERT_EQ(S_OK, connection->GetMultipleValues(many.data(), answers.data(), static_cast<uint32_t>(many.size())));
+    for (size_t i = 0; i < many.size(); ++i) {
+      EXPECT_EQ(i == 7 ? VT_EMPTY : VT_I4, answers[i].vt) << i;
+      VariantClear(&answers[i]);
+    }
+
+    // Past the agent's last object a walk ends, leaving the value alone.
+    char16_t next[64];
+    Norvane::Variant untouched = Norvane::Variant::FromInt32(5);
+    EXPECT_EQ(E_FAIL, connection->GetNextOidAndValue(u"2.0", next, 64, untouched.Ptr()));
+    EXPECT_EQ(5, untouched.Get().lVal);
   }
 }
 
 TEST_F(HostSnmpPeer, WalksATableWithTheBufferProtocol) {
   Ref<Norvane::MIBConnection> connection;
-  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.out()));
+  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.Out()));
   std::u16string current = kLevelColumn;
   std::vector<std::pair<std::u16string, int>> rows;
   for (int step = 0; step < 3; ++step) {
@@ -109,7 +130,7 @@ TEST_F(HostSnmpPeer, WalksATableWithTheBufferProtocol) {
 
 TEST_F(HostSnmpPeer, SetsWritableObjectsAndReportsRefusals) {
   Ref<Norvane::MIBConnection> connection;
-  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.out()));
+  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.Out()));
   const char16_t* name = u"1.3.6.1.2.1.43.5.1.1.16.1";
   Norvane::Variant renamed = Norvane::Variant::FromString(u"Front Desk");
   ASSERT_EQ(S_OK, connection->SetValue(name, &renamed.Get()));
@@ -120,13 +141,17 @@ TEST_F(HostSnmpPeer, SetsWritableObjectsAndReportsRefusals) {
   EXPECT_EQ(E_FAIL, connection->SetValue(kSerial, &renamed.Get()));
   Norvane::Variant one = Norvane::Variant::FromInt(1);
   EXPECT_EQ(E_FAIL, connection->SetValue(name, &one.Get()));
+  // Neither a variant no SNMP type fits nor a malformed name reaches the agent.
+  Norvane::Variant empty;
+  EXPECT_EQ(DISP_E_TYPEMISMATCH, connection->SetValue(name, &empty.Get()));
+  EXPECT_EQ(E_INVALIDARG, connection->SetValue(u"1.x", &one.Get()));
 }
 
 TEST_F(HostSnmpPeer, AnUnknownCommunityTimesOutWithinTheSetBound) {
   ASSERT_EQ(S_OK, NetAddressSetSnmpCommunity(address_, u"not-the-community"));
   ASSERT_EQ(S_OK, NetAddressSetSnmpTimeout(address_, 300, 1));
   Ref<Norvane::MIBConnection> connection;
-  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.out()));
+  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection.Out()));
   Norvane::Variant value;
   auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(static_cast<HRESULT>(0x800705B4), connection->GetValue(kDeviceDescr, value.Ptr()));

@@ -12,15 +12,11 @@
 #include "ipp/ipp_response_attributes.h"
 #include "norvane/host.h"
 #include "support/string_utils.h"
+#include "../bench_env.h"
 
 namespace {
 
 using Norvane::IPPOperations;
-
-std::string Env(const char* name, const char* fallback) {
-  const char* value = std::getenv(name);
-  return value != nullptr && *value != 0 ? value : fallback;
-}
 
 std::string Text(const VARIANT& v) {
   if (v.vt != VT_BSTR) return "<vt " + std::to_string(v.vt) + ">";
@@ -30,10 +26,10 @@ std::string Text(const VARIANT& v) {
 class IppPrinter : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (Env("NORVANE_BENCH", "") != "1") GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";
-    address_ = CreateNetAddress(QxUtils::Utf8ToWide(Env("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
+    NORVANE_REQUIRE_BENCH();
+    address_ = CreateNetAddress(QxUtils::Utf8ToWide(NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
     ASSERT_NE(address_, nullptr);
-    address_->SetPortText(QxUtils::Utf8ToWide(Env("NORVANE_IPP_PORT", "631")).c_str());
+    address_->SetPortText(QxUtils::Utf8ToWide(NorvaneBench::BenchValue("NORVANE_IPP_PORT", "631")).c_str());
   }
   void TearDown() override {
     if (address_ != nullptr) address_->Dispose();
@@ -50,22 +46,6 @@ class IppPrinter : public ::testing::Test {
   Norvane::QxNetAddress* address_ = nullptr;
 };
 
-TEST_F(IppPrinter, GetPrinterAttributesDecodesTheIdlePrinter) {
-  IPPOperations ops(address_);
-  ops.SetResourceURI("/ipp/print");
-  ops.SetAttributeName("printer-state,printer-state-reasons,printer-is-accepting-jobs");
-  Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(ops.SendIPPRequest(Norvane::kIppGetPrinterAttributes, &response, nullptr, false), S_OK)
-      << "last error " << GetLastError();
-  ASSERT_EQ(ops.ParseIPPResponse(response, nullptr), S_OK);
-  EXPECT_EQ(ops.GetResponseVersionMajor(), 2);
-  EXPECT_EQ(ops.GetResponseRequestId(), 100);
-  EXPECT_EQ(Lookup(ops, "status-code"), "0");
-  EXPECT_EQ(Lookup(ops, "printer-state"), "3");
-  EXPECT_EQ(Lookup(ops, "printer-state-reasons"), "none");
-  EXPECT_EQ(Lookup(ops, "printer-is-accepting-jobs"), "1");
-}
-
 TEST_F(IppPrinter, GetPrinterAttributesWithTheMediaDatabase) {
   IPPOperations ops(address_);
   ops.SetResourceURI("/ipp/print");
@@ -76,7 +56,7 @@ TEST_F(IppPrinter, GetPrinterAttributesWithTheMediaDatabase) {
   ASSERT_EQ(ops.SendIPPRequest(Norvane::kIppGetPrinterAttributes, &response, nullptr, false), S_OK)
       << "last error " << GetLastError();
   // Kept for the decoder's tests and benchmark when asked for.
-  std::string save = Env("NORVANE_IPP_SAVE_RESPONSE", "");
+  std::string save = NorvaneBench::BenchValue("NORVANE_IPP_SAVE_RESPONSE", "");
   if (!save.empty()) {
     std::ofstream(save, std::ios::binary)
         .write(reinterpret_cast<const char*>(response->GetBody()), response->GetBodyLength());

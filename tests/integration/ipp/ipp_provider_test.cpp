@@ -7,13 +7,9 @@
 
 #include "norvane/host.h"
 #include "norvane/norvane.h"
+#include "../bench_env.h"
 
 namespace {
-
-std::string Env(const char* name, const char* fallback) {
-  const char* value = std::getenv(name);
-  return value != nullptr && *value != 0 ? value : fallback;
-}
 
 std::u16string Wide(const std::string& text) { return std::u16string(text.begin(), text.end()); }
 
@@ -33,8 +29,8 @@ struct Value {
 class IppProviderBench : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (Env("NORVANE_BENCH", "") != "1") GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";
-    address_ = CreateNetAddress(Wide(Env("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
+    NORVANE_REQUIRE_BENCH();
+    address_ = CreateNetAddress(Wide(NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
     ASSERT_NE(address_, nullptr);
   }
   void TearDown() override {
@@ -44,7 +40,7 @@ class IppProviderBench : public ::testing::Test {
 };
 
 TEST_F(IppProviderBench, PrintProviderAnswersPrinterAttributes) {
-  std::u16string uri = Wide(Env("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
+  std::u16string uri = Wide(NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
   Norvane::IPPProvider* provider = CreateIPPPrintProvider(address_, uri.c_str());
   ASSERT_NE(provider, nullptr) << "last error " << GetLastError();
 

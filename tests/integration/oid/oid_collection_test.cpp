@@ -10,6 +10,7 @@
 #include "norvane/api.h"
 #include "norvane/host.h"
 #include "norvane/norvane.h"
+#include "../bench_env.h"
 
 namespace {
 
@@ -29,9 +30,8 @@ std::string Narrow(const VARIANT& v) {
 class OidBench : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (std::getenv("NORVANE_BENCH") == nullptr) GTEST_SKIP() << "needs the integration bench";
-    const char* host = std::getenv("NORVANE_PRINTER_HOST");
-    address_ = CreateNetAddress(Widen(host != nullptr ? host : "127.0.0.1").c_str());
+    NORVANE_REQUIRE_BENCH();
+    address_ = CreateNetAddress(Widen(NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
     ASSERT_NE(address_, nullptr);
   }
   void TearDown() override {

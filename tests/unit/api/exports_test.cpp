@@ -3,42 +3,40 @@
 #include "norvane/norvane.h"
 #include "testlib/capture_log.h"
 #include "testlib/fake_host.h"
+#include "support/ref.h"
 
 namespace {
 
 using NorvaneTest::CaptureLog;
 using NorvaneTest::FakeAddress;
 
-struct AddressRef {
-  // A port name: creation skips the TCP probe and asks the fake host alone.
-  FakeAddress* p = FakeAddress::Create(u"USB001");
-  ~AddressRef() { p->Dispose(); }
-};
+// A port name: creation skips the TCP probe and asks the fake host alone.
+QxUtils::Ref<FakeAddress> PortAddress() { return QxUtils::AdoptRef(FakeAddress::Create(u"USB001")); }
 
 TEST(Exports, PlainIppFactoryRefusesOtherSchemesBeforeAnyNetworkActivity) {
-  AddressRef address;
+  auto address = PortAddress();
   for (const char16_t* uri : {u"ipps://host/ipp/print", u"IPP://host/ipp/print", u"http://host/ipp/print", u""}) {
     SetLastError(0);
-    EXPECT_EQ(CreateIPPPrintProvider(address.p, uri), nullptr);
+    EXPECT_EQ(CreateIPPPrintProvider(address.get(), uri), nullptr);
     EXPECT_EQ(GetLastError(), 87u);
   }
   SetLastError(0);
-  EXPECT_EQ(CreateIPPPrintProvider(address.p, nullptr), nullptr);
+  EXPECT_EQ(CreateIPPPrintProvider(address.get(), nullptr), nullptr);
   EXPECT_EQ(GetLastError(), 87u);
-  EXPECT_EQ(address.p->requestsCreated, 0);
-  EXPECT_EQ(address.p->GetPortText(), std::u16string());
+  EXPECT_EQ(address.get()->requestsCreated, 0);
+  EXPECT_EQ(address.get()->GetPortText(), std::u16string());
 }
 
 TEST(Exports, SecureIppFactoryRefusesPlainSchemes) {
-  AddressRef address;
+  auto address = PortAddress();
   for (const char16_t* uri : {u"ipp://host/ipp/print", u"IPPS://host/ipp/print"}) {
     SetLastError(0);
-    EXPECT_EQ(CreateSecureIPPPrintProvider(address.p, uri, 0), nullptr);
+    EXPECT_EQ(CreateSecureIPPPrintProvider(address.get(), uri, 0), nullptr);
     EXPECT_EQ(GetLastError(), 87u);
   }
   // The right scheme passes the surface check and reaches creation.
   SetLastError(0);
-  CreateSecureIPPPrintProvider(address.p, u"ipps://host/ipp/print", 0);
+  CreateSecureIPPPrintProvider(address.get(), u"ipps://host/ipp/print", 0);
   EXPECT_NE(GetLastError(), 87u);
 }
 

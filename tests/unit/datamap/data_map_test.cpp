@@ -124,7 +124,7 @@ TEST(DataMapElement, LastOfTheSameNameWinsAndNamelessItemsAreDropped) {
       "<IPPParams ResourceURI=\"/dropped\"/><DataItem LifeSpan=\"5\"/>"
       "<IPPParams AttributeID=\"x\" ResourceURI=\"/kept\"/>"
       "<StaticDataItem Name=\"IPPParams\">static</StaticDataItem></IPPDataMap>");
-  DataMapRef spec(DataMapSpec::CreateDataMapSpec(Root(document)));
+  auto spec = DataMapRef::Adopt(DataMapSpec::CreateDataMapSpec(Root(document)));
   EXPECT_EQ(spec->SizeOf(), 2);
   auto* serial = dynamic_cast<IPPDataItemSpec*>(spec->GetDataItemSpec(u"SerialNumber"));
   ASSERT_NE(serial, nullptr);
@@ -137,15 +137,15 @@ TEST(DataMapSpecTest, CreatedFromTypesAndByHand) {
   const std::pair<int, std::u16string> types[] = {{0, u""},      {1, u"VEXA"}, {2, u"WS"}, {3, u"PLSXML"},
                                                   {4, u"IPP"},   {5, u"OID"},  {9, u""},  {-1, u""}};
   for (const auto& [type, protocol] : types) {
-    DataMapRef spec(DataMapSpec::CreateDataMapSpec(static_cast<DataMapTypeEnum>(type)));
+    auto spec = DataMapRef::Adopt(DataMapSpec::CreateDataMapSpec(static_cast<DataMapTypeEnum>(type)));
     EXPECT_EQ(spec->GetProtocolType(), protocol);
     EXPECT_EQ(spec->GetDataMapType(), (type >= 1 && type <= 5) ? type : 0);
     EXPECT_EQ(spec->SizeOf(), 0);
   }
 
   // Upper case sorts before lower case, shorter before longer.
-  DataMapRef spec(MapOf({u"toner", u"Tray", u"TrayA", u"A", u"\u00e9t\u00e9", u"zeta"}));
-  EXPECT_EQ(Walk(spec.spec), (std::vector<std::string>{"A", "Tray", "TrayA", "toner", "zeta", "?t?"}));
+  auto spec = DataMapRef::Adopt(MapOf({u"toner", u"Tray", u"TrayA", u"A", u"\u00e9t\u00e9", u"zeta"}));
+  EXPECT_EQ(Walk(spec.get()), (std::vector<std::string>{"A", "Tray", "TrayA", "toner", "zeta", "?t?"}));
   EXPECT_EQ(spec->GetNextDataItemSpec(), nullptr);
 
   spec->AddDataItemSpec(u"Tray", StaticDataItemSpec::CreateStaticDataItemSpec(u"replacement", u"v", nullptr));
@@ -161,7 +161,7 @@ TEST(DataMapSpecTest, CreatedFromTypesAndByHand) {
 }
 
 TEST(DataMapWalk, RemoveFromMapOnFirstMiddleAndLast) {
-  DataMapRef first(MapOf({u"a", u"b", u"c"}));
+  auto first = DataMapRef::Adopt(MapOf({u"a", u"b", u"c"}));
   first->Begin();
   first->RemoveFromMap();  // nothing returned yet
   EXPECT_EQ(first->SizeOf(), 3);
@@ -172,18 +172,18 @@ TEST(DataMapWalk, RemoveFromMapOnFirstMiddleAndLast) {
   first->RemoveFromMap();
   first->RemoveFromMap();  // the second call has nothing left to remove
   EXPECT_EQ(first->SizeOf(), 1);
-  EXPECT_EQ(Walk(first.spec), (std::vector<std::string>{"c"}));
+  EXPECT_EQ(Walk(first.get()), (std::vector<std::string>{"c"}));
 
-  DataMapRef middle(MapOf({u"a", u"b", u"c"}));
+  auto middle = DataMapRef::Adopt(MapOf({u"a", u"b", u"c"}));
   middle->Begin();
   middle->GetNextDataItemSpec();
   middle->GetNextDataItemSpec();
   middle->RemoveFromMap();
   EXPECT_EQ(Show(middle->GetNextDataItemSpec()->GetName()), "c");
-  EXPECT_EQ(Walk(middle.spec), (std::vector<std::string>{"a", "c"}));
+  EXPECT_EQ(Walk(middle.get()), (std::vector<std::string>{"a", "c"}));
 
   // The cursor is past the end after the last item: it cannot be removed.
-  DataMapRef last(MapOf({u"a", u"b", u"c"}));
+  auto last = DataMapRef::Adopt(MapOf({u"a", u"b", u"c"}));
   last->Begin();
   while (last->GetNextDataItemSpec() != nullptr) {
   }
@@ -191,12 +191,12 @@ TEST(DataMapWalk, RemoveFromMapOnFirstMiddleAndLast) {
   EXPECT_EQ(last->SizeOf(), 3);
 
   // Pruning during one pass: every item but the last can go.
-  DataMapRef prune(MapOf({u"a", u"b", u"c", u"d"}));
+  auto prune = DataMapRef::Adopt(MapOf({u"a", u"b", u"c", u"d"}));
   prune->Begin();
   while (prune->GetNextDataItemSpec() != nullptr) prune->RemoveFromMap();
-  EXPECT_EQ(Walk(prune.spec), (std::vector<std::string>{"d"}));
+  EXPECT_EQ(Walk(prune.get()), (std::vector<std::string>{"d"}));
 
-  DataMapRef fresh(MapOf({u"a"}));
+  auto fresh = DataMapRef::Adopt(MapOf({u"a"}));
   EXPECT_EQ(fresh->GetNextDataItemSpec(), nullptr);  // before the first Begin
 }
 
@@ -251,7 +251,7 @@ TEST(DataMapHostile, MalformedAndHostileDocumentsGiveNothingOrEmptyMaps) {
   }
   CollectionRef empty(DataMapSpecCollection::CreateDataMapSpecCollection(nullptr));
   EXPECT_EQ(empty->GetCount(), 0);
-  DataMapRef none(DataMapSpec::CreateDataMapSpec(static_cast<const xmlNode*>(nullptr)));
+  auto none = DataMapRef::Adopt(DataMapSpec::CreateDataMapSpec(static_cast<const xmlNode*>(nullptr)));
   EXPECT_EQ(none->SizeOf(), 0);
 }
 

@@ -11,6 +11,7 @@
 #include "norvane/com.h"
 #include "norvane/datamap.h"
 #include "platform/xml.h"
+#include "support/ref.h"
 
 namespace DataMapTest {
 
@@ -57,17 +58,7 @@ inline std::string FixturePath(const char* name) {
   return std::string(NORVANE_SOURCE_DIR) + "/tests/fixtures/datamaps/" + name;
 }
 
-// Releases a data map's creation reference at the end of a test.
-struct DataMapRef {
-  Norvane::DataMapSpec* spec;
-  explicit DataMapRef(Norvane::DataMapSpec* s) : spec(s) {}
-  ~DataMapRef() {
-    if (spec != nullptr) spec->Dispose();
-  }
-  DataMapRef(const DataMapRef&) = delete;
-  DataMapRef& operator=(const DataMapRef&) = delete;
-  Norvane::DataMapSpec* operator->() const { return spec; }
-};
+using DataMapRef = QxUtils::Ref<Norvane::DataMapSpec>;
 
 struct CollectionRef {
   Norvane::DataMapSpecCollection* collection;

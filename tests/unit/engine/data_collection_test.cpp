@@ -9,6 +9,7 @@
 #include "testlib/capture_log.h"
 #include "testlib/fake_host.h"
 #include "testlib/temp_dir.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -29,13 +30,7 @@ class TestMapper : public DisposableObject<DataCollectionImpl> {
   std::u16string GetDataMapName() override { return u"Test"; }
 };
 
-struct Mapper {
-  TestMapper* p = TestMapper::Create();
-  ~Mapper() {
-    if (p) p->Dispose();
-  }
-  TestMapper* operator->() { return p; }
-};
+QxUtils::Ref<TestMapper> NewMapper() { return QxUtils::AdoptRef(TestMapper::Create()); }
 
 struct ClockOffset {
   explicit ClockOffset(int64_t ticks) { SetFileTimeOffsetForTesting(ticks); }
@@ -45,7 +40,7 @@ struct ClockOffset {
 std::u16string Text(const VARIANT& v) { return v.vt == VT_BSTR ? std::u16string(v.bstrVal) : u"<not text>"; }
 
 TEST(DataCollection, LifespansExpireAtTheirBoundary) {
-  Mapper m;
+  auto m = NewMapper();
   Variant v = Variant::FromString(u"idle");
   ASSERT_EQ(m->StoreValue(u"State", &v.Get(), 50), S_OK);
   ASSERT_EQ(m->StoreValue(u"Model", &v.Get(), 0), S_OK);
@@ -87,7 +82,7 @@ TEST(DataCollection, LifespansExpireAtTheirBoundary) {
 }
 
 TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExactly) {
-  Mapper m;
+  auto m = NewMapper();
   Variant v = Variant::FromString(u"x");
   for (const char16_t* key : {u"dev:SerialNumber", u"dev:Model", u"device:Name", u"SerialNumber", u":Name",
                               u"dev:a:b", u"Dev:Upper"}) {
@@ -112,7 +107,7 @@ TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExac
 }
 
 TEST(DataCollection, StaticItemsAreStoredForeverAndLeaveTheDataMap) {
-  Mapper m;
+  auto m = NewMapper();
   DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeOID);
   map->AddDataItemSpec(u"dev:Vendor", StaticDataItemSpec::CreateStaticDataItemSpec(u"Vendor", u"Acme", u"dev"));
   map->AddDataItemSpec(u"Alpha", StaticDataItemSpec::CreateStaticDataItemSpec(u"Alpha", u"first", nullptr));
@@ -164,7 +159,7 @@ TEST(DataCollection, TheCacheReceivesTheTableAtDestructionAndFillsTheNextCollect
   map->AddDataItemSpec(u"Brief", XMLDataItemSpec::CreateXMLDataItem(u"Brief", u"/u", u"//b", nullptr, false, 6000, nullptr));
   map->AddDataItemSpec(u"Pages", StaticDataItemSpec::CreateStaticDataItemSpec(u"Pages", u"static wins", nullptr));
   {
-    Mapper next;
+    auto next = NewMapper();
     EXPECT_EQ(next->PopulateValueFromCache(cache, map), S_OK);
     VARIANT out;
     VariantInit(&out);
@@ -182,7 +177,7 @@ TEST(DataCollection, TheCacheReceivesTheTableAtDestructionAndFillsTheNextCollect
     VariantClear(&out);
   }
   map->Dispose();
-  Mapper other;
+  auto other = NewMapper();
   EXPECT_EQ(other->PopulateValueFromCache(nullptr, nullptr), S_FALSE);
   cache->Dispose();
 }

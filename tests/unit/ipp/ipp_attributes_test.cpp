@@ -6,6 +6,7 @@
 #include "ipp/ipp_request_attributes.h"
 #include "norvane/norvane.h"
 #include "testlib/capture_log.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -13,16 +14,11 @@ using Norvane::IPPAttributeStruct;
 using Norvane::IPPRequestAttributes;
 using Norvane::IPPRequestBase;
 
-struct Request {
-  IPPRequestBase* p = CreateIPPRequest();
-  ~Request() { p->Dispose(); }
-  IPPRequestBase* operator->() const { return p; }
-  IPPRequestAttributes* Impl() const { return dynamic_cast<IPPRequestAttributes*>(p); }
-};
+IPPRequestAttributes* Impl(const QxUtils::Ref<IPPRequestBase>& r) { return dynamic_cast<IPPRequestAttributes*>(r.get()); }
 
 TEST(IppRequestAttributes, ANewObjectHoldsTheDefaults) {
-  Request r;
-  ASSERT_NE(r.Impl(), nullptr);
+  auto r = QxUtils::AdoptRef(CreateIPPRequest());
+  ASSERT_NE(Impl(r), nullptr);
   EXPECT_EQ(r->GetCopy(), 1);
   EXPECT_EQ(r->GetPrintingSides(), 3);
   EXPECT_EQ(r->GetOrientationRequested(), 2);
@@ -49,7 +45,7 @@ TEST(IppRequestAttributes, ANewObjectHoldsTheDefaults) {
 }
 
 TEST(IppRequestAttributes, TextsAreCopiesAndNullClears) {
-  Request r;
+  auto r = QxUtils::AdoptRef(CreateIPPRequest());
   char source[] = "report";
   r->SetJobName(source);
   source[0] = 'X';
@@ -66,7 +62,7 @@ TEST(IppRequestAttributes, TextsAreCopiesAndNullClears) {
 }
 
 TEST(IppRequestAttributes, ResolutionUnitsAcceptOnlyInchesAndCentimetres) {
-  Request r;
+  auto r = QxUtils::AdoptRef(CreateIPPRequest());
   r->SetPrinterResolutionUnits(5);
   EXPECT_EQ(r->GetPrinterResolutionUnits(), 0);
   r->SetPrinterResolutionUnits(4);
@@ -78,7 +74,7 @@ TEST(IppRequestAttributes, ResolutionUnitsAcceptOnlyInchesAndCentimetres) {
 }
 
 TEST(IppRequestAttributes, HeadersAreReplacedByNameAndRemovedByANullValue) {
-  Request r;
+  auto r = QxUtils::AdoptRef(CreateIPPRequest());
   r->AddExtraHTTPHeader(u"X-Trace", u"1");
   r->AddExtraHTTPHeader(u"X-Trace", u"2");
   r->AddExtraHTTPHeader(u"x-trace", u"3");
@@ -90,7 +86,7 @@ TEST(IppRequestAttributes, HeadersAreReplacedByNameAndRemovedByANullValue) {
 }
 
 TEST(IppRequestAttributes, EncodedAttributesAreCopiedAndEmptyOnesRefused) {
-  Request r;
+  auto r = QxUtils::AdoptRef(CreateIPPRequest());
   NorvaneTest::CaptureLog log;
   uint8_t bytes[] = {0x44, 0x00, 0x01, 'k', 0x00, 0x01, 'v'};
   EXPECT_EQ(r->AddIPPRequest(1, bytes, 0), E_INVALIDARG);
@@ -98,12 +94,12 @@ TEST(IppRequestAttributes, EncodedAttributesAreCopiedAndEmptyOnesRefused) {
   EXPECT_EQ(r->AddIPPRequest(1, nullptr, 7), E_INVALIDARG);
   EXPECT_EQ(r->AddIPPRequest(1, bytes, -3), E_INVALIDARG);
   EXPECT_TRUE(log.Contains("attributeblobSize=-3"));
-  EXPECT_TRUE(r.Impl()->GetBlobVector().empty());
+  EXPECT_TRUE(Impl(r)->GetBlobVector().empty());
 
   ASSERT_EQ(r->AddIPPRequest(0, bytes, 7), S_OK);
   ASSERT_EQ(r->AddIPPRequest(1, bytes, 4), S_OK);
   bytes[3] = 'X';
-  const auto& blobs = r.Impl()->GetBlobVector();
+  const auto& blobs = Impl(r)->GetBlobVector();
   ASSERT_EQ(blobs.size(), 2u);
   EXPECT_EQ(blobs[0].group, 0u);
   EXPECT_EQ(blobs[0].blobSize, 7);
@@ -113,7 +109,7 @@ TEST(IppRequestAttributes, EncodedAttributesAreCopiedAndEmptyOnesRefused) {
 }
 
 TEST(IppRequestAttributes, StructuredAttributesKeepOrderAndTerminatedTexts) {
-  Request r;
+  auto r = QxUtils::AdoptRef(CreateIPPRequest());
   IPPAttributeStruct a;
   std::memset(&a, 'x', sizeof a);  // no terminators anywhere
   a.group = 1;
@@ -124,7 +120,7 @@ TEST(IppRequestAttributes, StructuredAttributesKeepOrderAndTerminatedTexts) {
   std::strcpy(b.name, "copies");
   b.value.integer = 3;
   r->AddIPPRequest(b);
-  const auto& list = r.Impl()->GetAttributesVector();
+  const auto& list = Impl(r)->GetAttributesVector();
   ASSERT_EQ(list.size(), 2u);
   EXPECT_EQ(std::strlen(list[0].name), sizeof a.name - 1);
   EXPECT_EQ(std::strlen(list[0].value.text), sizeof a.value.text - 1);

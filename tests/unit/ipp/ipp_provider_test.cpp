@@ -16,6 +16,7 @@
 #include "norvane/norvane.h"
 #include "testlib/capture_log.h"
 #include "testlib/fake_host.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -26,21 +27,9 @@ using NorvaneTest::FakeAddress;
 using NorvaneTest::FakeExchange;
 using NorvaneTest::FakeReply;
 
-struct AddressRef {
-  explicit AddressRef(const char16_t* host = u"USB001") : p(FakeAddress::Create(host)) {}
-  ~AddressRef() { p->Dispose(); }
-  FakeAddress* operator->() const { return p; }
-  FakeAddress* p;
-};
-
-template <class T>
-struct Ref {
-  T* p;
-  ~Ref() {
-    if (p != nullptr) p->Dispose();
-  }
-  T* operator->() const { return p; }
-};
+QxUtils::Ref<FakeAddress> NewAddress(const char16_t* host = u"USB001") {
+  return QxUtils::AdoptRef(FakeAddress::Create(host));
+}
 
 
 
@@ -142,10 +131,10 @@ TEST(IppProviderUri, CrackingGivesTheResourceOrTheCreationErrorCode) {
 }
 
 TEST(IppProviderCreate, AUsbPortAsksOverIppAndKeepsThePrinterAttributes) {
-  AddressRef address;
-  Answer(address.p, [](const FakeExchange&) { return Reply(ResponseStart() + B({0x03})); });
-  Ref<IPPProviderImpl> provider{IPPProviderImpl::Create(address.p, "/ipp/print", false, 0x803100)};
-  ASSERT_NE(provider.p, nullptr);
+  auto address = NewAddress();
+  Answer(address.get(), [](const FakeExchange&) { return Reply(ResponseStart() + B({0x03})); });
+  auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0x803100));
+  ASSERT_NE(provider.get(), nullptr);
   ASSERT_EQ(address->exchanges.size(), 1u);
   const FakeExchange& e = address->exchanges[0];
   EXPECT_EQ(Operation(e), 11);
@@ -169,10 +158,10 @@ TEST(IppProviderCreate, AUsbPortAsksOverIppAndKeepsThePrinterAttributes) {
 
 TEST(IppProviderCreate, FullUriHandsThePortToTheAddressAndChoosesSecurity) {
   {
-    AddressRef address;
-    Answer(address.p, [](const FakeExchange&) { return Reply(kAllAttributes); });
-    Ref<IPPProviderImpl> provider{IPPProviderImpl::Create2(address.p, u"ipp://USB001:8080/ipp/print", 0x55)};
-    ASSERT_NE(provider.p, nullptr);
+    auto address = NewAddress();
+    Answer(address.get(), [](const FakeExchange&) { return Reply(kAllAttributes); });
+    auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create2(address.get(), u"ipp://USB001:8080/ipp/print", 0x55));
+    ASSERT_NE(provider.get(), nullptr);
     EXPECT_EQ(std::u16string(address->GetPortText()), u"8080");
     EXPECT_EQ(address->exchanges[0].port, 631u);
     EXPECT_FALSE(address->secure);
@@ -181,10 +170,10 @@ TEST(IppProviderCreate, FullUriHandsThePortToTheAddressAndChoosesSecurity) {
     EXPECT_FALSE(provider->IsSecure());
   }
   {
-    AddressRef address;
-    Answer(address.p, [](const FakeExchange&) { return Reply(kAllAttributes); });
-    Ref<IPPProviderImpl> provider{IPPProviderImpl::Create2(address.p, u"ipps://USB001/ipp/print", 0x55)};
-    ASSERT_NE(provider.p, nullptr);
+    auto address = NewAddress();
+    Answer(address.get(), [](const FakeExchange&) { return Reply(kAllAttributes); });
+    auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create2(address.get(), u"ipps://USB001/ipp/print", 0x55));
+    ASSERT_NE(provider.get(), nullptr);
     EXPECT_EQ(std::u16string(address->GetPortText()), u"");
     EXPECT_EQ(address->exchanges[0].port, 443u);
     EXPECT_TRUE(address->secure);
@@ -205,37 +194,37 @@ TEST(IppProviderCreate, FailuresReportTheirLastErrorAndLeaveNothingBehind) {
     uint32_t error;
   } cases[] = {{400, 0x20000009}, {404, 0x20000009}, {405, 0x20000009}, {401, 401}, {500, 500}};
   for (const Case& c : cases) {
-    AddressRef address;
+    auto address = NewAddress();
     address->responder = [&](const FakeExchange&) { return Reply({}, c.status); };
     size_t live = QxUtils::LiveDisposableCount();
     SetLastError(0);
-    EXPECT_EQ(IPPProviderImpl::Create2(address.p, u"ipp://USB001/ipp/print", 0), nullptr);
+    EXPECT_EQ(IPPProviderImpl::Create2(address.get(), u"ipp://USB001/ipp/print", 0), nullptr);
     EXPECT_EQ(GetLastError(), c.error) << c.status;
     EXPECT_EQ(address->requestsAlive, 0);
     EXPECT_EQ(QxUtils::LiveDisposableCount(), live);
   }
   // A body that is not IPP fails the decode, not the send.
-  AddressRef address;
+  auto address = NewAddress();
   address->responder = [](const FakeExchange&) { return Reply("<html/>"); };
   NorvaneTest::CaptureLog log;
-  EXPECT_EQ(IPPProviderImpl::Create(address.p, "/ipp/print", false, 0), nullptr);
+  EXPECT_EQ(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0), nullptr);
   EXPECT_TRUE(log.Contains("ptrIPPOperations->ParseIPPResponse(httpResponse,&value) cretae failed", 0x80));
 
   // Arguments and URIs are refused before anything is sent.
   SetLastError(0);
   EXPECT_EQ(IPPProviderImpl::Create2(nullptr, u"ipp://USB001/ipp/print", 0), nullptr);
   EXPECT_EQ(GetLastError(), 87u);
-  EXPECT_EQ(IPPProviderImpl::Create2(address.p, u"ipp://USB001/ab", 0), nullptr);
+  EXPECT_EQ(IPPProviderImpl::Create2(address.get(), u"ipp://USB001/ab", 0), nullptr);
   EXPECT_EQ(GetLastError(), 0x20000003u);
-  EXPECT_EQ(IPPProviderImpl::Create(address.p, nullptr, false, 0), nullptr);
+  EXPECT_EQ(IPPProviderImpl::Create(address.get(), nullptr, false, 0), nullptr);
   EXPECT_EQ(address->exchanges.size(), 1u);
 }
 
 TEST(IppProviderCreate, SetPrinterUrisKeepsTheResourceEvenWithoutAPrinterUri) {
-  AddressRef address;
-  Answer(address.p, [](const FakeExchange&) { return Reply(kAllAttributes); });
-  Ref<IPPProviderImpl> provider{IPPProviderImpl::Create(address.p, "/ipp/print", false, 0)};
-  ASSERT_NE(provider.p, nullptr);
+  auto address = NewAddress();
+  Answer(address.get(), [](const FakeExchange&) { return Reply(kAllAttributes); });
+  auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0));
+  ASSERT_NE(provider.get(), nullptr);
   SetLastError(0);
   EXPECT_FALSE(provider->SetPrinterURIs(nullptr, u"ipps://h/x"));
   EXPECT_EQ(GetLastError(), 87u);
@@ -252,15 +241,15 @@ TEST(IppProviderCreate, SetPrinterUrisKeepsTheResourceEvenWithoutAPrinterUri) {
 class IppProviderQuery : public ::testing::Test {
  protected:
   void SetUp() override {
-    Answer(address_.p, [this](const FakeExchange& e) { return then_(e); });
-    provider_.p = IPPProviderImpl::Create(address_.p, "/ipp/print", false, 0x803100);
-    ASSERT_NE(provider_.p, nullptr);
+    Answer(address_.get(), [this](const FakeExchange& e) { return then_(e); });
+    provider_.Reset(IPPProviderImpl::Create(address_.get(), "/ipp/print", false, 0x803100));
+    ASSERT_NE(provider_.get(), nullptr);
   }
   size_t Sent() const { return address_->exchanges.size() - 1; }
 
-  AddressRef address_;
+  QxUtils::Ref<FakeAddress> address_ = NewAddress();
   std::function<FakeReply(const FakeExchange&)> then_ = [](const FakeExchange&) { return Reply({}, 500); };
-  Ref<IPPProviderImpl> provider_{nullptr};
+  QxUtils::Ref<IPPProviderImpl> provider_;
 };
 
 TEST_F(IppProviderQuery, AlternativesMoveOnOnlyWhenTheDeviceQueryFails) {
@@ -439,10 +428,10 @@ TEST(IppProviderProbe, CreationTellsAPort80DeviceFromAnUnreachableOne) {
   Listener ipp(AF_INET, 631, false);
   Listener web(AF_INET, 80, true);
   if (!ipp.ok() || !web.ok()) GTEST_SKIP() << "loopback ports 631/80 not available";
-  AddressRef address(u"127.0.0.1");
+  auto address = NewAddress(u"127.0.0.1");
   NorvaneTest::CaptureLog log;
   SetLastError(0);
-  EXPECT_EQ(IPPProviderImpl::Create(address.p, "/ipp/print", false, 0), nullptr);
+  EXPECT_EQ(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0), nullptr);
   EXPECT_EQ(GetLastError(), 0x20000001u);
   EXPECT_TRUE(log.Contains("IPP support is not present in the device", 0x80));
   EXPECT_TRUE(log.Contains("Failed with error 111", 0x80));
@@ -452,7 +441,7 @@ TEST(IppProviderProbe, CreationTellsAPort80DeviceFromAnUnreachableOne) {
   web.fd = -1;
   Listener webClosed(AF_INET, 80, false);
   if (!webClosed.ok()) GTEST_SKIP() << "port 80 taken meanwhile";
-  EXPECT_EQ(IPPProviderImpl::Create2(address.p, u"ipp://127.0.0.1/ipp/print", 0), nullptr);
+  EXPECT_EQ(IPPProviderImpl::Create2(address.get(), u"ipp://127.0.0.1/ipp/print", 0), nullptr);
   EXPECT_EQ(GetLastError(), 0x20000002u);
 
   // A listener on 631 lets creation go on to the request; the IPv4 probe
@@ -463,8 +452,8 @@ TEST(IppProviderProbe, CreationTellsAPort80DeviceFromAnUnreachableOne) {
   if (!ippOpen.ok()) GTEST_SKIP() << "port 631 taken meanwhile";
   EXPECT_TRUE(IPPProviderImpl::DeviceExists(u"127.0.0.1:9", u"631"));
   address->responder = [](const FakeExchange&) { return Reply(kAllAttributes); };
-  Ref<IPPProviderImpl> provider{IPPProviderImpl::Create(address.p, "/ipp/print", false, 0)};
-  EXPECT_NE(provider.p, nullptr);
+  auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0));
+  EXPECT_NE(provider.get(), nullptr);
 }
 
 }  // namespace

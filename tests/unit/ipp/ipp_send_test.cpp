@@ -8,6 +8,7 @@
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
 #include "testlib/fake_host.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -18,17 +19,8 @@ using NorvaneTest::FakeAddress;
 using NorvaneTest::FakeExchange;
 using NorvaneTest::FakeReply;
 
-struct AddressRef {
-  FakeAddress* p = FakeAddress::Create(u"192.0.2.10");
-  ~AddressRef() { p->Dispose(); }
-  FakeAddress* operator->() const { return p; }
-};
-
-struct Request {
-  IPPRequestBase* p = CreateIPPRequest();
-  ~Request() { p->Dispose(); }
-  IPPRequestBase* operator->() const { return p; }
-};
+QxUtils::Ref<FakeAddress> NewAddress() { return QxUtils::AdoptRef(FakeAddress::Create(u"192.0.2.10")); }
+QxUtils::Ref<IPPRequestBase> NewRequest() { return QxUtils::AdoptRef(CreateIPPRequest()); }
 
 const std::string kOkBody = ResponseStart() + Attr(0x23, "printer-state", Be32(3)) + B({0x03});
 
@@ -44,9 +36,9 @@ std::string Expected(IPPOperations& ops, uint32_t operation, IPPRequestBase* att
 using Headers = std::vector<std::pair<std::u16string, std::u16string>>;
 
 TEST(IppSend, PostsTheEncodedRequestWithItsHttpSetUp) {
-  AddressRef address;
+  auto address = NewAddress();
   address->responder = [](const FakeExchange&) { return Ok(); };
-  IPPOperations ops(address.p);
+  IPPOperations ops(address.get());
   ops.SetResourceURI("/ipp/print");
   ops.SetAttributeName("printer-state");
   ops.SetSecurityFlags(0x3300);
@@ -78,29 +70,29 @@ TEST(IppSend, PortChoiceFollowsSecurityAndThePortText) {
   } cases[] = {{false, u"", 631}, {false, u"443", 631}, {true, u"", 443}, {true, u"443", 443},
                {true, u"631", 631}, {true, u"8631", 443}};
   for (const Case& c : cases) {
-    AddressRef address;
+    auto address = NewAddress();
     address->responder = [](const FakeExchange&) { return Ok(); };
     address->SetPortText(c.portText);
-    IPPOperations ops(address.p);
+    IPPOperations ops(address.get());
     ops.SetAttributeName("printer-state");
     Norvane::HTTPResponse* response = nullptr;
     ASSERT_EQ(ops.SendIPPRequest(11, &response, nullptr, c.secure), S_OK);
     EXPECT_EQ(address->exchanges.at(0).port, c.port);
     EXPECT_EQ(address->secure, c.secure);
-    EXPECT_EQ(IPPOperations::ChoosePort(address.p, c.secure), c.port);
+    EXPECT_EQ(IPPOperations::ChoosePort(address.get(), c.secure), c.port);
   }
 }
 
 TEST(IppSend, CallerHeadersGoInKeyOrderAndStandInForTheDefaultsTheyNameWithin) {
-  AddressRef address;
+  auto address = NewAddress();
   address->responder = [](const FakeExchange&) { return Ok(); };
-  IPPOperations ops(address.p);
+  IPPOperations ops(address.get());
   ops.SetAttributeName("printer-state");
-  Request attributes;
+  auto attributes = NewRequest();
   attributes->AddExtraHTTPHeader(u"X-Cache-Control-Test", u"1");
   attributes->AddExtraHTTPHeader(u"Accept-Language", u"de");
   Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(ops.SendIPPRequest(11, &response, attributes.p, false), S_OK);
+  ASSERT_EQ(ops.SendIPPRequest(11, &response, attributes.get(), false), S_OK);
   EXPECT_EQ(address->exchanges.at(0).headers, (Headers{{u"Accept-Language", u"de"},
                                                        {u"X-Cache-Control-Test", u"1"},
                                                        {u"Connection", u"Keep-Alive"},
@@ -109,7 +101,7 @@ TEST(IppSend, CallerHeadersGoInKeyOrderAndStandInForTheDefaultsTheyNameWithin) {
   // Names compare case-sensitively: a lower-case "pragma" does not count.
   attributes->AddExtraHTTPHeader(u"X-Cache-Control-Test", nullptr);
   attributes->AddExtraHTTPHeader(u"pragma", u"x");
-  ASSERT_EQ(ops.SendIPPRequest(11, &response, attributes.p, false), S_OK);
+  ASSERT_EQ(ops.SendIPPRequest(11, &response, attributes.get(), false), S_OK);
   EXPECT_EQ(address->exchanges.at(1).headers, (Headers{{u"Accept-Language", u"de"},
                                                        {u"pragma", u"x"},
                                                        {u"Cache-Control", u"no-cache"},
@@ -126,10 +118,10 @@ TEST(IppSend, FailuresReportTheHttpStatusOrTheTransportErrorAndReleaseTheRequest
                {FakeReply{200, "", {}, S_OK}, 200},
                {FakeReply{200, "", {}, E_FAIL, 12029}, 12029}};
   for (const Case& c : cases) {
-    AddressRef address;
+    auto address = NewAddress();
     address->responder = [&](const FakeExchange&) { return c.reply; };
     {
-      IPPOperations ops(address.p);
+      IPPOperations ops(address.get());
       ops.SetAttributeName("printer-state");
       Norvane::HTTPResponse* response = reinterpret_cast<Norvane::HTTPResponse*>(0x1);
       SetLastError(0);
@@ -142,8 +134,8 @@ TEST(IppSend, FailuresReportTheHttpStatusOrTheTransportErrorAndReleaseTheRequest
 }
 
 TEST(IppSend, RefusesBadOperationsAndMissingTransport) {
-  AddressRef address;
-  IPPOperations ops(address.p);
+  auto address = NewAddress();
+  IPPOperations ops(address.get());
   ops.SetAttributeName("printer-state");
   Norvane::HTTPResponse* response = nullptr;
   EXPECT_EQ(ops.SendIPPRequest(1, &response, nullptr, false), E_FAIL);
@@ -156,9 +148,9 @@ TEST(IppSend, RefusesBadOperationsAndMissingTransport) {
 }
 
 TEST(IppSend, AnEncodingFailureSendsNothing) {
-  AddressRef address;
+  auto address = NewAddress();
   address->responder = [](const FakeExchange&) { return Ok(); };
-  IPPOperations ops(address.p);  // no attribute name for Get-Printer-Attributes
+  IPPOperations ops(address.get());  // no attribute name for Get-Printer-Attributes
   Norvane::HTTPResponse* response = nullptr;
   EXPECT_EQ(ops.SendIPPRequest(11, &response, nullptr, false), E_FAIL);
   EXPECT_TRUE(address->exchanges.empty());
@@ -166,14 +158,14 @@ TEST(IppSend, AnEncodingFailureSendsNothing) {
 }
 
 TEST(IppSend, TheResponseStaysReadableUntilTheNextSendOrTheEnd) {
-  AddressRef address;
+  auto address = NewAddress();
   int sent = 0;
   address->responder = [&](const FakeExchange&) {
     ++sent;
     return FakeReply{200, ResponseStart() + Attr(0x21, "n", Be32(sent)) + B({0x03}), {}, S_OK};
   };
   {
-    IPPOperations ops(address.p);
+    IPPOperations ops(address.get());
     ops.SetAttributeName("n");
     Norvane::HTTPResponse* first = nullptr;
     ASSERT_EQ(ops.SendIPPRequest(11, &first, nullptr, false), S_OK);
@@ -194,43 +186,43 @@ TEST(IppSend, TheResponseStaysReadableUntilTheNextSendOrTheEnd) {
 }
 
 TEST(IppSend, PrintJobCarriesTheDocumentOtherOperationsDropIt) {
-  AddressRef address;
+  auto address = NewAddress();
   address->responder = [](const FakeExchange&) { return Ok(); };
-  IPPOperations ops(address.p);
+  IPPOperations ops(address.get());
   ops.SetResourceURI("/ipp/print");
   ops.SetAttributeName("printer-state");
   const std::string document = "%PDF-1.4 tiny";
   ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(document.data()),
                                   static_cast<int32_t>(document.size()));
-  Request attributes;
+  auto attributes = NewRequest();
   Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(ops.SendIPPRequest(2, &response, attributes.p, false), S_OK);
+  ASSERT_EQ(ops.SendIPPRequest(2, &response, attributes.get(), false), S_OK);
   IPPOperations reference(nullptr);
   reference.SetResourceURI("/ipp/print");
-  EXPECT_TRUE(SameBytes(Expected(reference, 2, attributes.p) + document, address->exchanges.at(0).body));
+  EXPECT_TRUE(SameBytes(Expected(reference, 2, attributes.get()) + document, address->exchanges.at(0).body));
   // A request of any other kind forgets the document.
-  ASSERT_EQ(ops.SendIPPRequest(11, &response, attributes.p, false), S_OK);
+  ASSERT_EQ(ops.SendIPPRequest(11, &response, attributes.get(), false), S_OK);
   EXPECT_EQ(ops.GetDocumentLength(), 0u);
-  ASSERT_EQ(ops.SendIPPRequest(2, &response, attributes.p, false), S_OK);
-  EXPECT_TRUE(SameBytes(Expected(reference, 2, attributes.p), address->exchanges.at(2).body));
+  ASSERT_EQ(ops.SendIPPRequest(2, &response, attributes.get(), false), S_OK);
+  EXPECT_TRUE(SameBytes(Expected(reference, 2, attributes.get()), address->exchanges.at(2).body));
 }
 
 TEST(IppSend, CredentialCheckIsAPrintJobCarryingTheCallersCredentials) {
-  AddressRef address;
+  auto address = NewAddress();
   address->responder = [](const FakeExchange&) { return Ok(); };
-  IPPOperations ops(address.p);
-  Request attributes;
+  IPPOperations ops(address.get());
+  auto attributes = NewRequest();
   attributes->SetUsername(u"alice");
   attributes->SetPassword(u"s3cret");
   Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(ops.SendIPPRequest(50, &response, attributes.p, true), S_OK);
+  ASSERT_EQ(ops.SendIPPRequest(50, &response, attributes.get(), true), S_OK);
   const FakeExchange& e = address->exchanges.at(0);
   EXPECT_EQ(e.userName, u"alice");
   EXPECT_EQ(e.password, u"s3cret");
   EXPECT_EQ(e.body.substr(2, 2), B({0x00, 0x02}));
 
-  Request anonymous;
-  ASSERT_EQ(ops.SendIPPRequest(50, &response, anonymous.p, true), S_OK);
+  auto anonymous = NewRequest();
+  ASSERT_EQ(ops.SendIPPRequest(50, &response, anonymous.get(), true), S_OK);
   EXPECT_EQ(address->exchanges.at(1).userName, u"");
   EXPECT_EQ(address->exchanges.at(1).password, u"");
 }
@@ -265,18 +257,18 @@ class StartableRecorder : public Norvane::IppStartableRequest {
 };
 
 TEST(IppSend, SecondOverloadStartsAndCompletesUnlessASendValueIsGiven) {
-  AddressRef address;
-  IPPOperations ops(address.p);
+  auto address = NewAddress();
+  IPPOperations ops(address.get());
   ops.SetResourceURI("/ipp/print");
   const std::string document = "RaS2";
   ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(document.data()), 4);
-  Request attributes;
+  auto attributes = NewRequest();
   attributes->SetUsername(u"u");
   StartableRecorder completed;
-  EXPECT_EQ(ops.SendIPPRequest(&completed, attributes.p, false, 0), 7);
+  EXPECT_EQ(ops.SendIPPRequest(&completed, attributes.get(), false, 0), 7);
   IPPOperations reference(nullptr);
   reference.SetResourceURI("/ipp/print");
-  std::string expected = Expected(reference, 2, attributes.p) + document;
+  std::string expected = Expected(reference, 2, attributes.get()) + document;
   EXPECT_EQ(completed.calls,
             (std::vector<std::u16string>{u"method=POST", u"resource=/ipp/print", u"type=application/ipp",
                                          u"host=192.0.2.10", u"user=u", u"password=",
@@ -285,17 +277,17 @@ TEST(IppSend, SecondOverloadStartsAndCompletesUnlessASendValueIsGiven) {
   EXPECT_TRUE(SameBytes(expected, completed.body));
 
   StartableRecorder valued;
-  EXPECT_EQ(ops.SendIPPRequest(&valued, attributes.p, true, 9), S_OK);
+  EXPECT_EQ(ops.SendIPPRequest(&valued, attributes.get(), true, 9), S_OK);
   EXPECT_EQ(valued.calls.at(valued.calls.size() - 2), u"send=9");
   EXPECT_EQ(valued.calls.back(), u"start");
 
   StartableRecorder failing;
   failing.startResult = E_FAIL;
-  EXPECT_EQ(ops.SendIPPRequest(&failing, attributes.p, false, 0), E_FAIL);
+  EXPECT_EQ(ops.SendIPPRequest(&failing, attributes.get(), false, 0), E_FAIL);
   EXPECT_EQ(failing.calls.back(), u"start");
 
   SetLastError(0);
-  EXPECT_EQ(ops.SendIPPRequest(static_cast<Norvane::IppStartableRequest*>(nullptr), attributes.p, false, 0), E_FAIL);
+  EXPECT_EQ(ops.SendIPPRequest(static_cast<Norvane::IppStartableRequest*>(nullptr), attributes.get(), false, 0), E_FAIL);
   EXPECT_EQ(GetLastError(), 87u);
 }
 
@@ -308,9 +300,9 @@ class IppPrintStream : public ::testing::Test {
   void SetData(const std::string& data) {
     ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(data.data()), static_cast<int32_t>(data.size()));
   }
-  AddressRef address;
-  IPPOperations ops{address.p};
-  Request attributes;
+  auto address = NewAddress();
+  IPPOperations ops{address.get()};
+  auto attributes = NewRequest();
   FakeReply finalReply = Ok();
   Norvane::HTTPResponse* response = nullptr;
 };
@@ -319,17 +311,17 @@ TEST_F(IppPrintStream, ChunksAreFramedByTheLibraryAndTheLastOneIsExact) {
   attributes->AddExtraHTTPHeader(u"Authorization", u"Basic eDp5");
   attributes->SetUsername(u"alice");
   SetData("RaS2-first");
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 0, 77, false), S_OK);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 0, 77, false), S_OK);
   IPPOperations reference(nullptr);
   reference.SetResourceURI("/ipp/print");
-  std::string first = Expected(reference, 2, attributes.p) + "RaS2-first";
+  std::string first = Expected(reference, 2, attributes.get()) + "RaS2-first";
   char size[16];
   std::snprintf(size, sizeof size, "%X\r\n", static_cast<unsigned>(first.size()));
 
   const std::string block(255, '\xAB');
   SetData(block);
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 255, 77, false), S_OK);
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 0, 77, false), S_OK);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 255, 77, false), S_OK);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 0, 77, false), S_OK);
   ASSERT_NE(response, nullptr);
   EXPECT_EQ(ops.ParseIPPResponse(response, nullptr), S_OK);
 
@@ -361,11 +353,11 @@ TEST_F(IppPrintStream, TheFinalAnswerMapsToTheStreamResult) {
                {FakeReply{200, "", {}, Norvane::kHostResponseReadBenign}, S_FALSE},
                {FakeReply{200, "", {}, E_OUTOFMEMORY}, E_OUTOFMEMORY}};
   for (const Case& c : cases) {
-    IPPOperations stream(address.p);
+    IPPOperations stream(address.get());
     finalReply = c.reply;
     SetData("RaS2");
-    ASSERT_EQ(stream.SendPrintJobRequest(&response, attributes.p, true, 0, 0, false), S_OK);
-    EXPECT_EQ(stream.SendPrintJobRequest(&response, attributes.p, true, 0, 0, false), c.result)
+    ASSERT_EQ(stream.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), S_OK);
+    EXPECT_EQ(stream.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), c.result)
         << "status " << c.reply.status;
   }
 }
@@ -373,35 +365,35 @@ TEST_F(IppPrintStream, TheFinalAnswerMapsToTheStreamResult) {
 TEST_F(IppPrintStream, AFailedChunkDropsTheStreamAndTheNextCallStartsAfresh) {
   SetData("RaS2");
   address->failWriteChunkAt = 2;
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 0, 0, false), S_OK);
-  EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 4, 0, false), E_FAIL);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), S_OK);
+  EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 4, 0, false), E_FAIL);
   EXPECT_EQ(address->requestsAlive, 0);
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 0, 0, false), S_OK);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), S_OK);
   EXPECT_EQ(address->requestsCreated, 2);
 }
 
 TEST_F(IppPrintStream, AFailedOpenFailsTheFirstCall) {
   SetData("RaS2");
   address->openResult = static_cast<HRESULT>(0x80070005);
-  EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 0, 0, false), E_FAIL);
+  EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), E_FAIL);
   EXPECT_EQ(address->requestsAlive, 0);
 }
 
 TEST_F(IppPrintStream, AChunkLongerThanTheDataIsRefused) {
   SetData("RaS2");
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 0, 0, false), S_OK);
-  EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.p, true, 5, 0, false), E_FAIL);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), S_OK);
+  EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 5, 0, false), E_FAIL);
   EXPECT_EQ(address->exchanges.size(), 0u);
 }
 
 TEST_F(IppPrintStream, UnchunkedSendsTheWholeBodyAndReadsTheAnswer) {
   SetData("RaS2-whole");
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.p, false, 0, 0, true), S_OK);
+  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), false, 0, 0, true), S_OK);
   ASSERT_EQ(address->exchanges.size(), 1u);
   const FakeExchange& e = address->exchanges[0];
   IPPOperations reference(nullptr);
   reference.SetResourceURI("/ipp/print");
-  EXPECT_TRUE(SameBytes(Expected(reference, 2, attributes.p) + "RaS2-whole", e.body));
+  EXPECT_TRUE(SameBytes(Expected(reference, 2, attributes.get()) + "RaS2-whole", e.body));
   EXPECT_TRUE(e.chunks.empty());
   EXPECT_EQ(e.port, 443u);
   EXPECT_TRUE(address->secure);

@@ -10,6 +10,7 @@
 #include "platform/registry.h"
 #include "testlib/capture_log.h"
 #include "testlib/temp_dir.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -27,23 +28,14 @@ uint64_t Now() {
 
 // A data map whose items give the lifespans the cache is read with.
 struct DataMap {
-  DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeVEXA);
-  ~DataMap() { map->Dispose(); }
+  QxUtils::Ref<DataMapSpec> held = QxUtils::AdoptRef(DataMapSpec::CreateDataMapSpec(DataMapTypeVEXA));
+  DataMapSpec* map = held.get();
   void Item(const char16_t* name, const char16_t* prefix, uint32_t lifespan) {
     map->AddDataItemSpec(prefix ? std::u16string(prefix) + u":" + name : name,
                          XMLDataItemSpec::CreateXMLDataItem(name, u"/uri", u"//x", prefix, false, lifespan, nullptr));
   }
 };
 
-template <class T>
-struct Ref {
-  T* p;
-  explicit Ref(T* object) : p(object) {}
-  ~Ref() {
-    if (p) p->Dispose();
-  }
-  T* operator->() { return p; }
-};
 
 CachedValue Cached(Variant v, uint64_t stamp, uint32_t lifespan) {
   CachedValue c;
@@ -57,7 +49,7 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   ScopedRegistryRoot root;
   uint64_t now = Now();
   {
-    Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
+    auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
     cache->SetDeviceIdentity(u"CN12345", u"VEXA");
     ValueTable table;
     table[u"dev:Model"] = Cached(Variant::FromString(u"LX 9000"), now, 600);
@@ -68,7 +60,7 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   }
   EXPECT_TRUE(fs::exists(root.Path() + "/HKLM/Software/Norvane/Cache/CN12345/VEXA/values.reg"));
 
-  Ref<RegCacheProvider> reader(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
+  auto reader = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
   reader->SetDeviceIdentity(u"CN12345", u"VEXA");
   DataMap map;
   map.Item(u"Model", u"dev", 600);
@@ -94,7 +86,7 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   EXPECT_EQ(reader->GetDataValue(nullptr, &v), S_FALSE);
 
   // Another device or protocol has its own key.
-  Ref<RegCacheProvider> other(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
+  auto other = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
   other->SetDeviceIdentity(u"CN12345", u"OID");
   ValueTable none;
   EXPECT_EQ(other->PopulateFromRegistry(map.map, &none), S_FALSE);
@@ -103,7 +95,7 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
 
 TEST(RegCache, TheLifespanComesFromTheDataMapInForce) {
   ScopedRegistryRoot root;
-  Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Lifespans"));
+  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Lifespans"));
   Variant v = Variant::FromString(u"x");
   uint64_t now = Now();
   ASSERT_EQ(cache->SetDataValue(u"Young", &v.Get(), static_cast<int64_t>(now - 59 * kSecond)), S_OK);
@@ -129,7 +121,7 @@ TEST(RegCache, ACompanionMustFollowItsValueDirectly) {
   std::ofstream(key.Directory() + "/values.reg") << "\"Tray\"=\"A4\"\n\"Tray-1\"=\"Letter\"\n\"Tray.Expires\"=\"0\"\n"
                                                  << "\"Bin\"=\"full\"\n\"Bin.Expires\"=\"0\"\n"
                                                  << "\"Bad\"=\"x\"\n\"Bad.Expires\"=\"soon\"\n";
-  Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Adjacent"));
+  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Adjacent"));
   DataMap map;
   ValueTable table;
   ASSERT_EQ(cache->PopulateFromRegistry(map.map, &table), S_OK);
@@ -143,7 +135,7 @@ TEST(RegCache, NoPathNoStoreAndHostileIdentitiesStayInside) {
   ScopedRegistryRoot root;
   ValueTable table;
   table[u"a"] = Cached(Variant::FromString(u"1"), 0, 0);
-  Ref<RegCacheProvider> none(RegCacheProvider::Create(nullptr));
+  auto none = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(nullptr));
   EXPECT_EQ(none->SetDataValues(table), S_FALSE);
   Variant v = Variant::FromString(u"x");
   EXPECT_EQ(none->SetDataValue(u"a", &v.Get(), 0), S_FALSE);
@@ -152,7 +144,7 @@ TEST(RegCache, NoPathNoStoreAndHostileIdentitiesStayInside) {
   EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));
 
   NorvaneTest::CaptureLog log;
-  Ref<RegCacheProvider> hostile(RegCacheProvider::Create(u"Cache"));
+  auto hostile = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Cache"));
   hostile->SetDeviceIdentity(u"..\\..\\..\\escape", u"VEXA");
   EXPECT_EQ(hostile->SetDataValues(table), S_FALSE);
   EXPECT_TRUE(log.Contains("RegCreateKeyEx failed with error code =87", 0x80));
@@ -164,7 +156,7 @@ TEST(RegCache, NoPathNoStoreAndHostileIdentitiesStayInside) {
 
 TEST(RegCache, AllExpiredWritesNothing) {
   ScopedRegistryRoot root;
-  Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Expired"));
+  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Expired"));
   ValueTable table;
   table[u"a"] = Cached(Variant::FromString(u"1"), Now() - 100 * kSecond, 1);
   EXPECT_EQ(cache->SetDataValues(table), S_OK);
@@ -173,7 +165,7 @@ TEST(RegCache, AllExpiredWritesNothing) {
 
 TEST(RegCache, ValuesOfOtherTypesWriteOnlyTheirCompanion) {
   ScopedRegistryRoot root;
-  Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Types"));
+  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Types"));
   Variant bytes = Variant::FromBytes("\x01\x02", 2);
   Variant machine = Variant::FromInt(7);
   ASSERT_EQ(cache->SetDataValue(u"Blob", &bytes.Get(), 0), S_OK);
@@ -189,7 +181,7 @@ TEST(RegCache, ValuesOfOtherTypesWriteOnlyTheirCompanion) {
 
 TEST(RegCache, AValueTooLargeForTheStoreFailsAndTheKeyKeepsWorking) {
   ScopedRegistryRoot root;
-  Ref<RegCacheProvider> cache(RegCacheProvider::Create(u"Large"));
+  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Large"));
   Variant small = Variant::FromString(u"kept");
   Variant huge = Variant::FromString(std::u16string(1100000, u'x'));
   ASSERT_EQ(cache->SetDataValue(u"Small", &small.Get(), 0), S_OK);
@@ -209,8 +201,8 @@ TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {
   ScopedRegistryRoot root;
   uintptr_t printer = OpenPrinterDataHandle(u"Front Desk");
   {
-    Ref<ICacheProvider> cache(CreatePrintDataCacheProvider(printer));
-    auto* concrete = dynamic_cast<PrintDataCacheProvider*>(cache.p);
+    auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
+    auto* concrete = dynamic_cast<PrintDataCacheProvider*>(cache.get());
     ASSERT_NE(concrete, nullptr);
     DataMap map;
     ValueTable table;
@@ -224,7 +216,7 @@ TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {
     null.Get().vt = VT_NULL;
     EXPECT_EQ(cache->SetDataValue(u"Nothing", &null.Get(), 0), S_FALSE);
   }
-  Ref<ICacheProvider> again(CreatePrintDataCacheProvider(printer));
+  auto again = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
   VARIANT out;
   VariantInit(&out);
   ASSERT_EQ(again->GetDataValue(u"Level", &out), S_OK);
@@ -232,15 +224,15 @@ TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {
   EXPECT_EQ(out.lVal, -1);
   DataMap map;
   ValueTable table;
-  ASSERT_EQ(dynamic_cast<PrintDataCacheProvider*>(again.p)->PopulateFromRegistry(map.map, &table), S_OK);
+  ASSERT_EQ(dynamic_cast<PrintDataCacheProvider*>(again.get())->PopulateFromRegistry(map.map, &table), S_OK);
   EXPECT_EQ(table.count(u"Level"), 1u);
-  EXPECT_EQ(dynamic_cast<PrintDataCacheProvider*>(again.p)->PopulateFromRegistry(nullptr, &table), S_FALSE);
+  EXPECT_EQ(dynamic_cast<PrintDataCacheProvider*>(again.get())->PopulateFromRegistry(nullptr, &table), S_FALSE);
   ClosePrinterDataHandle(printer);
 }
 
 TEST(PrintDataCache, NoPrinterMeansNoStore) {
   ScopedRegistryRoot root;
-  Ref<ICacheProvider> cache(CreatePrintDataCacheProvider(PrintDataCacheProvider::kNoPrinter));
+  auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(PrintDataCacheProvider::kNoPrinter));
   Variant v = Variant::FromString(u"x");
   EXPECT_EQ(cache->SetDataValue(u"a", &v.Get(), 0), S_FALSE);
   EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));
@@ -256,11 +248,11 @@ TEST(PrintDataCache, LongPrinterNamesKeepTheirOwnCache) {
   uintptr_t other = OpenPrinterDataHandle(twin.c_str());
   Variant v = Variant::FromString(u"LX 9000");
   {
-    Ref<ICacheProvider> cache(CreatePrintDataCacheProvider(printer));
+    auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
     ASSERT_EQ(cache->SetDataValue(u"Model", &v.Get(), 0), S_OK);
   }
-  Ref<ICacheProvider> again(CreatePrintDataCacheProvider(printer));
-  Ref<ICacheProvider> twinCache(CreatePrintDataCacheProvider(other));
+  auto again = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
+  auto twinCache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(other));
   VARIANT out;
   VariantInit(&out);
   ASSERT_EQ(again->GetDataValue(u"Model", &out), S_OK);

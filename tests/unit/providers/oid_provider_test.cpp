@@ -6,6 +6,7 @@
 #include "norvane/com.h"
 #include "providers/oid_provider_impl.h"
 #include "testlib/fake_host.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -21,15 +22,6 @@ struct Device {
   std::shared_ptr<FakeMib> mib = std::make_shared<FakeMib>();
   Device() { address->mib = mib; }
   ~Device() { address->Dispose(); }
-};
-
-// Releases a provider at the end of a test, whatever the assertions did.
-struct Held {
-  OIDProviderImpl* p;
-  ~Held() {
-    if (p != nullptr) p->Dispose();
-  }
-  OIDProviderImpl* operator->() const { return p; }
 };
 
 std::u16string Text(const Variant& v) {
@@ -67,8 +59,8 @@ TEST(OIDProvider, DetectionAcceptsOnlyADescriptionWithText) {
   for (int32_t number : {7, 0, -3}) {
     Device d;  // a number is turned into text, and any number has some
     d.mib->PutInt(kDescr, number);
-    Held provider{OIDProviderImpl::Create(d.address)};
-    EXPECT_NE(provider.p, nullptr) << number;
+    auto provider = QxUtils::AdoptRef(OIDProviderImpl::Create(d.address));
+    EXPECT_NE(provider.get(), nullptr) << number;
   }
 }
 
@@ -103,8 +95,8 @@ TEST(OIDProvider, ExportedFactoryDetectsTheSameWay) {
 TEST(OIDProvider, SemicolonWritesOneToTheSecondOidAndReportsTheWrite) {
   Device d;
   d.mib->PutText(kDescr, u"NX-4100");
-  Held provider{OIDProviderImpl::Create(d.address)};
-  ASSERT_NE(provider.p, nullptr);
+  auto provider = QxUtils::AdoptRef(OIDProviderImpl::Create(d.address));
+  ASSERT_NE(provider.get(), nullptr);
   d.mib->PutText(u"1.3.6.1.9.1", u"A");
   d.mib->calls.clear();
 
@@ -140,8 +132,8 @@ TEST(OIDProvider, SemicolonWritesOneToTheSecondOidAndReportsTheWrite) {
 TEST(OIDProvider, ArgumentChecksNeverReachTheConnection) {
   Device d;
   d.mib->PutText(kDescr, u"NX-4100");
-  Held provider{OIDProviderImpl::Create(d.address)};
-  ASSERT_NE(provider.p, nullptr);
+  auto provider = QxUtils::AdoptRef(OIDProviderImpl::Create(d.address));
+  ASSERT_NE(provider.get(), nullptr);
   d.mib->calls.clear();
   Variant v;
   char16_t next[32];
@@ -164,8 +156,8 @@ TEST(OIDProvider, ForwardsGetNextAndMultipleGetUnchanged) {
   Device d;
   d.mib->PutText(kDescr, u"NX-4100");
   d.mib->PutInt(u"1.3.6.1.2.1.25.3.2.1.5.1", 2);
-  Held provider{OIDProviderImpl::Create(d.address)};
-  ASSERT_NE(provider.p, nullptr);
+  auto provider = QxUtils::AdoptRef(OIDProviderImpl::Create(d.address));
+  ASSERT_NE(provider.get(), nullptr);
 
   Variant v;
   char16_t small[4];

@@ -1,4 +1,5 @@
-// What the integration bench tells its command about the peers.
+// What the integration bench tells its command about the peers: the one reader
+// of its environment for every integration suite.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -6,11 +7,12 @@
 #include <cstdlib>
 #include <string>
 
-namespace NorvaneHostTest {
+namespace NorvaneBench {
 
+// An unset or empty variable gives the fallback.
 inline std::string BenchValue(const char* name, const char* fallback = "") {
   const char* value = std::getenv(name);
-  return value != nullptr ? value : fallback;
+  return value != nullptr && *value != 0 ? value : fallback;
 }
 
 inline uint32_t BenchPort(const char* name, uint32_t fallback) {
@@ -21,9 +23,9 @@ inline uint32_t BenchPort(const char* name, uint32_t fallback) {
 // Peers listen only inside the bench; anywhere else the tests have nobody to talk to.
 #define NORVANE_REQUIRE_BENCH()                                                           \
   do {                                                                                    \
-    if (::NorvaneHostTest::BenchValue("NORVANE_BENCH") != "1") {                           \
+    if (::NorvaneBench::BenchValue("NORVANE_BENCH") != "1") {                           \
       GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";         \
     }                                                                                     \
   } while (0)
 
-}  // namespace NorvaneHostTest
+}  // namespace NorvaneBench
