@@ -6,7 +6,7 @@
 #include "providers/ws_provider_impl.h"
 #include "support/log.h"
 #include "support/ref.h"
-#include "support/runtime_init.h"
+#include "support/runtime_scope.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -39,20 +39,17 @@ HRESULT Requestor::SetValueFromSingleRequest(Address* address, const char16_t* t
 HRESULT Requestor::Run(const char* scopeName, Address* address, const char16_t* text, VARIANT* value,
                        bool isSet) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), scopeName);
-  HRESULT init = QxUtils::InitializeRuntime(qxLog_);
+  ComponentRuntimeScope runtime(&qxLog_);
   HRESULT hr = S_FALSE;
-  {
-    Requestor requestor;
-    bool complete = address != nullptr && text != nullptr && value != nullptr;
-    if (complete && isSet) complete = value->vt != VT_EMPTY;
-    if (complete) {
-      hr = requestor.LoadRequestXML(address, text, value);
-    } else {
-      requestor.Record(kMissingArgument);
-    }
-    if (requestor.errorCode_ != kNoError) hr = static_cast<HRESULT>(requestor.errorCode_);
+  Requestor requestor;
+  bool complete = address != nullptr && text != nullptr && value != nullptr;
+  if (complete && isSet) complete = value->vt != VT_EMPTY;
+  if (complete) {
+    hr = requestor.LoadRequestXML(address, text, value);
+  } else {
+    requestor.Record(kMissingArgument);
   }
-  QxUtils::ReleaseRuntime(init);
+  if (requestor.errorCode_ != kNoError) hr = static_cast<HRESULT>(requestor.errorCode_);
   return hr;
 }
 

@@ -7,7 +7,7 @@
 #include "support/expiry.h"
 #include "support/log.h"
 #include "support/ref.h"
-#include "support/runtime_init.h"
+#include "support/runtime_scope.h"
 #include "support/string_utils.h"
 
 QX_LOG_SOURCE_FILE()
@@ -30,13 +30,13 @@ std::u16string_view Trimmed(std::u16string_view text) {
 XMLProvider::XMLProvider(Address* address, uint32_t port) : address_(address), port_(port) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::XMLProvider::XMLProvider");
   if (address_ != nullptr) address_->AddRef();
-  runtimeInit_ = QxUtils::InitializeRuntime(qxLog_);
+  runtime_.emplace(&qxLog_);
 }
 
 XMLProvider::~XMLProvider() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::XMLProvider::~XMLProvider");
   documents_.clear();
-  QxUtils::ReleaseRuntime(runtimeInit_);
+  runtime_.reset();
   if (address_ != nullptr) address_->Dispose();
 }
 

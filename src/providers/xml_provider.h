@@ -13,12 +13,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "norvane/disposable.h"
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/xml.h"
+#include "support/runtime_scope.h"
 
 namespace Norvane {
 
@@ -75,7 +77,7 @@ class XMLProvider {
   // The entry GetDOM handed out last, so the query that follows finds its
   // selector without a second lookup; null when GetDOM cached nothing.
   CachedDocument* lastServed_ = nullptr;
-  HRESULT runtimeInit_ = E_FAIL;
+  std::optional<ComponentRuntimeScope> runtime_;
 };
 
 // Joins the shared machinery to one of the exported provider interfaces.
