@@ -300,9 +300,9 @@ class IppPrintStream : public ::testing::Test {
   void SetData(const std::string& data) {
     ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(data.data()), static_cast<int32_t>(data.size()));
   }
-  auto address = NewAddress();
+  QxUtils::Ref<FakeAddress> address = NewAddress();
   IPPOperations ops{address.get()};
-  auto attributes = NewRequest();
+  QxUtils::Ref<IPPRequestBase> attributes = NewRequest();
   FakeReply finalReply = Ok();
   Norvane::HTTPResponse* response = nullptr;
 };

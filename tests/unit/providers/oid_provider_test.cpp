@@ -53,8 +53,8 @@ TEST(OIDProvider, DetectionAcceptsOnlyADescriptionWithText) {
     Device d;
     Variant bytes = Variant::FromBytes(raw.data(), raw.size());
     d.mib->Put(kDescr, bytes.Get());
-    Held provider{OIDProviderImpl::Create(d.address)};
-    EXPECT_EQ(provider.p != nullptr, raw.size() >= 2) << raw;
+    auto provider = QxUtils::AdoptRef(OIDProviderImpl::Create(d.address));
+    EXPECT_EQ(provider.get() != nullptr, raw.size() >= 2) << raw;
   }
   for (int32_t number : {7, 0, -3}) {
     Device d;  // a number is turned into text, and any number has some
