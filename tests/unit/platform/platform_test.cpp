@@ -100,6 +100,18 @@ TEST(Platform, FileTimeCountsHundredNanosecondsSince1601) {
   EXPECT_GE(moved - stamp, 50u * 1000000);
 }
 
+TEST(Platform, CoarseFileTimeIsNeverAheadOfTheFullClockNorBehindItByMoreThanItsLag) {
+  for (int i = 0; i < 1000; ++i) {
+    // Read between two full reads, so that a pause of the thread cannot fail it.
+    uint64_t before = 0, coarse = 0, lag = 0, after = 0;
+    ASSERT_EQ(Norvane::GetCurrentFileTime(&before), 1);
+    ASSERT_EQ(Norvane::GetCoarseFileTime(&coarse, &lag), 1);
+    ASSERT_EQ(Norvane::GetCurrentFileTime(&after), 1);
+    ASSERT_LE(coarse, after);
+    ASSERT_LT(before, coarse + lag);
+  }
+}
+
 TEST(Platform, ManualResetEventStaysSignalledUntilReset) {
   Norvane::ManualResetEvent event;
   EXPECT_FALSE(event.Wait(10));
