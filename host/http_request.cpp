@@ -93,16 +93,13 @@ const char16_t* HttpResponseImpl::GetHeader(const char16_t* name) {
 
 HttpRequestImpl::HttpRequestImpl(NetAddressImpl* address, HostName host, bool tls, uint32_t port,
                                  HttpSettings settings)
-    : address_(address), host_(std::move(host)), tls_(tls), port_(port), settings_(settings) {
-  address_->AddRef();
+    : address_(QxUtils::ShareRef(address)), host_(std::move(host)), tls_(tls), port_(port), settings_(settings) {
 }
 
 HttpRequestImpl::~HttpRequestImpl() {
   exchange_.reset();
   if (channel_) address_->ReturnChannel(std::move(channel_));
-  if (response_ != nullptr) response_->Dispose();
   Wipe(password_);
-  address_->Dispose();
 }
 
 const char16_t* HttpRequestImpl::GetURL() {
@@ -242,9 +239,7 @@ HRESULT HttpRequestImpl::Conclude(CURLcode result) {
   ExchangeResponse& received = exchange_->Response();
   if (received.status == 401) address_->NoteAuthSchemes(exchange_->OfferedAuthSchemes());
   if (answered) {
-    if (response_ != nullptr) response_->Dispose();
-    response_ = new HttpResponseImpl(std::move(received));
-    response_->AddRef();
+    response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
   }
   exchange_.reset();
   address_->ReturnChannel(std::move(channel_));
@@ -262,10 +257,7 @@ HRESULT HttpRequestImpl::Send(Norvane::HTTPResponse** response) {
     phase_ = Phase::kIdle;
     hr = answer_;
   } else {
-    if (response_ != nullptr) {
-      response_->Dispose();
-      response_ = nullptr;
-    }
+    response_.Reset();
     if (!TakeChannel()) return E_OUTOFMEMORY;
     exchange_ = std::make_unique<HttpExchange>(*channel_);
     CURLcode rc = exchange_->Start(MakeSetup(false, body_.data(), body_.size()));
@@ -273,7 +265,7 @@ HRESULT HttpRequestImpl::Send(Norvane::HTTPResponse** response) {
   }
   if (SUCCEEDED(hr)) {
     if (response_ == nullptr) return E_FAIL;
-    *response = response_;
+    *response = response_.get();
   }
   return hr;
 }
@@ -294,10 +286,7 @@ HRESULT HttpRequestImpl::SendBody(const uint8_t* body, uint32_t length) {
 HRESULT HttpRequestImpl::Open(uint64_t /*context: the library's, unused here*/) {
   if (phase_ == Phase::kStreaming) return E_FAIL;
   phase_ = Phase::kIdle;
-  if (response_ != nullptr) {
-    response_->Dispose();
-    response_ = nullptr;
-  }
+  response_.Reset();
   if (!TakeChannel()) return E_OUTOFMEMORY;
   deframe_ = CallerFramesChunks();
   deframer_ = ChunkDeframer();

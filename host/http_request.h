@@ -10,6 +10,7 @@
 #include "http_exchange.h"
 #include "norvane/transport.h"
 #include "settings.h"
+#include "support/ref.h"
 #include "url.h"
 
 namespace NorvaneHost {
@@ -81,7 +82,7 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   HRESULT Conclude(CURLcode result);
   bool CallerFramesChunks() const;
 
-  NetAddressImpl* address_;  // one reference held
+  QxUtils::Ref<NetAddressImpl> address_;
   HostName host_;
   bool tls_;
   uint32_t port_;
@@ -105,7 +106,7 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   HRESULT answer_ = S_OK;  // what Send reports after SendBody
   bool deframe_ = false;
   ChunkDeframer deframer_;
-  HttpResponseImpl* response_ = nullptr;  // one reference held
+  QxUtils::Ref<HttpResponseImpl> response_;
 };
 
 }  // namespace NorvaneHost

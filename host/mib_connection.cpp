@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "support/ref.h"
 #include "text.h"
 
 namespace NorvaneHost {
@@ -53,18 +54,14 @@ HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& sett
   if (connection == nullptr) return E_POINTER;
   *connection = nullptr;
   EnsureSnmpStarted();
-  auto* made = new MibConnectionImpl(host, settings);
-  made->AddRef();
+  auto made = QxUtils::ShareRef(new MibConnectionImpl(host, settings));
   HRESULT hr;
   {
     std::lock_guard<std::mutex> lock(made->mutex_);
     hr = made->OpenSessionNoLock();
   }
-  if (FAILED(hr)) {
-    made->Dispose();
-    return hr;
-  }
-  *connection = made;
+  if (FAILED(hr)) return hr;
+  *connection = made.Release();
   return S_OK;
 }
 

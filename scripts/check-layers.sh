@@ -42,11 +42,12 @@ for layer in "${layers[@]}"; do
 done
 
 # The host and the tools sit beside the library: its public headers, plus the
-# one shared text conversion the host links in its own copy of.
+# one shared text conversion the host links in its own copy of and the
+# header-only reference holder.
 while IFS= read -r -d '' file; do
   while IFS= read -r target; do
     case "$target" in
-      norvane/* | platform/utf.h) ;;
+      norvane/* | platform/utf.h | support/ref.h) ;;
       *) if [ "$(rank "${target%%/*}")" -ge 0 ]; then
            echo "$file: may include only public headers, not $target"
            status=1

@@ -7,6 +7,7 @@
 #include "norvane/datamap.h"
 #include "platform/xml.h"
 #include "support/log.h"
+#include "support/ref.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -36,12 +37,13 @@ DataMapSpecCollection* DataMapSpecCollection::CreateDataMapSpecCollection(const 
 
 void DataMapSpecCollection::AddDataMapSpec(DataMapSpec* spec) {
   if (spec == nullptr) return;
+  auto held = QxUtils::AdoptRef(spec);
   try {
     maps_.push_back(spec);
   } catch (const std::bad_alloc&) {
-    spec->Dispose();
     throw ComError(E_OUTOFMEMORY);
   }
+  (void)held.Release();
 }
 
 int32_t DataMapSpecCollection::GetCount() const { return static_cast<int32_t>(maps_.size()); }

@@ -29,15 +29,10 @@ std::u16string_view ProtocolOfPort(uint32_t port) {
 
 }  // namespace
 
-XMLDataMapper::XMLDataMapper(IXMLProvider* provider, DataMapSpec* dataMap) : provider_(provider), dataMap_(dataMap) {
-  if (provider_ != nullptr) provider_->AddRef();
-  if (dataMap_ != nullptr) dataMap_->AddRef();
-}
+XMLDataMapper::XMLDataMapper(IXMLProvider* provider, DataMapSpec* dataMap)
+    : provider_(QxUtils::ShareRef(provider)), dataMap_(QxUtils::ShareRef(dataMap)) {}
 
-XMLDataMapper::~XMLDataMapper() {
-  if (provider_ != nullptr) provider_->Dispose();
-  if (dataMap_ != nullptr) dataMap_->Dispose();
-}
+XMLDataMapper::~XMLDataMapper() = default;
 
 XMLDataMapper* XMLDataMapper::Create(IXMLProvider* provider, DataMapSpec* dataMap) {
   if (dataMap == nullptr) return nullptr;

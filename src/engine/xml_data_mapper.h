@@ -10,6 +10,7 @@
 #include "norvane/datamap.h"
 #include "norvane/disposable.h"
 #include "norvane/interfaces.h"
+#include "support/ref.h"
 
 namespace Norvane {
 
@@ -31,8 +32,8 @@ class XMLDataMapper : public DisposableObject<DataCollectionImpl> {
   XMLDataMapper(IXMLProvider* provider, DataMapSpec* dataMap);
   ~XMLDataMapper() override;
 
-  IXMLProvider* provider_;
-  DataMapSpec* dataMap_;
+  QxUtils::Ref<IXMLProvider> provider_;
+  QxUtils::Ref<DataMapSpec> dataMap_;
 };
 
 }  // namespace Norvane

@@ -25,7 +25,7 @@ bool HasText(const char* text) { return text != nullptr && *text != 0; }
 
 HRESULT IPPProviderImpl::StartPrintJob(IPPRequestBase* attributes, const uint8_t* data, int32_t length) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::StartPrintJob");
-  jobOperations_ = std::make_unique<IPPOperations>(address_);
+  jobOperations_ = std::make_unique<IPPOperations>(address_.get());
   streamResponse_ = nullptr;
   jobOperations_->SetPrinterFileBufferContent(data, length);
   jobOperations_->SetResourceURI(QxUtils::WideToUtf8(resourceURI_).c_str());

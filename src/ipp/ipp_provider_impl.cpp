@@ -11,8 +11,7 @@ QX_LOG_SOURCE_FILE()
 namespace Norvane {
 
 IPPProviderImpl::IPPProviderImpl(Address* address, std::unique_ptr<IPPOperations> queryOperations)
-    : address_(address), queryOperations_(std::move(queryOperations)) {
-  address_->AddRef();
+    : address_(QxUtils::ShareRef(address)), queryOperations_(std::move(queryOperations)) {
   securityFlags_ = queryOperations_->GetSecurityFlags();
 }
 
@@ -22,7 +21,7 @@ IPPProviderImpl::~IPPProviderImpl() {
   // The operations borrow the address: they go first.
   EndJobOperations();
   queryOperations_.reset();
-  address_->Dispose();
+  address_.Reset();
 }
 
 IPPProviderImpl* IPPProviderImpl::Create(Address* address, const char* resourceURI, bool secure,
@@ -87,11 +86,10 @@ IPPProviderImpl* IPPProviderImpl::Create2(Address* address, const char16_t* prin
   }
 
   bool secure = GetURIScheme(full.c_str()) == IppUriScheme::kSecureIpp;
-  IPPProviderImpl* provider = Create(address, QxUtils::WideToUtf8(resource).c_str(), secure, securityFlags);
-  if (provider != nullptr && !provider->SetPrinterURIs(resource.c_str(), full.c_str())) {
-    provider->Dispose();
-    provider = nullptr;
-  } else if (provider == nullptr) {
+  auto provider = QxUtils::AdoptRef(Create(address, QxUtils::WideToUtf8(resource).c_str(), secure, securityFlags));
+  if (provider && !provider->SetPrinterURIs(resource.c_str(), full.c_str())) {
+    provider.Reset();
+  } else if (!provider) {
     // A refused creation request is reported as one code; 401 and transport
     // errors stay as they are so that the host can ask for credentials.
     DWORD error = GetLastError();
@@ -99,7 +97,7 @@ IPPProviderImpl* IPPProviderImpl::Create2(Address* address, const char16_t* prin
   }
   QX_LOG(QxLogging::kInfo, "Resource URI is %s \r\n", QxUtils::WideToUtf8(resource).c_str());
   QX_LOG(QxLogging::kInfo, "Resource URI is %s \r\n", QxUtils::WideToUtf8(full).c_str());
-  return provider;
+  return provider.Release();
 }
 
 bool IPPProviderImpl::SetPrinterURIs(const char16_t* resourceURI, const char16_t* printerURI) {

@@ -24,6 +24,7 @@
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/sync.h"
+#include "support/ref.h"
 
 namespace Norvane {
 
@@ -185,7 +186,7 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   void EndJobOperations();
   bool IsSecureIpp() const { return GetURIScheme(printerURI_.c_str()) == IppUriScheme::kSecureIpp; }
 
-  Address* address_;
+  QxUtils::Ref<Address> address_;
   // The attributes of the creation request, and the collection records of
   // earlier collection queries. Never refreshed by GetValue.
   std::unique_ptr<IPPOperations> queryOperations_;

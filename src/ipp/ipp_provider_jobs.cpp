@@ -26,7 +26,7 @@ bool MissingArguments(const void* attributes, const void* response) {
 
 HRESULT IPPProviderImpl::SendJobRequest(uint32_t operation, IPPRequestBase* attributes, IPPResponseBase* response,
                                         bool secure, uint32_t securityFlags) {
-  IPPOperations operations(address_);
+  IPPOperations operations(address_.get());
   operations.SetResourceURI(QxUtils::WideToUtf8(resourceURI_).c_str());
   operations.SetSecurityFlags(securityFlags);
   HTTPResponse* reply = nullptr;
@@ -75,7 +75,7 @@ HRESULT IPPProviderImpl::CreateJob(IPPRequestBase* attributes, IPPResponseBase* 
 }
 
 std::unique_ptr<IPPOperations> IPPProviderImpl::MakeGetJobsOperations(bool completed, const char* user) {
-  auto operations = std::make_unique<IPPOperations>(address_);
+  auto operations = std::make_unique<IPPOperations>(address_.get());
   // The encoder asks for finished jobs exactly when the attribute is
   // job-state, so this one name picks both the job list and what is read.
   operations->SetAttributeName(completed ? "job-state" : "job-state-reasons");
@@ -141,7 +141,7 @@ HRESULT IPPProviderImpl::CancelJob(IPPRequestBase* attributes, IPPResponseBase* 
 HRESULT IPPProviderImpl::ValidateCredentials(IPPRequestBase* attributes, IPPResponseBase* response) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::ValidateCredentials");
   if (MissingArguments(attributes, response)) return E_FAIL;
-  jobOperations_ = std::make_unique<IPPOperations>(address_);
+  jobOperations_ = std::make_unique<IPPOperations>(address_.get());
   streamResponse_ = nullptr;
   if (FAILED(jobOperations_->SetResourceURI(QxUtils::WideToUtf8(resourceURI_).c_str()))) {
     SetLastError(kIppErrorShortResource);

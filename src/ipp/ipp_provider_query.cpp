@@ -72,7 +72,7 @@ HRESULT IPPProviderImpl::GetIPPValue(const char* name, uint32_t getJob, VARIANT*
   if (isCollectionQuery == 1 && queryOperations_->QueryCollection(collectionQuery, value)) return S_OK;
   if (name == nullptr) return E_FAIL;
 
-  IPPOperations operations(address_);
+  IPPOperations operations(address_.get());
   operations.SetAttributeName(name);
   operations.SetResourceURI(resourceURI);
   bool secure = GetURIScheme(printerURI_.c_str()) == IppUriScheme::kSecureIpp;

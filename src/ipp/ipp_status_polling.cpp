@@ -62,7 +62,7 @@ bool IPPProviderImpl::IsPolling() { return printerStatusThread_.joinable() || jo
 
 HRESULT IPPProviderImpl::RetrievePrinterState(std::string* state, std::string* reasons) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::RetrievePrinterState");
-  IPPOperations operations(address_);
+  IPPOperations operations(address_.get());
   operations.SetAttributeName("printer-state,printer-state-reasons");
   operations.SetResourceURI(QxUtils::WideToUtf8(resourceURI_).c_str());
   bool secure = IsSecureIpp();

@@ -27,9 +27,8 @@ std::u16string_view Trimmed(std::u16string_view text) {
 
 }  // namespace
 
-XMLProvider::XMLProvider(Address* address, uint32_t port) : address_(address), port_(port) {
+XMLProvider::XMLProvider(Address* address, uint32_t port) : address_(QxUtils::ShareRef(address)), port_(port) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::XMLProvider::XMLProvider");
-  if (address_ != nullptr) address_->AddRef();
   runtime_.emplace(&qxLog_);
 }
 
@@ -37,7 +36,7 @@ XMLProvider::~XMLProvider() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::XMLProvider::~XMLProvider");
   documents_.clear();
   runtime_.reset();
-  if (address_ != nullptr) address_->Dispose();
+  address_.Reset();
 }
 
 HRESULT XMLProvider::GetContent(const char16_t* uri, std::string* content) {

@@ -20,6 +20,7 @@
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/xml.h"
+#include "support/ref.h"
 #include "support/runtime_scope.h"
 
 namespace Norvane {
@@ -52,7 +53,7 @@ class XMLProvider {
   virtual HRESULT GetDOM(const char16_t* uri, xmlDoc** document, uint32_t useCache, uint32_t lifespan);
 
   uint32_t GetProviderPort() const { return port_; }
-  Address* GetAddress() const { return address_; }
+  Address* GetAddress() const { return address_.get(); }
 
  protected:
   // Takes a reference on `address` when non-null.
@@ -70,7 +71,7 @@ class XMLProvider {
   // The selector for the document GetDOM just handed out; a document it did not
   // cache (an override may return its own) gets a one-off.
   Xml::Selector& SelectorFor(const xmlDoc* document, std::unique_ptr<Xml::Selector>* oneOff);
-  Address* address_;
+  QxUtils::Ref<Address> address_;
   uint32_t port_;
   // Keyed by the URI exactly as passed, compared code unit by code unit.
   std::map<std::u16string, CachedDocument, std::less<>> documents_;
@@ -100,11 +101,9 @@ class XMLProviderObject : public DisposableObject<Interface>, public XMLProvider
 // and released otherwise.
 template <class Provider>
 Provider* KeepWhenNodeExists(Provider* provider, const char16_t* uri, const char16_t* xpath, uint32_t bufferSize) {
-  if (provider == nullptr) return nullptr;
-  provider->AddRef();
+  auto held = QxUtils::ShareRef(provider);
   uint32_t required = 0;
-  if (provider->GetValue(uri, xpath, nullptr, bufferSize, &required, 1, 0) == E_OUTOFMEMORY) return provider;
-  provider->Dispose();
+  if (held && held->GetValue(uri, xpath, nullptr, bufferSize, &required, 1, 0) == E_OUTOFMEMORY) return held.Release();
   return nullptr;
 }
 
