@@ -70,15 +70,11 @@ HRESULT DataCollectionImpl::CreateFromDOM(Address* address, xmlNode* node, DataC
   xmlNode* dataMaps = nullptr;
   HRESULT hr = Xml::SelectFirstNode(node, std::string_view("DataMaps"), &dataMaps);
   if (hr != S_OK || dataMaps == nullptr) return FAILED(hr) ? hr : S_FALSE;
-  DataMapSpecCollection* specs = DataMapSpecCollection::CreateDataMapSpecCollection(dataMaps);
-  if (specs == nullptr) return E_OUTOFMEMORY;
-  {
-    QxLogging::CLogFunction inner(&QxLogging::NorvaneDM(), &qxLogSourceFile_,
-                                  "Norvane::CreateDataCollectionFromDataMapSpecsCollection", __LINE__);
-    hr = CreateFromSpecs(address, specs, collection, cache);
-  }
-  DataMapSpecCollection::Dispose(specs);
-  return hr;
+  auto specs = QxUtils::AdoptRef(DataMapSpecCollection::CreateDataMapSpecCollection(dataMaps));
+  if (!specs) return E_OUTOFMEMORY;
+  QxLogging::CLogFunction inner(&QxLogging::NorvaneDM(), &qxLogSourceFile_,
+                                "Norvane::CreateDataCollectionFromDataMapSpecsCollection", __LINE__);
+  return CreateFromSpecs(address, specs.get(), collection, cache);
 }
 
 HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollection* specs,

@@ -17,9 +17,6 @@
 #include "platform/registry_changes.h"
 #include "platform/unique_fd.h"
 #include "platform/utf.h"
-#include "support/log.h"
-
-QX_LOG_SOURCE_FILE()
 
 namespace Norvane::Registry {
 
@@ -29,6 +26,12 @@ constexpr const char* kValueFile = "values.reg";
 constexpr const char* kLockFile = ".lock";
 constexpr const char* kSetAsidePrefix = "values.reg.unreadable-";
 constexpr size_t kMaxComponentBytes = 255;
+
+std::atomic<NoticeHandler> noticeHandler{nullptr};
+
+void Tell(const std::string& notice) {
+  if (NoticeHandler handler = noticeHandler.load()) handler(notice.c_str());
+}
 
 long FromErrno(int error) {
   switch (error) {
@@ -147,8 +150,8 @@ void RemoveStaleTemporaries(const std::string& directory) {
 // otherwise block every later write to its key. It is kept for inspection
 // under a name that says why, and the key starts afresh. Called under the
 // key's lock.
-long SetAsideUnreadable(const std::string& directory) {
-  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::Registry::SetAsideUnreadable");
+// Says what happened in *notice.
+long SetAsideUnreadable(const std::string& directory, std::string* notice) {
   static std::atomic<unsigned> counter{0};
   char stamp[32] = "";
   time_t now = time(nullptr);
@@ -158,10 +161,10 @@ long SetAsideUnreadable(const std::string& directory) {
                       std::to_string(counter.fetch_add(1));
   if (rename((directory + "/" + kValueFile).c_str(), aside.c_str()) != 0) {
     int e = errno;
-    QX_LOG(QxLogging::kStandout, "Unreadable value file in %s could not be moved aside, error %d", directory.c_str(), e);
+    *notice = "Unreadable value file in " + directory + " could not be moved aside, error " + std::to_string(e);
     return FromErrno(e);
   }
-  QX_LOG(QxLogging::kStandout, "Unreadable value file moved aside to %s; the key starts empty", aside.c_str());
+  *notice = "Unreadable value file moved aside to " + aside + "; the key starts empty";
   return kSuccess;
 }
 
@@ -244,6 +247,8 @@ long ResolveKey(Hive hive, std::u16string_view path, bool create, std::string* d
 
 }  // namespace
 
+void SetNoticeHandler(NoticeHandler handler) { noticeHandler.store(handler); }
+
 std::string HiveRoot(Hive hive) {
   const char* base = std::getenv("NORVANE_REGISTRY_DIR");
   if (base != nullptr && *base != 0) {
@@ -298,9 +303,10 @@ long Key::Update(Change change) {
   }
   RemoveStaleTemporaries(directory_);
   ValueList values;
+  std::string notice;
   long rc = LoadValues(directory_, &values);
   if (rc == kInvalidData) {
-    rc = SetAsideUnreadable(directory_);
+    rc = SetAsideUnreadable(directory_, &notice);
     values.clear();
   }
   if (rc == kSuccess) {
@@ -309,6 +315,8 @@ long Key::Update(Change change) {
   }
   flock(lock.get(), LOCK_UN);
   if (rc == kSuccess) NoteStoreChanged(directory_);
+  // Told outside the lock: whoever listens may read this key.
+  if (!notice.empty()) Tell(notice);
   return rc;
 }
 

@@ -39,6 +39,13 @@ constexpr long kMoreData = 234;
 constexpr long kGenericFailure = 31;
 constexpr long kNoResources = 1450;  // the key's value file would pass its size limit
 
+// Receives a line on what the store did of its own accord (a damaged value file
+// set aside), called after the key's lock is released. The store cannot log for
+// itself: the logging reads its settings from the store, so the logging installs
+// the handler. None is installed at first; one at a time.
+using NoticeHandler = void (*)(const char* text);
+void SetNoticeHandler(NoticeHandler handler);
+
 // The directory of a hive; empty when no root can be determined.
 std::string HiveRoot(Hive hive);
 
@@ -62,8 +69,8 @@ class Key {
   // One atomic update each. A value over the limits of registry_format.h is
   // refused (kInvalidParameter) and a file that would grow past its limit
   // (kNoResources), before anything is written. A value file that does not
-  // parse is moved aside as "values.reg.unreadable-<UTC time>-..." (logged)
-  // and the update starts from an empty key.
+  // parse is moved aside as "values.reg.unreadable-<UTC time>-..." (told to the
+  // notice handler) and the update starts from an empty key.
   long SetValue(const Value& value);
   long SetValues(const ValueList& values);
   long DeleteValue(std::u16string_view name);

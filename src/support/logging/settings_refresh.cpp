@@ -8,9 +8,19 @@
 #include "support/logging/process_facts.h"
 #include "support/string_utils.h"
 
+QX_LOG_SOURCE_FILE()
+
 namespace QxLogging {
 
 namespace {
+
+// The store cannot log for itself (these settings are read from it), so it
+// hands what it did of its own accord to the logging.
+void LogStoreNotice(const char* text) {
+  QX_LOG_FUNCTION(NorvaneDM(), "Norvane::Registry::Notice");
+  QX_LOG(kStandout, "%s", text);
+}
+[[maybe_unused]] const bool kStoreNoticesLogged = (Norvane::Registry::SetNoticeHandler(&LogStoreNotice), true);
 
 using Norvane::Registry::Hive;
 using Norvane::Registry::Key;
