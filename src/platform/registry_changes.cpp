@@ -9,6 +9,8 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/unique_fd.h"
+
 namespace Norvane::Registry {
 
 namespace {
@@ -45,15 +47,17 @@ std::atomic<uint64_t>* MapCounter(const std::string& root) {
   std::error_code ignored;
   std::filesystem::create_directories(root, ignored);
   std::string path = root + "/" + kCounterFile;
-  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (fd < 0) return nullptr;
+  UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (!fd.valid()) return nullptr;
   struct stat st{};
   const long page = sysconf(_SC_PAGESIZE);
   // Growing an existing file only adds zeros, so a racing second creator
   // cannot reset a counter already in use.
-  bool sized = fstat(fd, &st) == 0 && (st.st_size >= page || ftruncate(fd, page) == 0) && fstat(fd, &st) == 0;
-  void* at = sized ? mmap(nullptr, static_cast<size_t>(page), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0) : MAP_FAILED;
-  close(fd);
+  bool sized = fstat(fd.get(), &st) == 0 && (st.st_size >= page || ftruncate(fd.get(), page) == 0) &&
+               fstat(fd.get(), &st) == 0;
+  void* at =
+      sized ? mmap(nullptr, static_cast<size_t>(page), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0) : MAP_FAILED;
+  fd.Reset();
   if (at == MAP_FAILED) return nullptr;
   std::lock_guard<std::mutex> hold(MappingsLock());
   auto* counter = static_cast<std::atomic<uint64_t>*>(at);

@@ -6,20 +6,21 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/unique_fd.h"
+
 namespace Norvane {
 
 std::string GenerateUuid() {
   unsigned char b[16];
-  int fd = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return {};
+  UniqueFd fd(open("/dev/urandom", O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) return {};
   size_t got = 0;
   while (got < sizeof b) {
-    ssize_t n = read(fd, b + got, sizeof b - got);
+    ssize_t n = read(fd.get(), b + got, sizeof b - got);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     got += static_cast<size_t>(n);
   }
-  close(fd);
   if (got != sizeof b) return {};
   b[6] = static_cast<unsigned char>((b[6] & 0x0F) | 0x40);
   b[8] = static_cast<unsigned char>((b[8] & 0x3F) | 0x80);
