@@ -26,6 +26,12 @@ constexpr Tag kTags[] = {
 
 std::string CategoryTags(uint32_t bits) {
   std::string out;
+  AppendCategoryTags(bits, &out);
+  return out;
+}
+
+void AppendCategoryTags(uint32_t bits, std::string* into) {
+  std::string& out = *into;
   char buffer[16];
   for (const Tag& tag : kTags) {
     if ((bits & tag.bit) == 0) continue;
@@ -40,11 +46,16 @@ std::string CategoryTags(uint32_t bits) {
     std::snprintf(buffer, sizeof buffer, "(M%u) ", m);
     out += buffer;
   }
-  return out;
 }
 
 std::string LinePrefix(uint32_t options, uint32_t bits, int line, const LinePrefixFacts& facts) {
   std::string out;
+  AppendLinePrefix(options, bits, line, facts, &out);
+  return out;
+}
+
+void AppendLinePrefix(uint32_t options, uint32_t bits, int line, const LinePrefixFacts& facts, std::string* into) {
+  std::string& out = *into;
   char buffer[64];
   bool compact = (options & kOptCompactTime) != 0;
   if (options & kOptDate) {
@@ -77,11 +88,10 @@ std::string LinePrefix(uint32_t options, uint32_t bits, int line, const LinePref
       out += "      ";
     }
   }
-  out += CategoryTags(bits);
-  return out;
+  AppendCategoryTags(bits, &out);
 }
 
-LinePrefixFacts CurrentFacts(uint64_t lastLineMicros, std::string_view processId) {
+LinePrefixFacts CurrentFacts(uint64_t lastLineMicros, std::string_view processId, bool counters) {
   LinePrefixFacts facts;
   // Lines come many to a second; the broken-down time changes once a second.
   thread_local std::time_t lastSecond = -1;
@@ -92,8 +102,10 @@ LinePrefixFacts CurrentFacts(uint64_t lastLineMicros, std::string_view processId
     lastSecond = now;
   }
   facts.localTime = lastLocal;
-  facts.micros = MonotonicMicros();
-  facts.millisSinceLast = (facts.micros - lastLineMicros) / 1000u;
+  if (counters) {
+    facts.micros = MonotonicMicros();
+    facts.millisSinceLast = (facts.micros - lastLineMicros) / 1000u;
+  }
   facts.processId = processId;
   facts.threadId = CurrentThreadId();
   return facts;

@@ -21,12 +21,16 @@ struct LinePrefixFacts {
 // Tags for the bits of (settings categories AND record category), in the
 // fixed tag order.
 std::string CategoryTags(uint32_t bits);
+void AppendCategoryTags(uint32_t bits, std::string* out);
 
 // Date, time, counter, elapsed, process, thread, line number, then the tags.
 std::string LinePrefix(uint32_t options, uint32_t bits, int line, const LinePrefixFacts& facts);
+// The same, appended to *out (a line's buffer reused from line to line).
+void AppendLinePrefix(uint32_t options, uint32_t bits, int line, const LinePrefixFacts& facts, std::string* out);
 
 // The facts of this moment for a module whose previous line was at
-// lastLineMicros (0: none yet).
-LinePrefixFacts CurrentFacts(uint64_t lastLineMicros, std::string_view processId);
+// lastLineMicros (0: none yet). The monotonic counter is read only when
+// `counters` (the line shows the counter or the time since the last line).
+LinePrefixFacts CurrentFacts(uint64_t lastLineMicros, std::string_view processId, bool counters);
 
 }  // namespace QxLogging

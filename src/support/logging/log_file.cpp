@@ -100,22 +100,27 @@ void CLogFile::CloseKept() {
 }
 
 std::string ToUtf16Le(const std::string& text) {
+  std::string bytes;
+  ToUtf16Le(text, &bytes);
+  return bytes;
+}
+
+void ToUtf16Le(const std::string& text, std::string* bytes) {
   // Log lines are mostly ASCII: widen those bytes directly.
   bool ascii = true;
   for (char c : text) ascii = ascii && static_cast<unsigned char>(c) < 0x80;
   if (ascii) {
-    std::string bytes(text.size() * 2, '\0');
-    for (size_t i = 0; i < text.size(); ++i) bytes[2 * i] = text[i];
-    return bytes;
+    bytes->assign(text.size() * 2, '\0');
+    for (size_t i = 0; i < text.size(); ++i) (*bytes)[2 * i] = text[i];
+    return;
   }
   std::u16string wide = QxUtils::Utf8ToWide(std::string_view(text));
-  std::string bytes;
-  bytes.reserve(wide.size() * 2);
+  bytes->clear();
+  bytes->reserve(wide.size() * 2);
   for (char16_t unit : wide) {
-    bytes.push_back(static_cast<char>(unit & 0xFF));
-    bytes.push_back(static_cast<char>(unit >> 8));
+    bytes->push_back(static_cast<char>(unit & 0xFF));
+    bytes->push_back(static_cast<char>(unit >> 8));
   }
-  return bytes;
 }
 
 bool StartLogFile(CLogFile* file, uint32_t options) {
@@ -158,11 +163,12 @@ AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& 
   const uint64_t limit = static_cast<uint64_t>(options & kOptSizeLimitMask) * 1024u;
   if (limit != 0 && file->size >= limit) return AppendResult::Dropped;
   const std::string& name = file->name.empty() ? file->configured : file->name;
-  std::string bytes = ToUtf16Le(line);
+  std::string& bytes = file->bytes;
+  ToUtf16Le(line, &bytes);
   uint64_t length = 0;
   if (!LockForLine(file, name, limit != 0, &length)) {
     int error = errno;
-    Queue(file, std::move(bytes));
+    Queue(file, bytes);
     ReportOpenFailure(name, error);
     return AppendResult::Queued;
   }

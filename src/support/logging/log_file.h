@@ -39,5 +39,6 @@ AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& 
 
 // UTF-8 to UTF-16LE bytes.
 std::string ToUtf16Le(const std::string& text);
+void ToUtf16Le(const std::string& text, std::string* bytes);
 
 }  // namespace QxLogging

@@ -50,6 +50,7 @@ struct CLogFile {
   uint64_t device = 0;
   uint64_t inode = 0;
   uint64_t pathCheckedMs = 0;  // when the name last led to the open file
+  std::string bytes;           // the line being appended, kept for its capacity
 
   CLogFile() = default;
   CLogFile(const CLogFile&) = delete;

@@ -31,6 +31,7 @@ struct ModuleState {
   std::map<std::string, CLogSettings, std::less<>> files;
   uint64_t lastRefreshMs = 0;
   bool refreshDue = true;
+  std::string line;  // the line being written, kept for its capacity
   // The store's change counter and its value when the settings were last read.
   const std::atomic<uint64_t>* storeChanges = nullptr;
   uint64_t changesSeen = 0;

@@ -28,6 +28,8 @@ using BlockLock = std::unique_lock<std::recursive_timed_mutex>;
 // do not see, so every logging test would report a false unlock error.
 BlockLock TakeBlock(CLogParameterBlock& block) {
   BlockLock lock(block.Lock(), std::defer_lock);
+  // Free nearly always: the clock is read only when it is not.
+  if (lock.try_lock()) return lock;
   (void)lock.try_lock_until(std::chrono::system_clock::now() +
                             std::chrono::milliseconds(kBlockLockWaitMs));
   return lock;
@@ -50,8 +52,13 @@ class Writer {
 
   // Prefix, indent, text and line end, to every output the settings ask for.
   void Line(uint32_t bits, int line, const std::string& text) {
-    LinePrefixFacts facts = CurrentFacts(state_.lastLineMicros, processId_);
-    std::string full = LinePrefix(settings_.options, bits, line, facts);
+    LinePrefixFacts facts = CurrentFacts(state_.lastLineMicros, processId_,
+                                         (settings_.options & (kOptCounterAndLine | kOptElapsed)) != 0);
+    // The module's buffer: lines are written one at a time under the block's
+    // lock, and a line's text needs no allocation of its own.
+    std::string& full = state_.line;
+    full.clear();
+    AppendLinePrefix(settings_.options, bits, line, facts, &full);
     if (settings_.file != nullptr) full += settings_.file->indent;
     full += text;
     full += "\r\n";
