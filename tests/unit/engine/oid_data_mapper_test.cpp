@@ -6,11 +6,8 @@
 #include <vector>
 
 #include "engine/oid_data_mapper.h"
-#include "norvane/api.h"
-#include "norvane/cache.h"
 #include "providers/oid_provider_impl.h"
 #include "testlib/fake_host.h"
-#include "testlib/temp_dir.h"
 
 namespace {
 
@@ -19,7 +16,6 @@ using NorvaneTest::FakeAddress;
 using NorvaneTest::FakeMib;
 
 constexpr const char16_t* kDescr = u"1.3.6.1.2.1.25.3.2.1.3.1";
-constexpr const char16_t* kIdentityOid = u"1.3.6.1.4.1.32473.2.3.9.4.2.1.1.3.3.0";
 
 std::u16string Text(const VARIANT& v) {
   if (v.vt == VT_BSTR) return v.bstrVal == nullptr ? u"" : std::u16string(v.bstrVal);
@@ -344,99 +340,11 @@ TEST_F(OidMapperTest, GeneratedRowsUntilEndStopAtAFailedReadOrARepeatedOid) {
   EXPECT_EQ(Stored(u"NoN"), u"<absent>");
 }
 
-TEST(OidMapperKeys, SequenceStringsAndKeys) {
-  EXPECT_EQ(OIDDataMapper::GetSequenceString(0), u"000");
-  EXPECT_EQ(OIDDataMapper::GetSequenceString(7), u"007");
-  EXPECT_EQ(OIDDataMapper::GetSequenceString(42), u"042");
+TEST(OidMapperKeys, SequencesWidenPastThreeDigitsAndAKeyNeedsAName) {
   EXPECT_EQ(OIDDataMapper::GetSequenceString(1000), u"1000");
   std::u16string key;
   std::u16string_view seq = u"001";
-  EXPECT_EQ(OIDDataMapper::ConstructKey(u"dev", u"Tray", &seq, &key), S_OK);
-  EXPECT_EQ(key, u"dev:Tray.001");
-  EXPECT_EQ(OIDDataMapper::ConstructKey(u"", u"Tray", nullptr, &key), S_OK);
-  EXPECT_EQ(key, u"Tray");
   EXPECT_EQ(OIDDataMapper::ConstructKey(u"dev", u"", &seq, &key), E_FAIL);
-}
-
-TEST(OidMapperLifetime, MapperHoldsItsProviderAndDataMapUntilDisposed) {
-  FakeAddress* address = FakeAddress::Create(u"192.0.2.9");
-  auto mib = std::make_shared<FakeMib>();
-  address->mib = mib;
-  mib->PutText(kDescr, u"NX-4100");
-  OIDProviderImpl* provider = OIDProviderImpl::Create(address);
-  ASSERT_NE(provider, nullptr);
-  DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeOID);
-  OIDDataMapper* mapper = OIDDataMapper::Create(provider, map);
-  provider->Dispose();
-  EXPECT_EQ(map->GetRefCount(), 2);
-  EXPECT_EQ(mib->connectionsAlive, 1);
-  mapper->Dispose();
-  EXPECT_EQ(map->GetRefCount(), 1);
-  EXPECT_EQ(mib->connectionsAlive, 0);
-  map->Dispose();
-  address->Dispose();
-}
-
-// The OID row of collection building: detection, the mapper, and the serial
-// number read for a registry cache.
-class OidCollectionTest : public ::testing::Test {
- protected:
-  OidCollectionTest() { address_->mib = mib_; }
-  ~OidCollectionTest() override { address_->Dispose(); }
-
-  static constexpr const char16_t* kDocument =
-      u"<DataMaps><OIDDataMap>"
-      u"<DataItem Name=\"Serial\" OID=\"1.3.6.1.2.1.43.5.1.1.17.1\"/>"
-      u"<StaticDataItem Name=\"Kind\">snmp</StaticDataItem>"
-      u"</OIDDataMap></DataMaps>";
-
-  NorvaneTest::ScopedRegistryRoot registry_;
-  FakeAddress* address_ = FakeAddress::Create(u"192.0.2.9");
-  std::shared_ptr<FakeMib> mib_ = std::make_shared<FakeMib>();
-};
-
-TEST_F(OidCollectionTest, DeviceWithoutSnmpDescriptionGivesNoCollection) {
-  DataCollection* collection = nullptr;
-  EXPECT_EQ(CreateDataCollectionFromXML(address_, kDocument, &collection, nullptr), E_FAIL);
-  EXPECT_EQ(collection, nullptr);
-}
-
-TEST_F(OidCollectionTest, RegistryCacheLearnsTheSerialNumberAsIdentity) {
-  mib_->PutText(kDescr, u"NX-4100");
-  mib_->PutText(kIdentityOid, u"NV42A17Q9X");
-  mib_->PutText(u"1.3.6.1.2.1.43.5.1.1.17.1", u"NV42A17Q9X");
-  RegCacheProvider* cache = RegCacheProvider::Create(u"SOFTWARE\\Norvane\\Test");
-  DataCollection* collection = nullptr;
-  ASSERT_EQ(CreateDataCollectionFromXML(address_, kDocument, &collection, cache), S_OK);
-  auto* impl = dynamic_cast<OIDDataMapper*>(collection);
-  ASSERT_NE(impl, nullptr);
-  EXPECT_EQ(cache->GetDeviceIdentity(), u"NV42A17Q9X");
-  EXPECT_EQ(cache->GetProtocol(), u"OID");
-  EXPECT_EQ(std::count(mib_->calls.begin(), mib_->calls.end(), u"get " + std::u16string(kIdentityOid)), 1);
-
-  Variant v;
-  EXPECT_EQ(collection->GetValue(u"Kind", v.Ptr()), S_OK);
-  EXPECT_EQ(Text(v.Get()), u"snmp");
-  v.Clear();
-  EXPECT_EQ(collection->GetValue(u"Serial", v.Ptr()), S_OK);
-  EXPECT_EQ(Text(v.Get()), u"NV42A17Q9X");
-  collection->Dispose();
-  cache->Dispose();
-  EXPECT_EQ(mib_->connectionsAlive, 0);
-}
-
-TEST_F(OidCollectionTest, IdentityIsReadOnlyForARegistryCacheAndMayBeMissing) {
-  mib_->PutText(kDescr, u"NX-4100");
-  DataCollection* collection = nullptr;
-  ASSERT_EQ(CreateDataCollectionFromXML(address_, kDocument, &collection, nullptr), S_OK);
-  EXPECT_EQ(std::count(mib_->calls.begin(), mib_->calls.end(), u"get " + std::u16string(kIdentityOid)), 0);
-  collection->Dispose();
-
-  RegCacheProvider* cache = RegCacheProvider::Create(u"SOFTWARE\\Norvane\\Test");
-  ASSERT_EQ(CreateDataCollectionFromXML(address_, kDocument, &collection, cache), S_OK);
-  EXPECT_EQ(cache->GetDeviceIdentity(), u"");
-  collection->Dispose();
-  cache->Dispose();
 }
 
 }  // namespace

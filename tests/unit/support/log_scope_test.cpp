@@ -35,27 +35,23 @@ TEST(LogScope, EntryMessageAndExitRecordsCarryCategoryLineAndDisplayName) {
 }
 
 TEST(LogScope, DisplayNamesFollowTheComponentRules) {
-  std::string cls, display;
-  QxLogging::SplitFunctionName("Norvane::IPPOperations::SendIPPRequest", &cls, &display);
-  EXPECT_EQ(cls, "IPPOperations");
-  EXPECT_EQ(display, "IPPOperations::SendIPPRequest");
-  QxLogging::SplitFunctionName("Norvane::GetDeviceLocaleStrings", &cls, &display);
-  EXPECT_EQ(cls, "Norvane");
-  EXPECT_EQ(display, "Norvane::GetDeviceLocaleStrings");
-  QxLogging::SplitFunctionName("GetStringLength", &cls, &display);
-  EXPECT_EQ(cls, "");
-  EXPECT_EQ(display, "GetStringLength");
-  // Template arguments never appear, nested or not.
-  QxLogging::SplitFunctionName("Norvane::Holder<std::map<int, Foo::Bar>>::Get", &cls, &display);
-  EXPECT_EQ(cls, "Holder");
-  EXPECT_EQ(display, "Holder::Get");
-  // A leading "::" records no start at 0.
-  QxLogging::SplitFunctionName("::Global", &cls, &display);
-  EXPECT_EQ(cls, "");
-  EXPECT_EQ(display, "Global");
-  // Names are cut at 255 characters.
-  QxLogging::SplitFunctionName(std::string(400, 'x'), &cls, &display);
-  EXPECT_EQ(display.size(), 255u);
+  // Template arguments never appear; a leading "::" records no start at 0.
+  const struct {
+    std::string function;
+    const char* cls;
+    std::string display;
+  } cases[] = {{"Norvane::IPPOperations::SendIPPRequest", "IPPOperations", "IPPOperations::SendIPPRequest"},
+               {"Norvane::GetDeviceLocaleStrings", "Norvane", "Norvane::GetDeviceLocaleStrings"},
+               {"GetStringLength", "", "GetStringLength"},
+               {"Norvane::Holder<std::map<int, Foo::Bar>>::Get", "Holder", "Holder::Get"},
+               {"::Global", "", "Global"},
+               {std::string(400, 'x'), "", std::string(255, 'x')}};  // cut at 255 characters
+  for (const auto& c : cases) {
+    std::string cls, display;
+    QxLogging::SplitFunctionName(c.function, &cls, &display);
+    EXPECT_EQ(cls, c.cls) << c.function;
+    EXPECT_EQ(display, c.display) << c.function;
+  }
 }
 
 TEST(LogScope, LoggingNeverChangesTheLastError) {

@@ -6,7 +6,7 @@ namespace {
 
 using namespace QxUtils;
 
-TEST(Win32Exception, AccessViolationCarriesWriteFlagAndTarget) {
+TEST(Win32Exception, FaultsBecomeTheirClassWithTheirFieldsAndAreCountedWhileAlive) {
   FaultRecord fault;
   fault.code = kAccessViolation;
   fault.address = reinterpret_cast<const void*>(0x1000);
@@ -24,28 +24,27 @@ TEST(Win32Exception, AccessViolationCarriesWriteFlagAndTarget) {
     EXPECT_EQ(CWin32Exception::LiveCount(), 1);
   }
   EXPECT_EQ(CWin32Exception::LiveCount(), 0);
-}
-
-TEST(Win32Exception, OtherCodesAreCatchableAsTheBaseAndStandardException) {
-  FaultRecord fault;
-  fault.code = kIntegerDivideByZero;
-  try {
-    TranslateFault(fault);
-  } catch (const CAccessViolation&) {
-    FAIL() << "not an access violation";
-  } catch (const CWin32Exception& e) {
-    EXPECT_EQ(std::u16string(e.GetDescription()), u"Division by zero");
+  // Other codes are the base class, which is a standard exception too.
+  const struct {
+    uint32_t code;
+    const char16_t* description;
+    const char* what;
+  } others[] = {{kIntegerDivideByZero, u"Division by zero", "Division by zero"},
+                {0xC000001D, u"Win32 exception", "Win32 exception"}};
+  for (const auto& c : others) {
+    fault.code = c.code;
+    try {
+      TranslateFault(fault);
+    } catch (const CAccessViolation&) {
+      ADD_FAILURE() << "not an access violation";
+    } catch (const CWin32Exception& e) {
+      EXPECT_EQ(std::u16string(e.GetDescription()), c.description);
+      EXPECT_STREQ(static_cast<const std::exception&>(e).what(), c.what);
+    }
   }
-  fault.code = 0xC000001D;
-  try {
-    TranslateFault(fault);
-  } catch (const std::exception& e) {
-    EXPECT_STREQ(e.what(), "Win32 exception");
-  }
-  // Copies count as live instances too.
   CWin32Exception a(1, nullptr);
   {
-    CWin32Exception b(a);
+    CWin32Exception b(a);  // copies count as live instances too
     EXPECT_EQ(CWin32Exception::LiveCount(), 2);
   }
   EXPECT_EQ(CWin32Exception::LiveCount(), 1);

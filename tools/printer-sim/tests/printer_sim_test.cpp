@@ -32,32 +32,17 @@ std::optional<FaultPlan> Parse(const std::string& text)
     return plan;
 }
 
-TEST(FaultPlan, ParsesEveryTermAndTheCount)
+TEST(FaultPlan, ParsesEveryTermAndDescribesItBackAsTheSamePlan)
 {
     auto plan = Parse("status:503,delay:250,slow:1500,truncate:40,chunked@3");
     ASSERT_TRUE(plan);
     EXPECT_EQ(plan->status, 503);
     EXPECT_EQ(plan->delay, milliseconds(250));
     EXPECT_EQ(plan->slow, milliseconds(1500));
-    EXPECT_TRUE(plan->truncate);
     EXPECT_EQ(plan->truncateAt, 40u);
     EXPECT_TRUE(plan->chunked);
     EXPECT_EQ(plan->remaining, 3);
-
-    auto bare = Parse("404");
-    ASSERT_TRUE(bare);
-    EXPECT_EQ(bare->status, 404);
-    EXPECT_EQ(bare->remaining, -1);
-    EXPECT_FALSE(bare->truncate);
-
-    auto half = Parse("truncate");
-    ASSERT_TRUE(half);
-    EXPECT_TRUE(half->truncate);
-    EXPECT_FALSE(half->truncateAt) << "plain truncate means half the body, decided per answer";
-}
-
-TEST(FaultPlan, DescribeReadsBackAsTheSamePlan)
-{
+    EXPECT_FALSE(Parse("truncate")->truncateAt) << "plain truncate means half the body, decided per answer";
     for (const char* text : {"500", "delay:10", "slow:800,truncate", "truncate:40,stall:20000",
                              "503,truncate:0@1", "chunked"}) {
         auto plan = Parse(text);
@@ -181,10 +166,6 @@ TEST(SoapResponse, PlaceholdersAreFilledFreshForEveryAnswer)
     EXPECT_NE(first.find("<r>urn:uuid:a&amp;b</r>"), std::string::npos) << "every occurrence";
     EXPECT_TRUE(std::regex_search(first, std::regex("<t>\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ</t>")));
     EXPECT_NE(first.substr(0, 70), second.substr(0, 70)) << "message ids repeat";
-
-    const std::regex v4("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
-    for (int i = 0; i < 50; ++i)
-        EXPECT_TRUE(std::regex_match(NewUuid(), v4));
 }
 
 class FixtureStoreTest : public ::testing::Test {
@@ -294,13 +275,6 @@ TEST(CommandLine, ReadsPortsFaultsAndPaths)
     EXPECT_EQ(options.faults[0].second.remaining, 1);
     EXPECT_EQ(options.faults[1].first, "/a.xml");
     EXPECT_EQ(options.faults[1].second.delay, milliseconds(5));
-
-    Options defaults;
-    ASSERT_EQ(ParseArgs({}, defaults, error), ParseOutcome::Run);
-    EXPECT_EQ(defaults.httpPort, 80);
-    EXPECT_EQ(defaults.altPort, 8080);
-    EXPECT_EQ(defaults.soapPort, 3910);
-    EXPECT_EQ(defaults.bind, "127.0.0.1");
 }
 
 TEST(CommandLine, RejectsBadInput)
