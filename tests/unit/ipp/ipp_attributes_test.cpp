@@ -16,34 +16,6 @@ using Norvane::IPPRequestBase;
 
 IPPRequestAttributes* Impl(const QxUtils::Ref<IPPRequestBase>& r) { return dynamic_cast<IPPRequestAttributes*>(r.get()); }
 
-TEST(IppRequestAttributes, ANewObjectHoldsTheDefaults) {
-  auto r = QxUtils::AdoptRef(CreateIPPRequest());
-  ASSERT_NE(Impl(r), nullptr);
-  EXPECT_EQ(r->GetCopy(), 1);
-  EXPECT_EQ(r->GetPrintingSides(), 3);
-  EXPECT_EQ(r->GetOrientationRequested(), 2);
-  EXPECT_EQ(r->GetPrintQuality(), 2);
-  EXPECT_EQ(r->GetMultipleDocHandling(), -1);
-  EXPECT_EQ(r->GetOutputMode(), 0u);
-  EXPECT_EQ(r->GetPrintContentOptimize(), 0u);
-  EXPECT_TRUE(r->GetMarginsPreApplied());
-  EXPECT_FALSE(r->GetIPPAttributeFidelity());
-  EXPECT_FALSE(r->GetLastDocument());
-  EXPECT_EQ(r->GetPrinterResolutionUnits(), 0);
-  uint32_t crossFeed = 9, feed = 9;
-  r->GetPrinterResolution(&crossFeed, &feed);
-  EXPECT_EQ(crossFeed, 0u);
-  EXPECT_EQ(feed, 0u);
-  for (const char* text : {r->GetPrinterURI(), r->GetRequestingUserName(), r->GetDocumentUri(), r->GetJobName(),
-                           r->GetDocumentName(), r->GetJobURI()}) {
-    EXPECT_EQ(text, nullptr);
-  }
-  EXPECT_EQ(r->GetUsername(), nullptr);
-  EXPECT_EQ(r->GetPassword(), nullptr);
-  EXPECT_TRUE(r->GetAuthorization().empty());
-  EXPECT_TRUE(r->GetExtraHTTPHeader().empty());
-}
-
 TEST(IppRequestAttributes, TextsAreCopiesAndNullClears) {
   auto r = QxUtils::AdoptRef(CreateIPPRequest());
   char source[] = "report";
@@ -61,8 +33,13 @@ TEST(IppRequestAttributes, TextsAreCopiesAndNullClears) {
   EXPECT_EQ(std::u16string(r->GetUsername()), u"alice");
 }
 
-TEST(IppRequestAttributes, ResolutionUnitsAcceptOnlyInchesAndCentimetres) {
+// The encoder shows the defaults it sends; these are for hosts only.
+TEST(IppRequestAttributes, HostOnlyDefaultsAndResolutionUnitsOfInchesOrCentimetres) {
   auto r = QxUtils::AdoptRef(CreateIPPRequest());
+  ASSERT_NE(Impl(r), nullptr);
+  EXPECT_EQ(r->GetPrintContentOptimize(), 0u);
+  EXPECT_TRUE(r->GetMarginsPreApplied());
+  EXPECT_EQ(r->GetPrinterResolutionUnits(), 0);
   r->SetPrinterResolutionUnits(5);
   EXPECT_EQ(r->GetPrinterResolutionUnits(), 0);
   r->SetPrinterResolutionUnits(4);
@@ -126,38 +103,6 @@ TEST(IppRequestAttributes, StructuredAttributesKeepOrderAndTerminatedTexts) {
   EXPECT_EQ(std::strlen(list[0].value.text), sizeof a.value.text - 1);
   EXPECT_STREQ(list[1].name, "copies");
   EXPECT_EQ(list[1].value.integer, 3);
-}
-
-TEST(IppRequestAttributes, ObjectsLiveUntilTheLastReference) {
-  size_t before = QxUtils::LiveDisposableCount();
-  IPPRequestBase* request = CreateIPPRequest();
-  Norvane::IPPResponseBase* response = CreateIPPResponse();
-  ASSERT_NE(request, nullptr);
-  ASSERT_NE(response, nullptr);
-  EXPECT_EQ(QxUtils::LiveDisposableCount(), before + 2);
-  EXPECT_EQ(request->AddRef(), 2u);
-  EXPECT_EQ(request->Dispose(), 1u);
-  EXPECT_EQ(request->Dispose(), 0u);
-  EXPECT_EQ(response->Dispose(), 0u);
-  EXPECT_EQ(QxUtils::LiveDisposableCount(), before);
-}
-
-TEST(IppResponseAttributes, StartEmptyAndHoldCopies) {
-  Norvane::IPPResponseBase* r = CreateIPPResponse();
-  EXPECT_EQ(r->GetSuccessStatus(), nullptr);
-  EXPECT_EQ(r->GetRequestID(), nullptr);
-  EXPECT_EQ(r->GetDocumentAccessError(), nullptr);
-  EXPECT_EQ(r->GetJobURI(), nullptr);
-  EXPECT_EQ(r->GetJobState(), nullptr);
-  EXPECT_EQ(r->GetJobStateReasons(), nullptr);
-  EXPECT_EQ(r->GetJobID(), 0);
-  std::string state = "Completed";
-  r->SetJobState(state.c_str());
-  state[0] = 'X';
-  EXPECT_STREQ(r->GetJobState(), "Completed");
-  r->SetJobID(-4);
-  EXPECT_EQ(r->GetJobID(), -4);
-  r->Dispose();
 }
 
 }  // namespace
