@@ -68,6 +68,17 @@ NORVANE_API HRESULT GetDeviceLocaleStrings(Norvane::Address* address,
                                            std::u16string requestedLocale,
                                            std::u16string& localeStrings);
 
+// What the print polling threads of a provider see while a chunked job
+// streams, for a host that shows it: called on a polling thread after each
+// answer with kind 0 for the printer (printer-state, printer-state-reasons),
+// 1 for the caller's jobs not yet completed and 2 for its completed jobs
+// (job-state, job-state-reasons; several jobs give comma lists, a text the
+// printer left out is empty). Null clears it; once this returns, the old
+// observer is not called again. The observer must return quickly.
+typedef void (*NorvanePollObserver)(void* context, int kind, const char* state, const char* reasons);
+NORVANE_API HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePollObserver observer,
+                                       void* context);
+
 // Spooler printer data of a printer, for CreatePrintDataCacheProvider.
 NORVANE_API uintptr_t OpenPrinterDataHandle(const char16_t* printerName);
 NORVANE_API void ClosePrinterDataHandle(uintptr_t handle);

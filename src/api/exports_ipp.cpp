@@ -33,6 +33,13 @@ extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* 
   return Norvane::IPPProviderImpl::Create2(address, printerURI, securityFlags);
 }
 
+extern "C" HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePollObserver observer, void* context) {
+  auto* impl = dynamic_cast<Norvane::IPPProviderImpl*>(provider);
+  if (impl == nullptr) return E_INVALIDARG;
+  impl->SetPollObserver(observer, context);
+  return S_OK;
+}
+
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
   return Norvane::IPPRequestAttributes::Create();

@@ -21,6 +21,7 @@
 
 #include "ipp/ipp_operations.h"
 #include "norvane/disposable.h"
+#include "norvane/api.h"
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/sync.h"
@@ -133,6 +134,7 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   bool IsPolling();
 
   void SetPrintTimings(const PrintTimings& timings) { timings_ = timings; }
+  void SetPollObserver(NorvanePollObserver observer, void* context);
 
   // Stores the resource path and, when given, the full printer URI and whether
   // it is secure. False for an empty resource (last error 87 or 0x20000004) or a
@@ -219,6 +221,12 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   std::mutex jobMutex_;           // held while the threads are stopped
   std::thread printerStatusThread_;
   std::thread jobThread_;
+
+  // Called under its lock, so that clearing it waits for a call in progress.
+  void NotifyPollObserver(int kind, const std::string& state, const std::string& reasons);
+  std::mutex observerMutex_;
+  NorvanePollObserver observer_ = nullptr;
+  void* observerContext_ = nullptr;
 };
 
 }  // namespace Norvane

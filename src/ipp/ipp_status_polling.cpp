@@ -105,6 +105,7 @@ HRESULT IPPProviderImpl::GetJobs(bool completed) {
   }
   std::string state = Lookup(*operations, "job-state");
   std::string reasons = Lookup(*operations, "job-state-reasons");
+  NotifyPollObserver(completed ? 2 : 1, state, reasons);
   if (state.empty()) {
     QX_LOG(QxLogging::kInfo, "value is empty");
     return S_FALSE;
@@ -147,6 +148,7 @@ uint32_t IPPProviderImpl::GetPrinterStatusPollingThread(IPPProviderImpl* provide
       ready->Set();
     }
     QX_LOG(QxLogging::kInfo, "Printer state = %s and Printer-State-Reasons = %s", state.c_str(), reasons.c_str());
+    provider->NotifyPollObserver(0, state, reasons);
     if (provider->stopThreads_.Wait(provider->timings_.printerPollMs)) break;
   }
   return 0;
@@ -166,6 +168,17 @@ uint32_t IPPProviderImpl::GetJobsPollingThread(IPPProviderImpl* provider) {
     }
     if (status->Wait(interval)) return 0;
   }
+}
+
+void IPPProviderImpl::SetPollObserver(NorvanePollObserver observer, void* context) {
+  std::lock_guard<std::mutex> lock(observerMutex_);
+  observer_ = observer;
+  observerContext_ = context;
+}
+
+void IPPProviderImpl::NotifyPollObserver(int kind, const std::string& state, const std::string& reasons) {
+  std::lock_guard<std::mutex> lock(observerMutex_);
+  if (observer_ != nullptr) observer_(observerContext_, kind, state.c_str(), reasons.c_str());
 }
 
 void IPPProviderImpl::StartPollingThreads(bool jobFound) {

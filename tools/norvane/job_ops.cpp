@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 namespace NorvaneCli {
@@ -34,6 +35,53 @@ void NoteResponse(JobOutcome* outcome, Norvane::IPPResponseBase* response) {
   if (response->GetJobURI() != nullptr) outcome->jobUri = response->GetJobURI();
   NoteState(outcome, response->GetJobState(), response->GetJobStateReasons());
 }
+
+std::string PrinterStateName(const std::string& raw) {
+  static const char* names[] = {"idle", "processing", "stopped"};
+  int n = std::atoi(raw.c_str());
+  return n >= 3 && n <= 5 ? names[n - 3] : raw;
+}
+
+// The polling threads' reports, handed from their threads to the printing one.
+class PollView {
+ public:
+  static void Observe(void* context, int kind, const char* state, const char* reasons) {
+    auto* view = static_cast<PollView*>(context);
+    std::lock_guard<std::mutex> lock(view->mutex_);
+    std::string text;
+    if (kind == 0) {
+      text = PrinterStateName(state);
+      if (*reasons != 0 && std::strcmp(reasons, "none") != 0) text += " (" + std::string(reasons) + ")";
+      view->printer_ = text;
+      text = "printer " + text;
+    } else if (kind == 1) {
+      // The caller's unfinished jobs: this one while it streams.
+      text = *state != 0 ? JobStateName(state) : "";
+      if (*reasons != 0) text += (text.empty() ? "" : " ") + std::string(reasons);
+      if (text.empty()) return;
+      view->job_ = text;
+      text = "job " + text;
+    } else {
+      return;  // finished jobs of this user, earlier ones among them
+    }
+    if (view->seen_.empty() || view->seen_.back() != text) view->seen_.push_back(text);
+  }
+  void Into(PrintProgress* progress) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!job_.empty()) progress->state = job_;
+    progress->printer = printer_;
+  }
+  std::vector<std::string> Seen() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return seen_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::string printer_;
+  std::string job_;
+  std::vector<std::string> seen_;
+};
 
 bool IsFinal(const std::string& state) {
   return state == "Completed" || state == "Canceled" || state == "Aborted" || state == "completed" ||
@@ -83,9 +131,19 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   JobOutcome outcome;
   std::vector<uint8_t> chunk(request.chunkBytes);
   const auto start = Clock::now();
+  PollView polling;
+  SetIPPPollObserver(provider, &PollView::Observe, &polling);
+  // The observer goes before `polling` does, on every way out.
+  struct Unobserve {
+    Norvane::IPPProvider* provider;
+    ~Unobserve() { SetIPPPollObserver(provider, nullptr, nullptr); }
+  } unobserve{provider};
   auto report = [&] {
     outcome.seconds = Since(start);
-    if (request.progress) request.progress({outcome.bytes, total, outcome.seconds, outcome.state});
+    PrintProgress progress{outcome.bytes, total, outcome.seconds, outcome.state, {}};
+    polling.Into(&progress);
+    outcome.polled = polling.Seen();
+    if (request.progress) request.progress(progress);
   };
   auto fail = [&](const char* step, HRESULT hr) {
     throw Failure(kExitFailed, std::string(step) + " after " + std::to_string(outcome.bytes) + " of " +
@@ -93,7 +151,6 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   };
 
   bool first = true;
-  auto lastAsked = start;
   while (outcome.bytes < total) {
     if (request.cancel != nullptr && request.cancel->load()) {
       // The provider finds the job it is streaming (Get-Jobs) and cancels it; the
@@ -104,6 +161,7 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
       provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
       if (FAILED(hr)) fail("cancelling the job failed", hr);
       outcome.canceled = true;
+      outcome.polled = polling.Seen();
       return outcome;
     }
     size_t length = static_cast<size_t>(std::min<uint64_t>(chunk.size(), total - outcome.bytes));
@@ -120,12 +178,6 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     first = false;
     outcome.bytes += length;
     NoteResponse(&outcome, response.get());
-    // The library keeps what its polling threads see to itself; the job's state
-    // is asked for here too, twice a second at most.
-    if (Since(lastAsked) >= 0.5 && outcome.jobId != 0) {
-      AskJobState(provider, target, &outcome);
-      lastAsked = Clock::now();
-    }
     report();
   }
   SetLastError(0);

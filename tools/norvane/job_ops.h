@@ -17,6 +17,9 @@ struct JobOutcome {
   std::string state;    // last state seen
   std::string reasons;  // last reasons seen
   std::vector<std::string> states;  // every state seen, in order, without repeats
+  // What the library's polling threads reported while the document streamed,
+  // in order, without repeats: "printer idle", "job job-incoming", ...
+  std::vector<std::string> polled;
   uint64_t bytes = 0;
   double seconds = 0;
   bool canceled = false;
@@ -26,7 +29,8 @@ struct PrintProgress {
   uint64_t sent = 0;
   uint64_t total = 0;
   double seconds = 0;
-  std::string state;
+  std::string state;    // the job as the library's polling thread last saw it
+  std::string printer;  // the printer as the other polling thread last saw it
 };
 
 struct PrintRequest {

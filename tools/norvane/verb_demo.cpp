@@ -194,20 +194,23 @@ int Tour(const Common& common) {
     request.chunkBytes = 32 * 1024;
     if (!common.json) {
       request.progress = [](const PrintProgress& p) {
-        std::printf("\r  %7.1f KiB of %.1f KiB sent, job %-12s", p.sent / 1024.0, p.total / 1024.0,
-                    p.state.empty() ? "-" : p.state.c_str());
+        std::printf("\r  %7.1f KiB of %.1f KiB sent, job %-16s printer %-12s", p.sent / 1024.0, p.total / 1024.0,
+                    p.state.empty() ? "-" : p.state.c_str(), p.printer.empty() ? "-" : p.printer.c_str());
         std::fflush(stdout);
       };
     }
     JobOutcome outcome = PrintDocument(provider.get(), target, request);
     FollowJob(provider.get(), target, &outcome, 10);
     job = {{"job-id", outcome.jobId}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds},
-           {"states", outcome.states}, {"job-state", outcome.state}};
+           {"states", outcome.states}, {"polled", outcome.polled}, {"job-state", outcome.state}};
     if (!common.json) {
-      std::string states;
-      for (const auto& s : outcome.states) states += (states.empty() ? "" : " -> ") + s;
-      std::printf("\n  job %d: %.1f KiB in %.2f s\n  states seen: %s\n", outcome.jobId, outcome.bytes / 1024.0,
-                  outcome.seconds, states.c_str());
+      auto join = [](const std::vector<std::string>& list) {
+        std::string text;
+        for (const auto& s : list) text += (text.empty() ? "" : " -> ") + s;
+        return text.empty() ? std::string("(none)") : text;
+      };
+      std::printf("\n  job %d: %.1f KiB in %.2f s\n  the polling threads saw: %s\n  job states: %s\n", outcome.jobId,
+                  outcome.bytes / 1024.0, outcome.seconds, join(outcome.polled).c_str(), join(outcome.states).c_str());
     }
   } catch (const Failure& failure) {
     job = {{"error", failure.what()}};
@@ -216,15 +219,19 @@ int Tour(const Common& common) {
   }
   report["print"] = job;
 
-  Heading(common, "Locale strings (en)");
+  Heading(common, "Locale strings (de), from the simulated device");
   try {
     std::u16string strings;
     if (!kLocaleStringsBuilt) NotAvailable("fetching device locale strings");
+    // The bench's IPP printer advertises no strings resource; the simulated
+    // device answers IPP on its web port and serves its strings on 8080.
+    auto device = MakeAddress(ParseTarget(host + ":" + Env("NORVANE_SIM_HTTP_PORT", "80")), common);
     SetLastError(0);
-    HRESULT hr = GetDeviceLocaleStrings(address.get(), u"en", strings);
+    HRESULT hr = GetDeviceLocaleStrings(device.get(), u"de", strings);
     if (hr != S_OK) throw Failure(kExitUnavailable, "no strings: " + DescribeStatus(hr, GetLastError()));
+    ok = ok && !strings.empty();
     std::string text = ToUtf8(strings);
-    report["strings"] = {{"language", "en"}, {"bytes", text.size()}, {"text", text}};
+    report["strings"] = {{"language", "de"}, {"bytes", text.size()}, {"text", text}};
     if (!common.json) {
       std::printf("  %zu bytes; the first lines:\n", text.size());
       size_t at = 0;
@@ -235,6 +242,7 @@ int Tour(const Common& common) {
       }
     }
   } catch (const Failure& failure) {
+    ok = false;
     report["strings"] = {{"error", failure.what()}};
     if (!common.json) std::printf("  %s\n", failure.what());
   }

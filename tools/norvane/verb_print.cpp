@@ -38,9 +38,10 @@ void ProgressLine(const PrintProgress& p) {
   std::string bar(static_cast<size_t>(filled), '#');
   bar.append(static_cast<size_t>(kWidth - filled), '.');
   double rate = p.seconds > 0 ? static_cast<double>(p.sent) / p.seconds : 0;
-  std::fprintf(stderr, "\r[%s] %3d%%  %s of %s  %s/s  job %s   ", bar.c_str(),
+  std::fprintf(stderr, "\r[%s] %3d%%  %s of %s  %s/s  job %s  printer %s   ", bar.c_str(),
                static_cast<int>(p.total == 0 ? 100 : 100 * p.sent / p.total), Bytes(static_cast<double>(p.sent)).c_str(),
-               Bytes(static_cast<double>(p.total)).c_str(), Bytes(rate).c_str(), p.state.empty() ? "-" : p.state.c_str());
+               Bytes(static_cast<double>(p.total)).c_str(), Bytes(rate).c_str(), p.state.empty() ? "-" : p.state.c_str(),
+               p.printer.empty() ? "-" : p.printer.c_str());
   std::fflush(stderr);
 }
 
@@ -68,7 +69,7 @@ void Print(const PrintOptions& o, const Common& common) {
   if (common.json) {
     PrintJson({{"printer", target.Uri()}, {"job-id", outcome.jobId}, {"job-uri", outcome.jobUri},
                {"bytes", outcome.bytes}, {"seconds", outcome.seconds}, {"states", outcome.states},
-               {"job-state", outcome.state}, {"canceled", outcome.canceled}});
+               {"polled", outcome.polled}, {"job-state", outcome.state}, {"canceled", outcome.canceled}});
   } else {
     std::string states;
     for (const auto& s : outcome.states) states += (states.empty() ? "" : " -> ") + s;

@@ -1,5 +1,7 @@
 #include "device_routes.h"
 
+#include "ipp_answer.h"
+
 #include "soap_exchange.h"
 
 #include <httplib.h>
@@ -214,6 +216,30 @@ void ServeGetPrinterElements(const Request& req, Response& res, SimState& state)
     Deliver(res, answer.status, std::move(answer.body), answer.contentType, plan, state.stop);
 }
 
+// IPP on the web ports, for clients that ask the device what it is before they
+// fetch one of its documents (its localised strings, say).
+void ServeIpp(const Request& req, Response& res, SimState& state)
+{
+    state.journal.Record(req.path, RequestHead(req), req.body);
+    FaultPlan plan;
+    if (!SelectPlan(req, state, plan, res))
+        return;
+    if (!WaitBeforeAnswer(plan, state, res))
+        return;
+
+    const auto resource = state.fixtures.Find(Tree::Http, req.path);
+    IppAnswer answer;
+    if (plan.status || !resource) {
+        answer = {plan.status.value_or(404), WebErrorPage(plan.status.value_or(404))};
+    } else {
+        answer = AnswerIppRequest(req.body, resource->body);
+    }
+    const bool ipp = answer.httpStatus == 200;
+    LogAnswer(state, req, answer.httpStatus, answer.body.size(), plan);
+    Deliver(res, answer.httpStatus, std::move(answer.body), ipp ? "application/ipp" : "text/html", plan,
+            state.stop);
+}
+
 Tree TreeParameter(const Request& req)
 {
     return req.get_param_value("tree") == "soap" ? Tree::Soap : Tree::Http;
@@ -311,6 +337,9 @@ void InstallRoutes(httplib::Server& server, Role role, SimState& state)
     if (role == Role::Web) {
         server.Get(".*", [&state](const Request& req, Response& res) {
             ServeDocument(req, res, state);
+        });
+        server.Post("/ipp/.*", [&state](const Request& req, Response& res) {
+            ServeIpp(req, res, state);
         });
     } else {
         server.Post(".*", [&state](const Request& req, Response& res) {

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -187,9 +188,23 @@ TEST_F(IppPrint, DocumentsReachTheSpoolByteForByte) {
   attributes = Attributes("stream", "image/pwg-raster");
   Document document;
   constexpr int kChunks = 512 * 16;
+  // What the printer-status thread sees reaches the host's observer.
+  struct Seen {
+    std::mutex mutex;
+    std::vector<std::string> printerStates;
+  } seen;
+  auto observe = [](void* context, int kind, const char* state, const char*) {
+    auto* into = static_cast<Seen*>(context);
+    std::lock_guard<std::mutex> lock(into->mutex);
+    if (kind == 0) into->printerStates.push_back(state);
+  };
+  ASSERT_EQ(SetIPPPollObserver(provider.get(), observe, &seen), S_OK);
   ASSERT_EQ(Stream(provider.get(), attributes.get(), &document, kChunks - 1), S_OK);
   int jobId = response->GetJobID();
   ASSERT_EQ(provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0), S_OK);
+  SetIPPPollObserver(provider.get(), nullptr, nullptr);
+  ASSERT_FALSE(seen.printerStates.empty());
+  EXPECT_TRUE(seen.printerStates[0] == "3" || seen.printerStates[0] == "4") << seen.printerStates[0];
   EXPECT_EQ(HashFile(SpoolFile(jobId), &size), document.hash);
   EXPECT_EQ(size, uint64_t{kChunks} * kChunk);
   EXPECT_LT(StatusField("VmHWM:"), 64 * 1024) << "kB of peak resident memory";

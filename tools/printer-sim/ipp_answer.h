@@ -1,0 +1,21 @@
+// The printer's side of an IPP exchange, enough for a client that asks what the
+// device is: Get-Printer-Attributes answered from a text fixture, every other
+// operation refused as a printer refuses what it does not implement.
+#pragma once
+
+#include <string>
+
+namespace printersim {
+
+struct IppAnswer {
+    int httpStatus = 200;  // 400 when the body is not an IPP request at all
+    std::string body;      // application/ipp
+};
+
+// `fixture` lists the printer attributes, one per line: "TAG NAME VALUE[,VALUE...]"
+// with TAG one of integer, enum, text, name, keyword, uri, charset, language, mime;
+// blank lines and lines starting with '#' are skipped. A line that cannot be used
+// fails the request with server-error-internal-error, so a broken fixture shows.
+IppAnswer AnswerIppRequest(const std::string& request, const std::string& fixture);
+
+}  // namespace printersim
