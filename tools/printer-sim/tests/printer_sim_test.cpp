@@ -4,6 +4,7 @@
 
 #include "fault_plan.h"
 #include "fixture_store.h"
+#include "ipp_answer.h"
 #include "options.h"
 #include "soap_exchange.h"
 
@@ -253,6 +254,31 @@ ParseOutcome ParseArgs(std::vector<std::string> args, Options& options, std::str
     for (auto& arg : args)
         argv.push_back(arg.data());
     return ParseOptions(static_cast<int>(argv.size()), argv.data(), options, error);
+}
+
+TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId)
+{
+    // version 2.0, operation, request id 0x01020304, end of attributes.
+    auto request = [](char operation) { return std::string("\x02\x00\x00", 3) + operation + "\x01\x02\x03\x04\x03"; };
+    struct Case {
+        std::string request, fixture;
+        int http;
+        std::string head;  // version, status, request id
+    } cases[] = {
+        {request('\x0B'), "enum printer-state 3\n", 200, std::string("\x02\x00\x00\x00\x01\x02\x03\x04", 8)},
+        {request('\x02'), "enum printer-state 3\n", 200, std::string("\x02\x00\x05\x01\x01\x02\x03\x04", 8)},
+        {request('\x0B'), "enum printer-state idle\n", 200, std::string("\x02\x00\x05\x00\x01\x02\x03\x04", 8)},
+        {request('\x0B'), "colour printer-state 3\n", 200, std::string("\x02\x00\x05\x00\x01\x02\x03\x04", 8)},
+        {std::string("\x02\x00\x00\x0B", 4), "", 400, ""},
+    };
+    for (const auto& c : cases) {
+        const IppAnswer answer = AnswerIppRequest(c.request, c.fixture);
+        EXPECT_EQ(answer.httpStatus, c.http) << c.fixture;
+        EXPECT_EQ(answer.body.substr(0, 8), c.head) << c.fixture;
+        if (c.http == 200) {
+            EXPECT_EQ(answer.body.back(), '\x03') << c.fixture;
+        }
+    }
 }
 
 TEST(CommandLine, ReadsPortsFaultsAndPaths)
