@@ -196,17 +196,39 @@ JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, i
   if (!kJobOperationsBuilt) NotAvailable("cancelling jobs (IPP job operations)");
   auto attributes = NewRequest(target);
   std::string jobUri = target.Uri() + "/" + std::to_string(jobId);
+  const std::string name = "job " + std::to_string(jobId);
+  // The library cancels the requesting user's current job, whatever id the
+  // request names; so a job that is not that user's, or has ended, is refused
+  // here before anything is cancelled.
+  JobOutcome before;
+  before.jobId = jobId;
+  before.jobUri = jobUri;
+  AskJobState(provider, target, &before);
+  if (before.state.empty()) throw Failure(kExitFailed, "no " + name + " at " + target.Uri());
+  if (IsFinal(before.state)) throw Failure(kExitFailed, name + " has already ended (" + before.state + ")");
+  Norvane::Variant owner;
+  const std::string user = attributes->GetRequestingUserName();
+  if (SUCCEEDED(provider->GetIPPValue("job-originating-user-name", 1, owner.Ptr(), jobUri.c_str(),
+                                      target.resource.c_str(), 0, 0, " ")) &&
+      owner.Type() == VT_BSTR && VariantText(owner.Get()) != user) {
+    throw Failure(kExitFailed, name + " belongs to '" + VariantText(owner.Get()) + "'; only the user's own job (" +
+                                   user + ") can be cancelled");
+  }
   attributes->SetJobURI(jobUri.c_str());
   Owned<Norvane::IPPResponseBase> response(CreateIPPResponse());
   SetLastError(0);
   HRESULT hr = provider->CancelJob(attributes.get(), response.get());
   if (FAILED(hr)) {
-    throw Failure(kExitFailed, "cancelling job " + std::to_string(jobId) + " failed: " + DescribeStatus(hr, GetLastError()));
+    throw Failure(kExitFailed, "cancelling " + name + " failed: " + DescribeStatus(hr, GetLastError()));
   }
   JobOutcome outcome;
   outcome.jobId = jobId;
   outcome.jobUri = jobUri;
   NoteResponse(&outcome, response.get());
+  if (outcome.jobId != jobId) {
+    throw Failure(kExitFailed, "the printer's current job of '" + user + "' was job " + std::to_string(outcome.jobId) +
+                                   ", and that one was cancelled instead of " + name);
+  }
   return outcome;
 }
 

@@ -24,6 +24,7 @@ cases=(
   "1|127.0.0.1:6399: no protocol of printer-status-ipp.xml answered: status 0x80004005 \(the operation failed\), last error 7 \(Couldn.t connect to server\)|collect 127.0.0.1:6399 --datamap $samples/printer-status-ipp.xml"
   "1|reading: 'Software\\\\Nothing' does not exist|reg show Software/Nothing"
   "2|document '/nonexistent.pdf': cannot be read|print $ipp /nonexistent.pdf"
+  "1|no job 4242 at $ipp|cancel $ipp 4242"
 )
 
 failed=0
