@@ -27,10 +27,46 @@ extern "C" HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address, co
 
 extern "C" HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uint32_t version) {
   auto* ours = Ours(address);
-  if (ours == nullptr || (version != NORVANE_SNMP_VERSION_1 && version != NORVANE_SNMP_VERSION_2C)) {
+  if (ours == nullptr || version < NORVANE_SNMP_VERSION_1 || version > NORVANE_SNMP_VERSION_3) {
     return E_INVALIDARG;
   }
   ours->SetSnmpVersion(version);
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const char16_t* user,
+                                         uint32_t securityLevel, const char16_t* context) {
+  auto* ours = Ours(address);
+  std::string name = NorvaneHost::WideToUtf8(user);
+  if (ours == nullptr || name.empty() || securityLevel < NORVANE_SNMP_NO_AUTH_NO_PRIV ||
+      securityLevel > NORVANE_SNMP_AUTH_PRIV) {
+    return E_INVALIDARG;
+  }
+  ours->SetSnmpUser(std::move(name), securityLevel, NorvaneHost::WideToUtf8(context));
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetSnmpAuthentication(Norvane::QxNetAddress* address, uint32_t protocol,
+                                                   const char16_t* passphrase) {
+  auto* ours = Ours(address);
+  std::string secret = NorvaneHost::WideToUtf8(passphrase);
+  if (ours == nullptr || protocol < NORVANE_SNMP_AUTH_SHA1 || protocol > NORVANE_SNMP_AUTH_SHA512 ||
+      secret.size() < NorvaneHost::kMinSnmpPassphrase) {
+    return E_INVALIDARG;
+  }
+  ours->SetSnmpAuthentication(protocol, std::move(secret));
+  return S_OK;
+}
+
+extern "C" HRESULT NetAddressSetSnmpPrivacy(Norvane::QxNetAddress* address, uint32_t protocol,
+                                            const char16_t* passphrase) {
+  auto* ours = Ours(address);
+  std::string secret = NorvaneHost::WideToUtf8(passphrase);
+  if (ours == nullptr || protocol < NORVANE_SNMP_PRIV_AES128 || protocol > NORVANE_SNMP_PRIV_AES256 ||
+      secret.size() < NorvaneHost::kMinSnmpPassphrase) {
+    return E_INVALIDARG;
+  }
+  ours->SetSnmpPrivacy(protocol, std::move(secret));
   return S_OK;
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "mib_user_security.h"
 #include "support/ref.h"
 #include "text.h"
 
@@ -65,8 +66,20 @@ HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& sett
   return S_OK;
 }
 
-HRESULT MibConnectionImpl::OpenSessionNoLock() {
+MibConnectionImpl::~MibConnectionImpl() { CloseSessionNoLock(); }
+
+void MibConnectionImpl::CloseSessionNoLock() {
+  if (!session_) return;
+  if (!UserSecurity()) {
+    session_.reset();
+    return;
+  }
+  std::lock_guard<std::mutex> hold(UserSecurityLock());
   session_.reset();
+}
+
+HRESULT MibConnectionImpl::OpenSessionNoLock() {
+  CloseSessionNoLock();
   pending_.reset();
   prefetch_.reset();
   std::string peer = SnmpPeerName(host_, settings_.port);
@@ -79,7 +92,19 @@ HRESULT MibConnectionImpl::OpenSessionNoLock() {
   setup.community_len = settings_.community.size();
   setup.timeout = static_cast<long>(settings_.timeoutMs) * 1000;
   setup.retries = static_cast<int>(settings_.retries);
-  session_.reset(snmp_sess_open(&setup));
+  if (!UserSecurity()) {
+    session_.reset(snmp_sess_open(&setup));
+    return session_ ? S_OK : E_FAIL;
+  }
+  HRESULT hr = FillUserSecurity(settings_.v3, &setup);
+  if (SUCCEEDED(hr)) {
+    // The agent's engine is discovered by the first exchange.
+    std::lock_guard<std::mutex> hold(UserSecurityLock());
+    session_.reset(snmp_sess_open(&setup));
+    userSerial_ = NextUserSessionSerial();
+  }
+  ForgetKeys(&setup);
+  if (FAILED(hr)) return hr;
   return session_ ? S_OK : E_FAIL;
 }
 
@@ -90,7 +115,14 @@ HRESULT MibConnectionImpl::ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* resp
     return E_FAIL;
   }
   netsnmp_pdu* answer = nullptr;
-  int status = snmp_sess_synch_response(session_.get(), request, &answer);
+  int status;
+  if (UserSecurity()) {
+    std::lock_guard<std::mutex> hold(UserSecurityLock());
+    InstallSessionUser(session_.get(), userSerial_);
+    status = snmp_sess_synch_response(session_.get(), request, &answer);
+  } else {
+    status = snmp_sess_synch_response(session_.get(), request, &answer);
+  }
   response->reset(answer);
   if (status == STAT_TIMEOUT) return kSnmpTimeout;
   if (status != STAT_SUCCESS || answer == nullptr) return E_FAIL;

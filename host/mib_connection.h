@@ -1,4 +1,4 @@
-// The host's SNMP connection (v1/v2c) on net-snmp's single-session API: every
+// The host's SNMP connection (v1/v2c/v3) on net-snmp's single-session API: every
 // connection owns its own session, so connections can be used on different
 // threads at once; one connection serialises its own calls.
 #pragma once
@@ -39,6 +39,7 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   // Opens the session; *connection receives one reference.
   static HRESULT Create(const HostName& host, const SnmpSettings& settings, MibConnectionImpl** connection);
 
+  ~MibConnectionImpl() override;
   HRESULT Open() override { return S_OK; }
   // Out variants must be initialised; their old values are cleared.
   HRESULT GetValue(const char16_t* oid, VARIANT* value) override;
@@ -58,6 +59,8 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
  private:
   MibConnectionImpl(HostName host, SnmpSettings settings) : host_(std::move(host)), settings_(std::move(settings)) {}
   HRESULT OpenSessionNoLock();
+  void CloseSessionNoLock();
+  bool UserSecurity() const { return settings_.version == 3; }
   // Sends the PDU (always consumed) and waits for the answer.
   HRESULT ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* response);
 
@@ -90,6 +93,7 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   SnmpSettings settings_;
   std::mutex mutex_;
   SnmpSessionPtr session_;
+  uint64_t userSerial_ = 0;  // names a v3 session to the process-wide user table
   std::optional<PendingNext> pending_;
   std::optional<Prefetch> prefetch_;
   bool bulkRefused_ = false;

@@ -180,6 +180,26 @@ void NetAddressImpl::SetSnmpTimeout(uint32_t milliseconds, uint32_t retries) {
   snmp_.retries = retries;
 }
 
+void NetAddressImpl::SetSnmpUser(std::string user, uint32_t level, std::string context) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.version = 3;
+  snmp_.v3.user = std::move(user);
+  snmp_.v3.level = level;
+  snmp_.v3.context = std::move(context);
+}
+
+void NetAddressImpl::SetSnmpAuthentication(uint32_t protocol, std::string passphrase) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.v3.authProtocol = protocol;
+  snmp_.v3.authPassphrase = std::move(passphrase);
+}
+
+void NetAddressImpl::SetSnmpPrivacy(uint32_t protocol, std::string passphrase) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  snmp_.v3.privProtocol = protocol;
+  snmp_.v3.privPassphrase = std::move(passphrase);
+}
+
 std::unique_ptr<CurlChannel> NetAddressImpl::TakeChannel() {
   {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -1,5 +1,5 @@
 // The reference host transport (libnorvane-host): a real Address for a network
-// printer, with HTTP(S) requests over libcurl and SNMP v1/v2c over net-snmp, so
+// printer, with HTTP(S) requests over libcurl and SNMP v1/v2c/v3 over net-snmp, so
 // the library can talk to real devices. Link with -lnorvane-host -lnorvane
 // (pkg-config norvane-host). This header is not part of <norvane/norvane.h>: a
 // host that brings its own transport never includes it.
@@ -46,6 +46,23 @@
 // SNMP versions for NetAddressSetSnmpVersion.
 #define NORVANE_SNMP_VERSION_1 1u
 #define NORVANE_SNMP_VERSION_2C 2u
+#define NORVANE_SNMP_VERSION_3 3u
+
+// SNMPv3 security levels for NetAddressSetSnmpUser.
+#define NORVANE_SNMP_NO_AUTH_NO_PRIV 1u
+#define NORVANE_SNMP_AUTH_NO_PRIV 2u
+#define NORVANE_SNMP_AUTH_PRIV 3u
+// SNMPv3 authentication protocols (HMAC with these digests).
+#define NORVANE_SNMP_AUTH_SHA1 1u
+#define NORVANE_SNMP_AUTH_SHA224 2u
+#define NORVANE_SNMP_AUTH_SHA256 3u
+#define NORVANE_SNMP_AUTH_SHA384 4u
+#define NORVANE_SNMP_AUTH_SHA512 5u
+// SNMPv3 privacy protocols (AES in CFB mode; 192 and 256 bits with the key
+// extension most agents use).
+#define NORVANE_SNMP_PRIV_AES128 1u
+#define NORVANE_SNMP_PRIV_AES192 2u
+#define NORVANE_SNMP_PRIV_AES256 3u
 
 extern "C" {
 
@@ -61,8 +78,23 @@ NORVANE_API Norvane::QxNetAddress* CreateNetAddress(const char16_t* host);
 // SNMP community (default "public"); null or empty restores the default.
 NORVANE_API HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address,
                                                const char16_t* community);
-// NORVANE_SNMP_VERSION_1 or NORVANE_SNMP_VERSION_2C (the default).
+// NORVANE_SNMP_VERSION_1, NORVANE_SNMP_VERSION_2C (the default) or
+// NORVANE_SNMP_VERSION_3, which uses the user below instead of the community.
 NORVANE_API HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uint32_t version);
+// SNMPv3: the user, its security level (NORVANE_SNMP_NO_AUTH_NO_PRIV, _AUTH_NO_PRIV,
+// _AUTH_PRIV) and the context name (null or empty: the default context); also
+// selects NORVANE_SNMP_VERSION_3. The agent's engine is discovered by a
+// connection's first request. A connection whose level needs a protocol not set below
+// is not made (GetMIBConnection fails with E_INVALIDARG).
+NORVANE_API HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const char16_t* user,
+                                          uint32_t securityLevel, const char16_t* context);
+// SNMPv3 authentication protocol (NORVANE_SNMP_AUTH_*) and pass phrase, and
+// privacy protocol (NORVANE_SNMP_PRIV_*) and pass phrase; each pass phrase has
+// at least 8 characters. Pass phrases are never logged.
+NORVANE_API HRESULT NetAddressSetSnmpAuthentication(Norvane::QxNetAddress* address, uint32_t protocol,
+                                                    const char16_t* passphrase);
+NORVANE_API HRESULT NetAddressSetSnmpPrivacy(Norvane::QxNetAddress* address, uint32_t protocol,
+                                             const char16_t* passphrase);
 // UDP port of the agent (default 161).
 NORVANE_API HRESULT NetAddressSetSnmpPort(Norvane::QxNetAddress* address, uint32_t port);
 // Wait for one SNMP answer and the number of further tries (defaults 2000 ms, 1).

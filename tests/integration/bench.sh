@@ -413,6 +413,8 @@ export_bench_environment() {
     export NORVANE_SNMP_COMMUNITY="$SNMP_COMMUNITY"
     export NORVANE_SNMP_WRITABLE_OID=1.3.6.1.2.1.43.5.1.1.16.1
     export NORVANE_SNMP_BIG_TABLE_ROWS="$SNMP_BIG_TABLE_ROWS"
+    # The SNMPv3 user snmpd.conf.in creates.
+    export NORVANE_SNMP_V3_USER=norvane-v3 NORVANE_SNMP_V3_AUTH_PASS=bench-auth-phrase NORVANE_SNMP_V3_PRIV_PASS=bench-priv-phrase
     # The simulator's ports as it reports them: a --sim-option may have moved one or
     # turned it off.
     local listener endpoint

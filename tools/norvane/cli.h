@@ -54,6 +54,12 @@ struct Common {
   // Whether data maps of the web-services kind are tried: a host that knows the
   // device has no web-services port says so and saves the attempt.
   bool webServices = true;
+  // SNMPv3 when snmpUser is set; the pass phrases come from the environment
+  // (NORVANE_SNMP_AUTH_PASSPHRASE, NORVANE_SNMP_PRIV_PASSPHRASE), not the command line.
+  std::string snmpUser;
+  std::string snmpContext;
+  uint32_t snmpAuth = 0;  // NORVANE_SNMP_AUTH_*, 0: none
+  uint32_t snmpPriv = 0;  // NORVANE_SNMP_PRIV_*, 0: none
 };
 
 // A printer as the user names it: HOST, HOST:PORT (the IPP port), [V6]:PORT, or an
@@ -67,7 +73,7 @@ struct Target {
 };
 Target ParseTarget(const std::string& text);
 
-// An address for the target with the common time-outs and community; a host
+// An address for the target with the common time-outs and SNMP settings; a host
 // name that does not resolve is a Failure.
 Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& common);
 // The IPP print provider of a target, or a Failure naming why there is none.

@@ -1,5 +1,7 @@
 // Printer addresses and statuses in the user's words.
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "cli.h"
 
@@ -81,6 +83,32 @@ Target ParseTarget(const std::string& text) {
   return target;
 }
 
+namespace {
+
+std::u16string Passphrase(const char* variable) {
+  const char* value = std::getenv(variable);
+  if (value == nullptr || std::strlen(value) < 8) {
+    throw Failure(kExitUsage, std::string(variable) + " must hold the SNMPv3 pass phrase (8 characters or more)");
+  }
+  return ToUtf16(value);
+}
+
+void SetSnmpUser(Norvane::QxNetAddress* address, const Common& common) {
+  if (common.snmpPriv != 0 && common.snmpAuth == 0) throw Failure(kExitUsage, "--snmp-priv needs --snmp-auth");
+  uint32_t level = common.snmpPriv != 0   ? NORVANE_SNMP_AUTH_PRIV
+                   : common.snmpAuth != 0 ? NORVANE_SNMP_AUTH_NO_PRIV
+                                          : NORVANE_SNMP_NO_AUTH_NO_PRIV;
+  NetAddressSetSnmpUser(address, ToUtf16(common.snmpUser).c_str(), level, ToUtf16(common.snmpContext).c_str());
+  if (common.snmpAuth != 0) {
+    NetAddressSetSnmpAuthentication(address, common.snmpAuth, Passphrase("NORVANE_SNMP_AUTH_PASSPHRASE").c_str());
+  }
+  if (common.snmpPriv != 0) {
+    NetAddressSetSnmpPrivacy(address, common.snmpPriv, Passphrase("NORVANE_SNMP_PRIV_PASSPHRASE").c_str());
+  }
+}
+
+}  // namespace
+
 Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& common) {
   Owned<Norvane::QxNetAddress> address(CreateNetAddress(ToUtf16(target.host).c_str()));
   if (!address) throw Failure(kExitUsage, "'" + target.host + "' is not a usable host");
@@ -93,6 +121,7 @@ Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& com
   NetAddressSetSnmpTimeout(address.get(), std::min<uint32_t>(common.timeoutMs, 2000), 1);
   NetAddressSetSnmpCommunity(address.get(), ToUtf16(common.community).c_str());
   if (common.webServices) address->SetWebServicePortFlag(Norvane::QxNetAddress::kWebServicePortAvailable);
+  if (!common.snmpUser.empty()) SetSnmpUser(address.get(), common);
   return address;
 }
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
+#include <map>
 
 #include "cli.h"
 
@@ -45,7 +46,13 @@ const char* UnknownVerb(CLI::App& app, int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     if (argv[i][0] == '-') {
       // Options of the tool itself that take a value.
-      if (std::strcmp(argv[i], "--timeout") == 0 || std::strcmp(argv[i], "--community") == 0) ++i;
+      for (const char* option :
+           {"--timeout", "--community", "--snmp-user", "--snmp-context", "--snmp-auth", "--snmp-priv"}) {
+        if (std::strcmp(argv[i], option) == 0) {
+          ++i;
+          break;
+        }
+      }
       continue;
     }
     for (auto* sub : app.get_subcommands({})) {
@@ -73,6 +80,22 @@ int main(int argc, char** argv) {
   app.add_option("--community", common.community, "SNMP community (default public)");
   app.add_flag("!--no-web-services", common.webServices,
                "Skip web-services data maps: the printer has no web-services port");
+  app.add_option("--snmp-user", common.snmpUser, "SNMPv3 user instead of the community");
+  app.add_option("--snmp-context", common.snmpContext, "SNMPv3 context name (default none)");
+  app.add_option("--snmp-auth", common.snmpAuth,
+                 "SNMPv3 authentication: SHA, SHA-224, SHA-256, SHA-384 or SHA-512 "
+                 "(pass phrase in NORVANE_SNMP_AUTH_PASSPHRASE)")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, uint32_t>{{"SHA", NORVANE_SNMP_AUTH_SHA1}, {"SHA-224", NORVANE_SNMP_AUTH_SHA224},
+                                          {"SHA-256", NORVANE_SNMP_AUTH_SHA256}, {"SHA-384", NORVANE_SNMP_AUTH_SHA384},
+                                          {"SHA-512", NORVANE_SNMP_AUTH_SHA512}},
+          CLI::ignore_case));
+  app.add_option("--snmp-priv", common.snmpPriv,
+                 "SNMPv3 privacy: AES, AES-192 or AES-256 (pass phrase in NORVANE_SNMP_PRIV_PASSPHRASE)")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, uint32_t>{{"AES", NORVANE_SNMP_PRIV_AES128}, {"AES-192", NORVANE_SNMP_PRIV_AES192},
+                                          {"AES-256", NORVANE_SNMP_PRIV_AES256}},
+          CLI::ignore_case));
 
   AddVersionVerb(app, common);
   AddHelpVerb(app);
