@@ -75,21 +75,25 @@ class CLogModule {
   // logging switched on while the host runs is noticed by the next record: a
   // coarse clock read instead of a thread of our own.
   bool MayWant(uint32_t category) const {
-    return (gate_.load(std::memory_order_relaxed) & category) != 0 || RefreshDue();
+    if ((gate_.load(std::memory_order_relaxed) & category) != 0 || RefreshDue()) return true;
+    // A refresh on another thread stores the gate before its new deadline, so
+    // a deadline read as not yet due may follow a gate read from before that
+    // refresh: the gate is read once more, or the record would be lost.
+    return (gate_.load(std::memory_order_acquire) & category) != 0;
   }
   bool RefreshDue() const {
     const std::atomic<uint64_t>* changes = storeChanges_.load(std::memory_order_relaxed);
-    if (changes != nullptr && changes->load(std::memory_order_relaxed) != changesSeen_.load(std::memory_order_relaxed)) {
+    if (changes != nullptr && changes->load(std::memory_order_relaxed) != changesSeen_.load(std::memory_order_acquire)) {
       return true;
     }
-    return CoarseMillis() >= refreshDeadlineMs_.load(std::memory_order_relaxed);
+    return CoarseMillis() >= refreshDeadlineMs_.load(std::memory_order_acquire);
   }
   // When the configured writer next re-reads its settings (monotonic ms).
-  void SetRefreshDeadline(uint64_t ms) { refreshDeadlineMs_.store(ms, std::memory_order_relaxed); }
+  void SetRefreshDeadline(uint64_t ms) { refreshDeadlineMs_.store(ms, std::memory_order_release); }
   // A settings store change counter whose move from `seen` makes the next
   // record re-read the settings at once; null: only the deadline does.
   void WatchStoreChanges(const std::atomic<uint64_t>* counter, uint64_t seen) {
-    changesSeen_.store(seen, std::memory_order_relaxed);
+    changesSeen_.store(seen, std::memory_order_release);
     storeChanges_.store(counter, std::memory_order_relaxed);
   }
   bool Wants(uint32_t category, const CLogSourceFile* file = nullptr) const;
