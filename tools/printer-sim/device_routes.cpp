@@ -170,13 +170,18 @@ bool WaitBeforeAnswer(const FaultPlan& plan, SimState& state, Response& res)
     return false;
 }
 
-void ServeDocument(const Request& req, Response& res, SimState& state)
+// Every answer starts alike: the request is journalled, its fault plan chosen
+// and any delay waited out. False when the answer has been given already.
+bool StartAnswer(const Request& req, Response& res, SimState& state, FaultPlan& plan)
 {
     state.journal.Record(req.path, RequestHead(req), req.body);
+    return SelectPlan(req, state, plan, res) && WaitBeforeAnswer(plan, state, res);
+}
+
+void ServeDocument(const Request& req, Response& res, SimState& state)
+{
     FaultPlan plan;
-    if (!SelectPlan(req, state, plan, res))
-        return;
-    if (!WaitBeforeAnswer(plan, state, res))
+    if (!StartAnswer(req, res, state, plan))
         return;
 
     const auto resource = state.fixtures.Find(Tree::Http, req.path);
@@ -196,11 +201,8 @@ void ServeDocument(const Request& req, Response& res, SimState& state)
 
 void ServeGetPrinterElements(const Request& req, Response& res, SimState& state)
 {
-    state.journal.Record(req.path, RequestHead(req), req.body);
     FaultPlan plan;
-    if (!SelectPlan(req, state, plan, res))
-        return;
-    if (!WaitBeforeAnswer(plan, state, res))
+    if (!StartAnswer(req, res, state, plan))
         return;
 
     SoapAnswer answer;
@@ -220,11 +222,8 @@ void ServeGetPrinterElements(const Request& req, Response& res, SimState& state)
 // fetch one of its documents (its localised strings, say).
 void ServeIpp(const Request& req, Response& res, SimState& state)
 {
-    state.journal.Record(req.path, RequestHead(req), req.body);
     FaultPlan plan;
-    if (!SelectPlan(req, state, plan, res))
-        return;
-    if (!WaitBeforeAnswer(plan, state, res))
+    if (!StartAnswer(req, res, state, plan))
         return;
 
     const auto resource = state.fixtures.Find(Tree::Http, req.path);
