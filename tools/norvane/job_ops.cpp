@@ -36,12 +36,6 @@ void NoteResponse(JobOutcome* outcome, Norvane::IPPResponseBase* response) {
   NoteState(outcome, response->GetJobState(), response->GetJobStateReasons());
 }
 
-std::string PrinterStateName(const std::string& raw) {
-  static const char* names[] = {"idle", "processing", "stopped"};
-  int n = std::atoi(raw.c_str());
-  return n >= 3 && n <= 5 ? names[n - 3] : raw;
-}
-
 // The polling threads' reports, handed from their threads to the printing one.
 class PollView {
  public:
@@ -100,6 +94,13 @@ void AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcom
   }
 }
 
+std::string PrinterStateName(const std::string& raw) {
+  if (raw == "3") return "idle";
+  if (raw == "4") return "processing";
+  if (raw == "5") return "stopped";
+  return raw;
+}
+
 std::string JobStateName(const std::string& raw) {
   static const char* names[] = {"Pending", "Pending_held", "Processing", "Processing_stopped",
                                 "Canceled", "Aborted", "Completed"};
@@ -142,7 +143,6 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     outcome.seconds = Since(start);
     PrintProgress progress{outcome.bytes, total, outcome.seconds, outcome.state, {}};
     polling.Into(&progress);
-    outcome.polled = polling.Seen();
     if (request.progress) request.progress(progress);
   };
   auto fail = [&](const char* step, HRESULT hr) {
@@ -189,6 +189,7 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     fail("the printer did not accept the finished document", hr);
   }
   report();
+  outcome.polled = polling.Seen();
   return outcome;
 }
 

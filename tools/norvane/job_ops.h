@@ -44,6 +44,8 @@ struct PrintRequest {
 
 // An IPP job-state enum (3..9) in the words the library's responses use.
 std::string JobStateName(const std::string& raw);
+// An IPP printer-state enum (3..5) in words: idle, processing, stopped.
+std::string PrinterStateName(const std::string& raw);
 
 // Streams the file as one chunked Print-Job; throws Failure when the printer
 // refuses or stops answering. A cancel request ends with outcome.canceled.

@@ -17,13 +17,6 @@ constexpr const char* kStatusAttributes[] = {
 constexpr const char* kJobAttributes[] = {"job-name", "job-state", "job-state-reasons",
                                           "job-originating-user-name", "job-impressions-completed"};
 
-std::string PrinterState(const std::string& raw) {
-  if (raw == "3") return "idle";
-  if (raw == "4") return "processing";
-  if (raw == "5") return "stopped";
-  return raw;
-}
-
 struct StatusOptions {
   std::string uri;
   std::vector<int32_t> jobs;
@@ -50,7 +43,7 @@ void Status(const StatusOptions& o, const Common& common) {
     Norvane::Variant value;
     if (provider->GetValue(name, value.Ptr()) != S_OK || value.Type() == VT_EMPTY) continue;
     std::string text = VariantText(value.Get());
-    if (std::string(name) == "printer-state") text = PrinterState(text);
+    if (std::string(name) == "printer-state") text = PrinterStateName(text);
     out[name] = text;
     table.Add({name, text});
   }
