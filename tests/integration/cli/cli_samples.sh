@@ -9,13 +9,8 @@ export NORVANE_REGISTRY_DIR=$work/registry
 samples=$(dirname "$norvane")/../../share/norvane/datamaps
 failed=0
 
-expect() {  # expect FILE TEXT...: every TEXT occurs in FILE
-  local file=$1 text
-  shift
-  for text in "$@"; do
-    grep -qF -- "$text" "$file" || { echo "FAIL: missing $text in:"; cat "$file"; failed=1; }
-  done
-}
+# shellcheck source=../expect.sh
+source "$(dirname "$0")/../expect.sh"
 
 "$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-status-ipp.xml" >"$work/ipp.json" || failed=1
 expect "$work/ipp.json" '"protocol":"IPP"' \

@@ -35,13 +35,8 @@ for example in "${examples[@]}"; do
   done
 done
 
-expect() {  # expect FILE TEXT...: every TEXT occurs in FILE
-  local file=$1 text
-  shift
-  for text in "$@"; do
-    grep -qF -- "$text" "$file" || { echo "FAIL: missing $text in:"; cat "$file"; failed=1; }
-  done
-}
+# shellcheck source=../expect.sh
+source "$(dirname "$0")/../expect.sh"
 "$norvane" --json collect 127.0.0.1 --no-cache --datamap "$source/datamaps/printer-device-xml.xml" \
   >"$work/xml.json" || failed=1
 expect "$work/xml.json" '"protocol":"VEXA"' \
