@@ -49,7 +49,7 @@ extern "C" HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const c
 extern "C" HRESULT NetAddressSetSnmpAuthentication(Norvane::QxNetAddress* address, uint32_t protocol,
                                                    const char16_t* passphrase) {
   auto* ours = Ours(address);
-  std::string secret = NorvaneHost::WideToUtf8(passphrase);
+  NorvaneHost::Secret secret(NorvaneHost::WideToUtf8(passphrase));
   if (ours == nullptr || protocol < NORVANE_SNMP_AUTH_SHA1 || protocol > NORVANE_SNMP_AUTH_SHA512 ||
       secret.size() < NorvaneHost::kMinSnmpPassphrase) {
     return E_INVALIDARG;
@@ -61,7 +61,7 @@ extern "C" HRESULT NetAddressSetSnmpAuthentication(Norvane::QxNetAddress* addres
 extern "C" HRESULT NetAddressSetSnmpPrivacy(Norvane::QxNetAddress* address, uint32_t protocol,
                                             const char16_t* passphrase) {
   auto* ours = Ours(address);
-  std::string secret = NorvaneHost::WideToUtf8(passphrase);
+  NorvaneHost::Secret secret(NorvaneHost::WideToUtf8(passphrase));
   if (ours == nullptr || protocol < NORVANE_SNMP_PRIV_AES128 || protocol > NORVANE_SNMP_PRIV_AES256 ||
       secret.size() < NorvaneHost::kMinSnmpPassphrase) {
     return E_INVALIDARG;

@@ -44,10 +44,10 @@ Protocol PrivProtocol(uint32_t protocol) {
   }
 }
 
-bool MakeKey(const Protocol& hash, const std::string& passphrase, u_char* key, size_t* keyLength) {
+bool MakeKey(const Protocol& hash, const Secret& secret, u_char* key, size_t* keyLength) {
   *keyLength = USM_AUTH_KU_LEN;
-  auto* text = reinterpret_cast<u_char*>(const_cast<char*>(passphrase.data()));
-  return generate_Ku(hash.name, static_cast<u_int>(hash.length), text, passphrase.size(), key, keyLength) ==
+  auto* text = reinterpret_cast<u_char*>(const_cast<char*>(secret.Text().data()));
+  return generate_Ku(hash.name, static_cast<u_int>(hash.length), text, secret.size(), key, keyLength) ==
          SNMPERR_SUCCESS;
 }
 

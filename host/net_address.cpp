@@ -188,13 +188,13 @@ void NetAddressImpl::SetSnmpUser(std::string user, uint32_t level, std::string c
   snmp_.v3.context = std::move(context);
 }
 
-void NetAddressImpl::SetSnmpAuthentication(uint32_t protocol, std::string passphrase) {
+void NetAddressImpl::SetSnmpAuthentication(uint32_t protocol, Secret passphrase) {
   std::lock_guard<std::mutex> lock(mutex_);
   snmp_.v3.authProtocol = protocol;
   snmp_.v3.authPassphrase = std::move(passphrase);
 }
 
-void NetAddressImpl::SetSnmpPrivacy(uint32_t protocol, std::string passphrase) {
+void NetAddressImpl::SetSnmpPrivacy(uint32_t protocol, Secret passphrase) {
   std::lock_guard<std::mutex> lock(mutex_);
   snmp_.v3.privProtocol = protocol;
   snmp_.v3.privPassphrase = std::move(passphrase);

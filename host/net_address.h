@@ -48,8 +48,8 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   void SetSnmpPort(uint32_t port);
   void SetSnmpTimeout(uint32_t milliseconds, uint32_t retries);
   void SetSnmpUser(std::string user, uint32_t level, std::string context);
-  void SetSnmpAuthentication(uint32_t protocol, std::string passphrase);
-  void SetSnmpPrivacy(uint32_t protocol, std::string passphrase);
+  void SetSnmpAuthentication(uint32_t protocol, Secret passphrase);
+  void SetSnmpPrivacy(uint32_t protocol, Secret passphrase);
 
   // An idle channel (with its open connection) or a new one; null when libcurl
   // cannot make one.

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "secret.h"
+
 namespace NorvaneHost {
 
 struct HttpSettings {
@@ -13,15 +15,16 @@ struct HttpSettings {
 };
 
 // SNMPv3's user-based security. The pass phrases become keys when a
-// connection opens; nothing prints or logs them.
+// connection opens; nothing prints or logs them, and every copy is wiped
+// when it is dropped.
 struct SnmpUserSecurity {
   std::string user;
   std::string context;
   uint32_t level = 1;         // NORVANE_SNMP_NO_AUTH_NO_PRIV and up
   uint32_t authProtocol = 0;  // NORVANE_SNMP_AUTH_*, 0: none set
-  std::string authPassphrase;
+  Secret authPassphrase;
   uint32_t privProtocol = 0;  // NORVANE_SNMP_PRIV_*, 0: none set
-  std::string privPassphrase;
+  Secret privPassphrase;
 };
 
 // net-snmp refuses shorter pass phrases when it makes keys of them.

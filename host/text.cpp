@@ -1,5 +1,7 @@
 #include "text.h"
 
+#include <cstring>
+
 namespace NorvaneHost {
 
 // The exported names of the shared conversion, for hosts that have no
@@ -28,8 +30,9 @@ std::string_view TrimSpaces(std::string_view text) {
 }
 
 void Wipe(std::string& secret) {
-  volatile char* p = secret.data();
-  for (size_t i = 0; i < secret.size(); ++i) p[i] = 0;
+  // The whole buffer, not just the text: a shorter value assigned earlier
+  // leaves the longer one's tail behind its terminator.
+  explicit_bzero(secret.data(), secret.capacity());
   secret.clear();
 }
 

@@ -31,10 +31,10 @@ long AgentPackets() {
 
 // Model|Magenta|300th supply|, the collection's status, the agent's messages; v2c for a null user.
 std::string Read(const char* user, uint32_t level, uint32_t auth, const std::string& pass, uint32_t priv,
-                 HRESULT* created, long* packets) {
+                 const std::string& context, HRESULT* created, long* packets) {
   QxNetAddress* address = CreateNetAddress(u"127.0.0.1");
   NetAddressSetSnmpTimeout(address, 300, 1);
-  if (user != nullptr) NetAddressSetSnmpUser(address, Widen(user).c_str(), level, nullptr);
+  if (user != nullptr) NetAddressSetSnmpUser(address, Widen(user).c_str(), level, Widen(context).c_str());
   NetAddressSetSnmpAuthentication(address, auth, Widen(pass).c_str());
   NetAddressSetSnmpPrivacy(address, priv, Widen(Env("NORVANE_SNMP_V3_PRIV_PASS")).c_str());
   long before = AgentPackets();
@@ -70,28 +70,33 @@ TEST(OidV3, UsersReadWhatTheCommunityReadsAndOthersFailQuickly) {
       << "\"LogCategories\"=dword:20000cb0\n\"LogInfoDetailLevel\"=dword:0000000f\n\"LogFileName\"=\"" << log.string() << "\"\n";
   const std::string user = Env("NORVANE_SNMP_V3_USER"), pass = Env("NORVANE_SNMP_V3_AUTH_PASS");
   HRESULT created = E_FAIL; long v2cPackets = 0, packets = 0;
-  const std::string v2c = Read(nullptr, 0, 0, "", 0, &created, &v2cPackets);
+  const std::string v2c = Read(nullptr, 0, 0, "", 0, "", &created, &v2cPackets);
   ASSERT_EQ(v2c, "Norvane NX-4100 Color MFP|62,9|Supply 300|");
-  // user, level (2 authNoPriv, 3 authPriv), digest, pass phrase, AES key size; reads
-  const std::tuple<std::string, uint32_t, uint32_t, std::string, uint32_t, bool> cases[] = {
-      {user, 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, true},
-      {user, 3, NORVANE_SNMP_AUTH_SHA256, "not-the-phrase", NORVANE_SNMP_PRIV_AES128, false},
-      {"nobody-here", 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, false},
-      {user, 2, NORVANE_SNMP_AUTH_SHA256, pass, 0, false},  // the user needs privacy
+  // user, level (2 authNoPriv, 3 authPriv), digest, pass phrase, AES key size, context; reads
+  const std::tuple<std::string, uint32_t, uint32_t, std::string, uint32_t, std::string, bool> cases[] = {
+      {user, 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, "", true},
+      {user, 3, NORVANE_SNMP_AUTH_SHA256, "not-the-phrase", NORVANE_SNMP_PRIV_AES128, "", false},
+      {"nobody-here", 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, "", false},
+      {user, 2, NORVANE_SNMP_AUTH_SHA256, pass, 0, "", false},  // the user needs privacy
       // The wrong keys of the same user and agent are not kept for it.
-      {user, 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, true},
-      {"v3-sha1", 2, NORVANE_SNMP_AUTH_SHA1, pass, 0, true},
-      {"v3-sha224", 3, NORVANE_SNMP_AUTH_SHA224, pass, NORVANE_SNMP_PRIV_AES192, true},
-      {"v3-sha512", 3, NORVANE_SNMP_AUTH_SHA512, pass, NORVANE_SNMP_PRIV_AES256, true},
-      {"v3-sha512", 3, NORVANE_SNMP_AUTH_SHA512, pass, NORVANE_SNMP_PRIV_AES128, false},
+      {user, 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, "", true},
+      {"v3-sha1", 2, NORVANE_SNMP_AUTH_SHA1, pass, 0, "", true},
+      {"v3-sha224", 3, NORVANE_SNMP_AUTH_SHA224, pass, NORVANE_SNMP_PRIV_AES192, "", true},
+      {"v3-sha512", 3, NORVANE_SNMP_AUTH_SHA512, pass, NORVANE_SNMP_PRIV_AES256, "", true},
+      {"v3-sha512", 3, NORVANE_SNMP_AUTH_SHA512, pass, NORVANE_SNMP_PRIV_AES128, "", false},
+      // This user's printer is in a named context, and only there.
+      {"v3-context", 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, "printer", true},
+      {"v3-context", 3, NORVANE_SNMP_AUTH_SHA256, pass, NORVANE_SNMP_PRIV_AES128, "", false},
   };
-  for (const auto& [name, level, auth, phrase, priv, reads] : cases) {
-    SCOPED_TRACE(name + " " + phrase + " " + std::to_string(auth) + "/" + std::to_string(priv));
+  for (const auto& [name, level, auth, phrase, priv, context, reads] : cases) {
+    SCOPED_TRACE(name + " " + phrase + " " + std::to_string(auth) + "/" + std::to_string(priv) + " " + context);
     auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Read(name.c_str(), level, auth, phrase, priv, &created, &packets), reads ? v2c : "");
+    EXPECT_EQ(Read(name.c_str(), level, auth, phrase, priv, context, &created, &packets), reads ? v2c : "");
     EXPECT_EQ(created, reads ? S_OK : E_FAIL);  // failing: no source answers the data map
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
-    EXPECT_LT(packets, v2cPackets + 4);  // GETBULK read-ahead: a 300-row walk in a few messages
+    // GETBULK read-ahead: a 300-row walk in a few messages (the agent's proxy
+    // for the named context asks itself one row at a time).
+    EXPECT_TRUE(!context.empty() || packets < v2cPackets + 4) << packets << " messages";
   }
   ASSERT_TRUE(std::filesystem::exists(log));
   for (const auto& file : std::filesystem::directory_iterator(work / "logs")) {
