@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "norvane/host.h"
@@ -92,6 +93,60 @@ TEST_F(IppProviderBench, DataCollectionReadsStateAndTheMediaDatabase) {
   EXPECT_EQ(collection->GetValue(u"Accepting", &accepting.v), S_OK);
   EXPECT_EQ(Text(accepting.v), "1");
   collection->Dispose();
+}
+
+// Each kind of IPP item, read in this order from one collection with a
+// registry cache, which is kept under the identity after the printer's "uuid:".
+TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
+  char pattern[] = "/tmp/norvane-ipp-registry-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  setenv("NORVANE_REGISTRY_DIR", pattern, 1);
+  const char16_t* document =
+      u"<DataMaps><IPPDataMap><IPPParams Name='params' ResourceURI='/ipp/print'/>"
+      u"<DataItem Name='Model' AttributeID='printer-make-and-model' Command='' JobURI=''/>"
+      u"<DataItem Name='Absent' AttributeID='no-such-attribute' Command='' JobURI=''/>"
+      u"<DataItem Name='Job' AttributeID='job-state' Command='Get-Job-Attributes'"
+      u"  JobURI='ipp://127.0.0.1:631/ipp/print/4242' Transient='TRUE'/>"
+      u"<DataItem Name='Lazy' AttributeID='queued-job-count' Command='' JobURI='' Transient='TRUE'/>"
+      u"<DataItem Name='Bare' AttributeID='printer-info'/>"
+      u"<StaticDataItem Name='Vendor'>Norvane</StaticDataItem>"
+      u"</IPPDataMap></DataMaps>";
+  const struct {
+    const char16_t* key;
+    HRESULT result;
+    std::string text;
+  } rows[] = {
+      {u"dev:Model", S_OK, "Norvane NX-4100"},
+      {u"Absent", S_OK, "<vt 0>"},  // the printer does not know it, and says so
+      {u"Job", E_FAIL, "<vt 0>"},   // no such job
+      {u"Lazy", E_FAIL, "<vt 0>"},  // transient with no command: nothing to ask
+      {u"Bare", E_FAIL, "<vt 0>"},  // no command or job URI at all
+      {u"Unknown", E_FAIL, "<vt 0>"},
+      {u"Vendor", S_OK, "Norvane"},
+  };
+  Norvane::ICacheProvider* cache = CreateRegCacheProvider(u"SOFTWARE\\Norvane\\IppBench");
+  Norvane::DataCollection* collection = nullptr;
+  ASSERT_EQ(CreateDataCollectionFromXML(address_, document, &collection, cache), S_OK);
+  for (const auto& row : rows) {
+    Value v;
+    EXPECT_EQ(SUCCEEDED(collection->GetValue(row.key, &v.v)), SUCCEEDED(row.result)) << Text(v.v);
+    EXPECT_EQ(Text(v.v), row.text);
+  }
+  collection->Dispose();
+  cache->Dispose();
+  Value uuid;
+  Norvane::IPPProvider* provider = CreateIPPProvider(address_, "/ipp/print");
+  ASSERT_NE(provider, nullptr);
+  ASSERT_EQ(provider->GetValue("printer-uuid", &uuid.v), S_OK);
+  provider->Dispose();
+  std::string identity = Text(uuid.v).substr(Text(uuid.v).find("uuid:") + 5);
+  bool found = false;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(pattern)) {
+    found = found || entry.path().filename() == identity;
+  }
+  EXPECT_TRUE(found) << identity;
+  unsetenv("NORVANE_REGISTRY_DIR");
+  std::filesystem::remove_all(pattern);
 }
 
 }  // namespace

@@ -145,6 +145,36 @@ TEST_F(XmlBench, EachProtocolAnswersWithConversionsAndCaches) {
   }
 }
 
+// Texts past the first buffer take a second read; transient items ask the
+// device every time and stored ones once; a missing node is stored as empty.
+TEST_F(XmlBench, LongTextsTransientAndMissingItems) {
+  const std::string serial(300, 'S');
+  std::ofstream(work_ / "long.xml") << "<P><ProductSerialNumber>" << serial << "</ProductSerialNumber>"
+                                    << "<PageCount>7</PageCount></P>";
+  Replace("/qv/device/product_information.xml", work_ / "long.xml");
+  ASSERT_EQ(Open(Document({u"<XMLDataMap Protocol='PLSXML'>"
+                           u"<DataItem Name='Serial' URI='/qv/device/product_information.xml' XPath='//ProductSerialNumber'/>"
+                           u"<DataItem Name='Count' URI='/qv/device/product_information.xml' XPath='//PageCount'"
+                           u" Transient='TRUE'/>"
+                           u"<DataItem Name='Gone' URI='/qv/device/product_information.xml' XPath='//Gone'/>"
+                           u"</XMLDataMap>"})),
+            S_OK);
+  const int before = RequestCount("/qv/device/product_information.xml");
+  const struct {
+    const char16_t* key;
+    std::string answer;
+    int requests;  // made by this read
+  } rows[] = {
+      {u"dev:Serial", serial, 0}, {u"a:b:Serial", "#" + std::to_string(E_FAIL), 0}, {u"Count", "7", 1},
+      {u"Count", "7", 1},         {u"Gone", "#1", 0},                                {u"Gone", "", 0},
+  };
+  int expected = before;
+  for (const auto& row : rows) {
+    EXPECT_EQ(Read(collection_, row.key), row.answer);
+    EXPECT_EQ(RequestCount("/qv/device/product_information.xml"), expected += row.requests);
+  }
+}
+
 TEST_F(XmlBench, FirstAnsweringDataMapServesAndNamesTheCache) {
   // The VEXA serial differs from the other protocols' here, so the registry key
   // tells whose identity the cache took.
