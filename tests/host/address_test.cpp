@@ -91,6 +91,15 @@ TEST(NetAddressTest, CreationAndSettersRefuseWhatTheyCannotUse) {
   Ref<Norvane::MIBConnection> connection;
   EXPECT_EQ(E_FAIL, bad->GetMIBConnection(connection.Out()));
   EXPECT_EQ(E_POINTER, address->CreateRequest(nullptr, 80));
+
+  // Nothing a caller sets may start a header field of its own.
+  ASSERT_EQ(S_OK, address->CreateRequest(request.Out(), 80));
+  EXPECT_EQ(E_INVALIDARG, request->AddHeader(u"X-A", u"1\r\nX-B: 2"));
+  EXPECT_EQ(E_INVALIDARG, request->AddHeader(u"Bad Name", u"1"));
+  EXPECT_EQ(E_INVALIDARG, request->SetContentType(u"text/xml\r\nX: y"));
+  EXPECT_EQ(E_INVALIDARG, request->SetMethod(u"GE T"));
+  EXPECT_EQ(E_INVALIDARG, request->SetMethod(nullptr));
+  EXPECT_EQ(E_POINTER, request->Send(nullptr));
 }
 
 TEST(NetAddressTest, RequestUrlsFollowPortTextSecurityAndAddressFamily) {

@@ -49,52 +49,58 @@ TEST(SnmpValueTest, OidTextRoundTripsAndRejectsWhatIsNotAnOid) {
   EXPECT_FALSE(ParseOid(longest + u".1"));
 }
 
-TEST(SnmpValueTest, NumbersBecomeIntegersUnlessTooLarge) {
+TEST(SnmpValueTest, ReceivedValuesBecomeIntegersTextOrBytes) {
   long negative = -5;
-  Norvane::Variant integer = Convert(ASN_INTEGER, &negative, sizeof negative);
-  EXPECT_EQ(VT_I4, integer.Type());
-  EXPECT_EQ(-5, integer.Get().lVal);
-
   u_long small = 62, huge = 3000000000u;
-  Norvane::Variant gauge = Convert(ASN_GAUGE, &small, sizeof small);
-  EXPECT_EQ(VT_I4, gauge.Type());
-  EXPECT_EQ(62, gauge.Get().lVal);
-  // A page counter past 2^31 keeps its value as decimal text.
-  EXPECT_EQ(u"3000000000", Text(Convert(ASN_COUNTER, &huge, sizeof huge)));
   counter64 c64{1, 5};  // 2^32 + 5
-  EXPECT_EQ(u"4294967301", Text(Convert(ASN_COUNTER64, &c64, sizeof c64)));
-}
-
-TEST(SnmpValueTest, OctetStringsAreTextOnlyWhenTheyReadAsText) {
-  const char name[] = "Norvane NX-4100 \xC3\xA9";
-  EXPECT_EQ(u"Norvane NX-4100 \u00E9", Text(Convert(ASN_OCTET_STR, name, std::strlen(name))));
-  // Devices often pad with zero bytes.
-  const char padded[] = {'A', 'B', '\0', '\0'};
-  EXPECT_EQ(u"AB", Text(Convert(ASN_OCTET_STR, padded, sizeof padded)));
-  EXPECT_EQ(u"", Text(Convert(ASN_OCTET_STR, "", 0)));
-
-  // Not UTF-8 but printable as Latin-1.
-  const char latin1[] = "Imprimante r\xE9seau \xC3(";
-  EXPECT_EQ(u"Imprimante r\u00E9seau \u00C3(", Text(Convert(ASN_OCTET_STR, latin1, std::strlen(latin1))));
-
-  // A MAC address and bytes with a control character (Latin-1's C1 ones too) are not text.
-  for (std::string bytes : {std::string("\x00\x1b\x78\xAA\xBB\xCC", 6), std::string("ab\x01", 3),
-                            std::string("r\x85sum\xE9", 6)}) {
-    Norvane::Variant raw = Convert(ASN_OCTET_STR, bytes.data(), bytes.size());
-    ASSERT_EQ(VT_ARRAY | VT_UI1, raw.Type());
-    ASSERT_EQ(bytes.size(), raw.Get().parray->rgsabound[0].cElements);
-    EXPECT_EQ(0, std::memcmp(bytes.data(), raw.Get().parray->pvData, bytes.size()));
-  }
-}
-
-TEST(SnmpValueTest, IdentifiersAddressesAndExceptions) {
   oid type[] = {1, 3, 6, 1, 2, 1, 25, 3, 1, 5};
-  EXPECT_EQ(u"1.3.6.1.2.1.25.3.1.5", Text(Convert(ASN_OBJECT_ID, type, sizeof type)));
   const u_char ip[] = {192, 0, 2, 17};
-  EXPECT_EQ(u"192.0.2.17", Text(Convert(ASN_IPADDRESS, ip, sizeof ip)));
-  Convert(SNMP_NOSUCHOBJECT, nullptr, 0, E_FAIL);
-  Convert(SNMP_NOSUCHINSTANCE, nullptr, 0, E_FAIL);
-  Convert(SNMP_ENDOFMIBVIEW, nullptr, 0, E_FAIL);
+  const std::string utf8 = "Norvane NX-4100 \xC3\xA9";
+  // Not UTF-8 but printable as Latin-1.
+  const std::string latin1 = "Imprimante r\xE9seau \xC3(";
+  const std::string padded("AB\0\0", 4);  // devices often pad with zero bytes
+  // A MAC address and bytes with a control character (Latin-1's C1 ones too) are not text.
+  const std::string mac("\x00\x1b\x78\xAA\xBB\xCC", 6), control("ab\x01", 3), c1("r\x85sum\xE9", 6);
+  struct Case {
+    u_char type;
+    const void* value;
+    size_t length;
+    VARTYPE vt;
+    std::u16string text;  // of text; empty: an integer or bytes
+    long integer = 0;
+  } const cases[] = {
+      {ASN_INTEGER, &negative, sizeof negative, VT_I4, u"", -5},
+      {ASN_GAUGE, &small, sizeof small, VT_I4, u"", 62},
+      // A page counter past 2^31 keeps its value as decimal text.
+      {ASN_COUNTER, &huge, sizeof huge, VT_BSTR, u"3000000000"},
+      {ASN_COUNTER64, &c64, sizeof c64, VT_BSTR, u"4294967301"},
+      {ASN_OBJECT_ID, type, sizeof type, VT_BSTR, u"1.3.6.1.2.1.25.3.1.5"},
+      {ASN_IPADDRESS, ip, sizeof ip, VT_BSTR, u"192.0.2.17"},
+      {ASN_OCTET_STR, utf8.data(), utf8.size(), VT_BSTR, u"Norvane NX-4100 \u00E9"},
+      {ASN_OCTET_STR, latin1.data(), latin1.size(), VT_BSTR, u"Imprimante r\u00E9seau \u00C3("},
+      {ASN_OCTET_STR, padded.data(), padded.size(), VT_BSTR, u"AB"},
+      {ASN_OCTET_STR, "", 0, VT_BSTR, u""},
+      {ASN_OCTET_STR, mac.data(), mac.size(), VT_ARRAY | VT_UI1, u""},
+      {ASN_OCTET_STR, control.data(), control.size(), VT_ARRAY | VT_UI1, u""},
+      {ASN_OCTET_STR, c1.data(), c1.size(), VT_ARRAY | VT_UI1, u""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << int(c.type) << " of " << c.length << " bytes");
+    Norvane::Variant value = Convert(c.type, c.value, c.length);
+    ASSERT_EQ(c.vt, value.Type());
+    if (c.vt == VT_I4) {
+      EXPECT_EQ(c.integer, value.Get().lVal);
+    }
+    if (c.vt == VT_BSTR) {
+      EXPECT_EQ(c.text, Text(value));
+    }
+    if (c.vt != (VT_ARRAY | VT_UI1)) continue;
+    ASSERT_EQ(c.length, value.Get().parray->rgsabound[0].cElements);
+    EXPECT_EQ(0, std::memcmp(c.value, value.Get().parray->pvData, c.length));
+  }
+  for (u_char exception : {SNMP_NOSUCHOBJECT, SNMP_NOSUCHINSTANCE, SNMP_ENDOFMIBVIEW}) {
+    Convert(exception, nullptr, 0, E_FAIL);
+  }
 }
 
 TEST(SnmpValueTest, AGetNextAnswerMustLieAfterTheOidAsked) {
@@ -120,21 +126,29 @@ TEST(SnmpValueTest, AGetNextAnswerMustLieAfterTheOidAsked) {
 }
 
 TEST(SnmpValueTest, SetValuesMapVariantKinds) {
-  auto fromInt = VariantToSetValue(Norvane::Variant::FromInt(1).Get());  // what the library sends
-  ASSERT_TRUE(fromInt);
-  EXPECT_EQ(ASN_INTEGER, fromInt->type);
-  EXPECT_EQ(1, fromInt->integer);
-  auto fromI4 = VariantToSetValue(Norvane::Variant::FromInt32(-7).Get());
-  ASSERT_TRUE(fromI4);
-  EXPECT_EQ(-7, fromI4->integer);
-  auto fromText = VariantToSetValue(Norvane::Variant::FromString(u"Fl\u00FCr 2").Get());
-  ASSERT_TRUE(fromText);
-  EXPECT_EQ(ASN_OCTET_STR, fromText->type);
-  EXPECT_EQ("Fl\xC3\xBCr 2", fromText->bytes);
   const uint8_t raw[] = {0, 1, 255};
-  auto fromBytes = VariantToSetValue(Norvane::Variant::FromBytes(raw, 3).Get());
-  ASSERT_TRUE(fromBytes);
-  EXPECT_EQ(std::string("\x00\x01\xFF", 3), fromBytes->bytes);
+  struct Case {
+    Norvane::Variant value;
+    u_char type;
+    long integer;
+    std::string bytes;
+  } const cases[] = {
+      {Norvane::Variant::FromInt(1), ASN_INTEGER, 1, ""},  // what the library sends
+      {Norvane::Variant::FromInt32(-7), ASN_INTEGER, -7, ""},
+      {Norvane::Variant::FromString(u"Fl\u00FCr 2"), ASN_OCTET_STR, 0, "Fl\xC3\xBCr 2"},
+      {Norvane::Variant::FromBytes(raw, 3), ASN_OCTET_STR, 0, std::string("\x00\x01\xFF", 3)},
+  };
+  for (const Case& c : cases) {
+    auto set = VariantToSetValue(c.value.Get());
+    ASSERT_TRUE(set) << c.bytes;
+    EXPECT_EQ(c.type, set->type);
+    if (c.type == ASN_INTEGER) {
+      EXPECT_EQ(c.integer, set->integer);
+    }
+    if (c.type == ASN_OCTET_STR) {
+      EXPECT_EQ(c.bytes, set->bytes);
+    }
+  }
   EXPECT_FALSE(VariantToSetValue(Norvane::Variant().Get()));
 }
 

@@ -23,14 +23,16 @@ TEST(UrlTest, HostTextIsAcceptedOnlyWhenItCanNameAHost) {
 }
 
 TEST(UrlTest, PortTextOverridesOnlyTheIppPortsAndOnlyWhenNumeric) {
-  EXPECT_EQ(8631u, EffectivePort(631, u"8631"));
-  EXPECT_EQ(8443u, EffectivePort(443, u"8443"));
-  EXPECT_EQ(8080u, EffectivePort(8080, u"8631"));
-  EXPECT_EQ(3910u, EffectivePort(3910, u"8631"));
-  for (const char16_t* ignored : {u"", u"0", u"65536", u"+631", u" 631", u"63a", u"123456"}) {
-    EXPECT_EQ(631u, EffectivePort(631, ignored));
-  }
-  EXPECT_EQ(65535u, EffectivePort(631, u"65535"));
+  struct Case {
+    uint32_t asked;
+    const char16_t* text;
+    uint32_t used;
+  } const cases[] = {
+      {631, u"8631", 8631}, {443, u"8443", 8443}, {8080, u"8631", 8080}, {3910, u"8631", 3910},
+      {631, u"65535", 65535}, {631, u"", 631},    {631, u"0", 631},      {631, u"65536", 631},
+      {631, u"+631", 631},    {631, u" 631", 631}, {631, u"63a", 631},   {631, u"123456", 631},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.used, EffectivePort(c.asked, c.text)) << c.asked;
   EXPECT_TRUE(UsesTls(443, false));
   EXPECT_TRUE(UsesTls(631, true));
   EXPECT_FALSE(UsesTls(631, false));
@@ -38,18 +40,20 @@ TEST(UrlTest, PortTextOverridesOnlyTheIppPortsAndOnlyWhenNumeric) {
 }
 
 TEST(UrlTest, ResourcesBecomeEscapedPaths) {
-  EXPECT_EQ("/ipp/print", ResourcePath("/ipp/print"));
-  EXPECT_EQ("/DevMgmt/DiscoveryTree.xml", ResourcePath("DevMgmt/DiscoveryTree.xml"));
-  EXPECT_EQ("/", ResourcePath(""));
-  // Absolute URLs give their path and query; the address decides where to go.
-  EXPECT_EQ("/ipp/print", ResourcePath("ipp://10.0.0.9:631/ipp/print"));
-  EXPECT_EQ("/a?b=c", ResourcePath("http://printer/a?b=c#frag"));
-  EXPECT_EQ("/", ResourcePath("http://printer"));
-  EXPECT_EQ("/?q", ResourcePath("http://printer?q"));
-  // A colon in a path is not a scheme.
-  EXPECT_EQ("/a/b://c", ResourcePath("/a/b://c"));
-  EXPECT_EQ("/my%20doc%C3%A9.xml", ResourcePath("/my doc\xC3\xA9.xml"));
-  EXPECT_EQ("/a%2Fb%25zz%22", ResourcePath("/a%2Fb%zz\""));
+  const std::pair<const char*, const char*> cases[] = {
+      {"/ipp/print", "/ipp/print"},
+      {"DevMgmt/DiscoveryTree.xml", "/DevMgmt/DiscoveryTree.xml"},
+      {"", "/"},
+      // Absolute URLs give their path and query; the address decides where to go.
+      {"ipp://10.0.0.9:631/ipp/print", "/ipp/print"},
+      {"http://printer/a?b=c#frag", "/a?b=c"},
+      {"http://printer", "/"},
+      {"http://printer?q", "/?q"},
+      {"/a/b://c", "/a/b://c"},  // a colon in a path is not a scheme
+      {"/my doc\xC3\xA9.xml", "/my%20doc%C3%A9.xml"},
+      {"/a%2Fb%zz\"", "/a%2Fb%25zz%22"},
+  };
+  for (const auto& [resource, path] : cases) EXPECT_EQ(path, ResourcePath(resource)) << resource;
 }
 
 TEST(UrlTest, UrlsAndSnmpPeersBracketIpv6) {

@@ -1,7 +1,13 @@
 // The host transport against the simulated printer's web ports, through the
-// Address interface alone.
+// Address interface alone: whole bodies, streamed bodies and the simulator's
+// faults, with what the printer received read back from its request journal.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <strings.h>
+
+#include <filesystem>
+#include <set>
+#include <vector>
 
 #include "../bench_env.h"
 #include "host_test_util.h"
@@ -11,15 +17,39 @@ namespace {
 
 using namespace NorvaneBench;
 
+// The last request the simulator received for one path.
+struct Received {
+  std::string head;  // request line and "Name: value" lines
+  std::string body;
+
+  int HeaderCount(const std::string& name) const {
+    int count = 0;
+    for (size_t at = head.find('\n'); at != std::string::npos; at = head.find('\n', at + 1)) {
+      if (strncasecmp(head.c_str() + at + 1, (name + ":").c_str(), name.size() + 1) == 0) ++count;
+    }
+    return count;
+  }
+  bool Has(const std::string& line) const { return head.find("\n" + line + "\n") != std::string::npos; }
+};
+
+// Inodes of this process's open sockets: a kept connection keeps its inode.
+std::set<std::string> OpenSockets() {
+  std::set<std::string> sockets;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code error;
+    std::string target = std::filesystem::read_symlink(entry.path(), error).string();
+    if (target.rfind("socket:", 0) == 0) sockets.insert(target);
+  }
+  return sockets;
+}
+
 class HostHttpPeers : public ::testing::Test {
  protected:
   void SetUp() override {
     NORVANE_REQUIRE_BENCH();
-    address_ = CreateNetAddress(Wide(BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
-    ASSERT_NE(nullptr, address_);
-  }
-  void TearDown() override {
-    if (address_ != nullptr) address_->Dispose();
+    address_ = Ref<Norvane::QxNetAddress>::Adopt(
+        CreateNetAddress(Wide(BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str()));
+    ASSERT_NE(nullptr, address_.get());
   }
 
   // GET through CreateRequestEx, as the XML providers do: resource only.
@@ -31,29 +61,64 @@ class HostHttpPeers : public ::testing::Test {
     return request->Send(response);
   }
 
-  Norvane::QxNetAddress* address_ = nullptr;
+  Received Journal(const std::string& path) {
+    Ref<Norvane::HTTPRequest> request;
+    Norvane::HTTPResponse* response = nullptr;
+    EXPECT_EQ(S_OK, Get(altPort_, Wide("/__sim/requests?path=" + path), request, &response));
+    std::string text = BodyOf(response);
+    size_t headStart = text.find("\n\n");
+    size_t headEnd = headStart == std::string::npos ? headStart : text.find("\n\n", headStart + 2);
+    if (headEnd == std::string::npos) return {};
+    return {text.substr(headStart + 1, headEnd - headStart), text.substr(headEnd + 2)};
+  }
+
+  // A request set up as the library sets up a print stream, opened on the web port.
+  Norvane::QxHTTPRequestEx* OpenStream(Ref<Norvane::HTTPRequest>& holder, bool libraryFrames, uint32_t port) {
+    EXPECT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), port));
+    auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
+    if (stream == nullptr) return nullptr;
+    stream->SetMethod(u"POST");
+    stream->SetResource(u"/ipp/print");
+    stream->SetContentType(u"application/ipp");
+    if (libraryFrames) stream->AddHeader(u"Transfer-Encoding", u"chunked");
+    stream->AddHeader(u"Content-Type", u"application/ipp");
+    stream->SetSecurityFlags(0x3100);
+    return stream;
+  }
+
+  Ref<Norvane::QxNetAddress> address_;
   uint32_t webPort_ = BenchPort("NORVANE_SIM_HTTP_PORT", 80);
   uint32_t altPort_ = BenchPort("NORVANE_SIM_ALT_PORT", 8080);
   uint32_t soapPort_ = BenchPort("NORVANE_SIM_SOAP_PORT", 3910);
 };
 
-TEST_F(HostHttpPeers, ReadsTheDeviceXmlResourcesOnBothWebPorts) {
+TEST_F(HostHttpPeers, ReadsTheDeviceXmlResourcesOnBothWebPortsOnOneKeptConnection) {
   Ref<Norvane::HTTPRequest> request;
   Norvane::HTTPResponse* response = nullptr;
+  const std::set<std::string> before = OpenSockets();
   ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/DiscoveryTree.xml", request, &response));
+  const std::set<std::string> kept = OpenSockets();
   EXPECT_EQ(200u, response->GetStatus());
+  EXPECT_EQ(0u, request->GetErrorCode());
   std::string tree = BodyOf(response);
   EXPECT_NE(std::string::npos, tree.find("/DevMgmt/ProductConfigDyn.xml"));
+  // Text bodies end with a zero the length does not count.
   EXPECT_EQ(0, response->GetBody()[response->GetBodyLength()]);
+  EXPECT_EQ(u"text/xml", std::u16string(response->GetHeader(u"content-TYPE")));
+  EXPECT_EQ(nullptr, response->GetHeader(u"X-Absent"));
+
+  // The same document in chunked framing reads the same, and each request
+  // object of the address takes the connection the one before left open.
+  ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/DiscoveryTree.xml?sim-fault=chunked", request, &response));
+  EXPECT_EQ(u"chunked", std::u16string(response->GetHeader(u"Transfer-Encoding")));
+  EXPECT_EQ(tree, BodyOf(response));
+  ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/DiscoveryTree.xml", request, &response));
+  EXPECT_GT(kept.size(), before.size());
+  EXPECT_EQ(kept, OpenSockets());
 
   ASSERT_EQ(S_OK, Get(webPort_, u"/qv/device/product_information.xml", request, &response));
   EXPECT_EQ(200u, response->GetStatus());
   EXPECT_NE(std::string::npos, BodyOf(response).find("NV42A17Q9X"));
-
-  // The same document in chunked framing reads the same.
-  ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/DiscoveryTree.xml?sim-fault=chunked", request, &response));
-  EXPECT_EQ(u"chunked", std::u16string(response->GetHeader(u"Transfer-Encoding")));
-  EXPECT_EQ(tree, BodyOf(response));
 }
 
 TEST_F(HostHttpPeers, PostsTheWebServicesRequestAsGuest) {
@@ -83,31 +148,180 @@ TEST_F(HostHttpPeers, PostsTheWebServicesRequestAsGuest) {
   EXPECT_NE(std::string::npos, BodyOf(response).find("urn:uuid:" + id));
 }
 
-TEST_F(HostHttpPeers, ErrorStatusesAreAnswersAndDeadPeersFailInBoundedTime) {
+TEST_F(HostHttpPeers, PostSendsItsBodyOnceTypedWithoutExpectContinue) {
+  // Large enough that libcurl would ask for 100-continue if allowed to.
+  const std::string body = Pattern(3 << 20, 7);
   Ref<Norvane::HTTPRequest> request;
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
+  request->SetResource(u"/ipp/print");
+  request->SetMethod(u"POST");
+  request->SetContentType(u"application/ipp");
+  // The library sets the type both ways; the peer must see it once.
+  request->AddHeader(u"Content-Type", u"application/ipp");
+  request->AddHeader(u"Cache-Control", u"no-cache");
+  request->AddHeader(u"Cache-Control", u"no-store");
+  request->SetBody(Bytes(body), static_cast<uint32_t>(body.size()));
   Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=404", request, &response));
-  EXPECT_EQ(404u, response->GetStatus());
-  ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=500", request, &response));
-  EXPECT_EQ(500u, response->GetStatus());
+  ASSERT_EQ(S_OK, request->Send(&response));
+  EXPECT_EQ(404u, response->GetStatus());  // no printer at that path; the body still arrived
+  Received got = Journal("/ipp/print");
+  EXPECT_TRUE(got.body == body) << "received " << got.body.size() << " bytes";
+  EXPECT_EQ(0, got.HeaderCount("Expect"));
+  EXPECT_EQ(0, got.HeaderCount("Transfer-Encoding"));
+  EXPECT_TRUE(got.Has("Content-Type: application/ipp")) << got.head;
+  EXPECT_EQ(1, got.HeaderCount("Content-Type"));
+  EXPECT_TRUE(got.Has("Cache-Control: no-store")) << got.head;
+  EXPECT_EQ(1, got.HeaderCount("Cache-Control"));
 
-  // Nothing listens on port 9 of the bench.
-  auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(E_FAIL, Get(9, u"/", request, &response));
-  EXPECT_EQ(static_cast<uint32_t>(CURLE_COULDNT_CONNECT), request->GetErrorCode());
-  EXPECT_LT(SecondsSince(start), 2.0);
+  // An empty body put with another method: the answer to the document is
+  // then empty too, and an empty body is null, as the library tests for.
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
+  request->SetMethod(u"PUT");
+  request->SetResource(u"/__sim/resource?path=/empty.xml");
+  ASSERT_EQ(S_OK, request->Send(&response));
+  ASSERT_EQ(200u, response->GetStatus()) << BodyOf(response);
+  ASSERT_EQ(S_OK, Get(altPort_, u"/empty.xml", request, &response));
+  EXPECT_EQ(200u, response->GetStatus());
+  EXPECT_EQ(nullptr, response->GetBody());
+  EXPECT_EQ(0u, response->GetBodyLength());
 
-  // A device that takes 4 s to answer, read with a 1 s read time-out.
-  ASSERT_EQ(S_OK, NetAddressSetHttpTimeouts(address_, 2000, 1000));
-  start = std::chrono::steady_clock::now();
-  EXPECT_EQ(E_FAIL, Get(altPort_, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=delay:4000", request, &response));
-  EXPECT_EQ(static_cast<uint32_t>(CURLE_OPERATION_TIMEDOUT), request->GetErrorCode());
-  double waited = SecondsSince(start);
-  EXPECT_GT(waited, 0.9);
-  EXPECT_LT(waited, 2.5);
-  // A truncated body is a failure, not a short answer.
-  EXPECT_EQ(E_FAIL, Get(webPort_, u"/qv/device/product_information.xml?sim-fault=truncate:40", request, &response));
-  EXPECT_EQ(static_cast<uint32_t>(CURLE_PARTIAL_FILE), request->GetErrorCode());
+  // A POST with no type named goes out untyped, not as a form.
+  ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
+  request->SetMethod(u"POST");
+  request->SetResource(u"/ipp/print");
+  request->SetBody(Bytes("a=b"), 3);
+  ASSERT_EQ(S_OK, request->Send(&response));
+  got = Journal("/ipp/print");
+  EXPECT_EQ(0, got.HeaderCount("Content-Type")) << got.head;
+  EXPECT_EQ("a=b", got.body);
+}
+
+TEST_F(HostHttpPeers, FaultsAreAnswersOrFailuresWithinTheTimeOuts) {
+  struct Case {
+    uint32_t port;  // 9: nobody listens there
+    const char16_t* resource;
+    HRESULT result;
+    uint32_t status;
+    CURLcode error;
+    double atLeast;  // seconds the answer may not come before
+  } const cases[] = {
+      {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=404", S_OK, 404, CURLE_OK, 0},
+      {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=500", S_OK, 500, CURLE_OK, 0},
+      // Slower than usual, or trickled, but never silent for the read time-out.
+      {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=delay:300", S_OK, 200, CURLE_OK, 0.3},
+      {80, u"/qv/device/product_information.xml?sim-fault=slow:1500", S_OK, 200, CURLE_OK, 1.3},
+      {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=delay:4000", E_FAIL, 0, CURLE_OPERATION_TIMEDOUT, 0.9},
+      {80, u"/qv/device/product_information.xml?sim-fault=truncate:40,stall:4000", E_FAIL, 0,
+       CURLE_OPERATION_TIMEDOUT, 0.9},
+      // A body cut short is a failure, not a short answer.
+      {80, u"/qv/device/product_information.xml?sim-fault=truncate:40", E_FAIL, 0, CURLE_PARTIAL_FILE, 0},
+      {80, u"/qv/device/product_information.xml?sim-fault=chunked,truncate:40", E_FAIL, 0, CURLE_PARTIAL_FILE, 0},
+      {9, u"/", E_FAIL, 0, CURLE_COULDNT_CONNECT, 0},
+  };
+  // Connected, the read time-out alone bounds the waits.
+  ASSERT_EQ(S_OK, NetAddressSetHttpTimeouts(address_.get(), 2000, 1000));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.resource, c.resource + std::char_traits<char16_t>::length(c.resource)));
+    Ref<Norvane::HTTPRequest> request;
+    Norvane::HTTPResponse* response = reinterpret_cast<Norvane::HTTPResponse*>(1);
+    auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(c.result, Get(c.port == 8080 ? altPort_ : c.port == 80 ? webPort_ : c.port, c.resource, request,
+                            &response));
+    double waited = SecondsSince(start);
+    EXPECT_GE(waited, c.atLeast);
+    EXPECT_LT(waited, c.atLeast + 1.5);
+    EXPECT_EQ(static_cast<uint32_t>(c.error), request->GetErrorCode());
+    if (FAILED(c.result)) {
+      EXPECT_EQ(nullptr, response);
+      EXPECT_STRNE("", NetAddressErrorText(request->GetErrorCode()));
+      continue;
+    }
+    EXPECT_EQ(c.status, response->GetStatus());
+    const char16_t* reason = nullptr;
+    ASSERT_EQ(S_OK, response->GetStatusText(&reason));
+    EXPECT_EQ(c.status == 404 ? u"Not Found" : c.status == 200 ? u"OK" : u"Internal Server Error",
+              std::u16string(reason));
+    EXPECT_GT(response->GetBodyLength(), 0u);
+  }
+}
+
+TEST_F(HostHttpPeers, StreamedBodiesReachThePrinterAsWrittenOrDeframedOnce) {
+  const std::string first = "\x02\x00\x00\x02" + Pattern(3000, 1);
+  const std::string third = Pattern(70000, 3);
+  const std::string framedThird = Frame(third);
+  const std::string unframed = "5\r\nhello\r\n" + Pattern(5000, 11);
+  struct Write {
+    std::string bytes;
+    HRESULT result = S_OK;
+  };
+  struct Case {
+    const char* what;
+    bool libraryFrames;
+    std::vector<Write> writes;
+    bool sent;
+    std::string body;  // what the printer received
+  } const cases[] = {
+      // Pieces as the library sends them: header plus first data, then data
+      // pieces; one frame cut across writes (inside its size line too), two
+      // frames in one write.
+      {"library framed", true,
+       {{Frame(first)}, {Frame(Pattern(255, 2))}, {framedThird.substr(0, 3)}, {framedThird.substr(3, 40000)},
+        {framedThird.substr(40003)}, {Frame(Pattern(10, 4)) + Frame("x")}, {kLastChunk}},
+       true, first + Pattern(255, 2) + third + Pattern(10, 4) + "x"},
+      // Looks like framing, but nobody framed it: it must arrive as written.
+      {"unframed", false, {{unframed.substr(0, 7)}, {unframed.substr(7)}}, true, unframed},
+      {"nothing after the last chunk", true, {{Frame("abc") + kLastChunk}, {Frame("def"), E_INVALIDARG}}, true,
+       "abc"},
+      {"not a size", true, {{"zz\r\nabc", E_INVALIDARG}, {Frame("abc"), E_INVALIDARG}}, false, ""},
+      {"data into the next size line", true, {{"3\r\nabcd\r\n", E_INVALIDARG}}, false, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Ref<Norvane::HTTPRequest> holder;
+    Norvane::QxHTTPRequestEx* stream = OpenStream(holder, c.libraryFrames, altPort_);
+    ASSERT_NE(nullptr, stream);
+    ASSERT_EQ(S_OK, stream->Open(42));
+    for (const Write& write : c.writes) {
+      EXPECT_EQ(write.result, stream->WriteChunk(Bytes(write.bytes), static_cast<uint32_t>(write.bytes.size()), 42));
+    }
+    if (!c.sent) continue;
+    Norvane::HTTPResponse* response = nullptr;
+    ASSERT_EQ(S_OK, stream->Send(&response));
+    EXPECT_EQ(404u, response->GetStatus());
+    Received got = Journal("/ipp/print");
+    // Framed once on the wire: the library's frame headers are not payload.
+    EXPECT_TRUE(got.body == c.body) << "received " << got.body.size() << " bytes, sent " << c.body.size();
+    EXPECT_EQ(1, got.HeaderCount("Transfer-Encoding"));
+    EXPECT_EQ(0, got.HeaderCount("Content-Length"));
+    EXPECT_EQ(0, got.HeaderCount("Expect"));
+    EXPECT_EQ(1, got.HeaderCount("Content-Type"));
+  }
+
+  // Nobody listens on port 9 of the bench.
+  Ref<Norvane::HTTPRequest> holder;
+  Norvane::QxHTTPRequestEx* stream = OpenStream(holder, true, 9);
+  ASSERT_NE(nullptr, stream);
+  EXPECT_EQ(E_FAIL, stream->Open(1));
+  EXPECT_EQ(static_cast<uint32_t>(CURLE_COULDNT_CONNECT), stream->GetErrorCode());
+  EXPECT_EQ(E_FAIL, stream->WriteChunk(Bytes(Frame("abc")), 8, 1));
+}
+
+TEST_F(HostHttpPeers, SendBodySendsAtOnceAndSendReadsTheAnswer) {
+  Ref<Norvane::HTTPRequest> holder;
+  ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), altPort_));
+  auto* request = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
+  ASSERT_NE(nullptr, request);
+  request->SetMethod(u"POST");
+  request->SetResource(u"/ipp/printer");
+  // Get-Printer-Attributes, request id 0x01020304.
+  const std::string body("\x02\x00\x00\x0B\x01\x02\x03\x04\x03", 9);
+  ASSERT_EQ(S_OK, request->SendBody(Bytes(body), static_cast<uint32_t>(body.size())));
+  // Sent before Send is called.
+  EXPECT_EQ(body, Journal("/ipp/printer").body);
+  Norvane::HTTPResponse* response = nullptr;
+  ASSERT_EQ(S_OK, request->Send(&response));
+  EXPECT_EQ(200u, response->GetStatus());
+  EXPECT_EQ(std::string("\x02\x00\x00\x00\x01\x02\x03\x04", 8), BodyOf(response).substr(0, 8));
 }
 
 }  // namespace

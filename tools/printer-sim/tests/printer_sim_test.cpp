@@ -1,26 +1,19 @@
-// Unit tests of the simulator's pure parts: fault plans, the SOAP request check, the
-// fixture store and the command line. What happens on the wire is covered by
-// tests/integration/smoke.sh inside the bench.
+// Unit tests of the simulator's fault plans and of its answers: the SOAP request
+// check and IPP. The fixture store, the command line and what happens on the wire
+// are exercised by every integration test through the bench.
 
 #include "fault_plan.h"
-#include "fixture_store.h"
 #include "ipp_answer.h"
-#include "options.h"
 #include "soap_exchange.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <unistd.h>
 #include <vector>
 
 namespace printersim {
 namespace {
 
-namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
 std::optional<FaultPlan> Parse(const std::string& text)
@@ -169,93 +162,6 @@ TEST(SoapResponse, PlaceholdersAreFilledFreshForEveryAnswer)
     EXPECT_NE(first.substr(0, 70), second.substr(0, 70)) << "message ids repeat";
 }
 
-class FixtureStoreTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        root_ = fs::temp_directory_path() /
-                ("printer-sim-test-" + std::to_string(::getpid()) + "-" +
-                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(root_);
-    }
-    void TearDown() override { fs::remove_all(root_); }
-
-    void Write(const fs::path& relative, const std::string& text)
-    {
-        fs::create_directories((root_ / relative).parent_path());
-        std::ofstream(root_ / relative, std::ios::binary) << text;
-    }
-
-    fs::path root_;
-};
-
-TEST_F(FixtureStoreTest, MapsFilesToUrlPaths)
-{
-    Write("http/DevMgmt/DiscoveryTree.xml", "<tree/>");
-    Write("http/index.html", "<html/>");
-    Write("soap/device.xml", "<answer/>");
-    Write("soap/notes.txt", "not an answer");
-    FixtureStore store;
-    std::string error;
-    ASSERT_TRUE(store.Load(root_, error)) << error;
-
-    auto tree = store.Find(Tree::Http, "/DevMgmt/DiscoveryTree.xml");
-    ASSERT_TRUE(tree);
-    EXPECT_EQ(tree->body, "<tree/>");
-    EXPECT_EQ(tree->contentType, "text/xml");
-    EXPECT_EQ(store.Find(Tree::Http, "/index.html")->contentType, "text/html");
-
-    auto answer = store.Find(Tree::Soap, "/device");
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->body, "<answer/>");
-    EXPECT_EQ(answer->contentType.rfind("application/soap+xml", 0), 0u);
-
-    EXPECT_FALSE(store.Find(Tree::Soap, "/notes"));
-    EXPECT_FALSE(store.Find(Tree::Soap, "/device.xml"));
-    EXPECT_FALSE(store.Find(Tree::Http, "/device")) << "the trees must not leak into each other";
-    EXPECT_FALSE(store.Find(Tree::Http, "/devmgmt/discoverytree.xml")) << "paths are case-sensitive";
-    EXPECT_EQ(store.Count(), 3u);
-}
-
-TEST_F(FixtureStoreTest, RefusesADirectoryWithoutEitherTree)
-{
-    fs::create_directories(root_);
-    FixtureStore store;
-    std::string error;
-    EXPECT_FALSE(store.Load(root_, error));
-    EXPECT_NE(error.find(root_.string()), std::string::npos) << error;
-}
-
-TEST_F(FixtureStoreTest, OverridesHideAndReplaceUntilReset)
-{
-    Write("http/a.xml", "file");
-    FixtureStore store;
-    std::string error;
-    ASSERT_TRUE(store.Load(root_, error)) << error;
-
-    store.Put(Tree::Http, "/a.xml", {"replaced", ""});
-    EXPECT_EQ(store.Find(Tree::Http, "/a.xml")->body, "replaced");
-    EXPECT_EQ(store.Find(Tree::Http, "/a.xml")->contentType, "text/xml") << "type from the path";
-    store.Put(Tree::Soap, "/printer", {"<new/>", ""});
-    EXPECT_EQ(store.Find(Tree::Soap, "/printer")->contentType.rfind("application/soap+xml", 0), 0u);
-
-    store.Delete(Tree::Http, "/a.xml");
-    EXPECT_FALSE(store.Find(Tree::Http, "/a.xml"));
-
-    store.Reset();
-    EXPECT_EQ(store.Find(Tree::Http, "/a.xml")->body, "file");
-    EXPECT_FALSE(store.Find(Tree::Soap, "/printer"));
-}
-
-ParseOutcome ParseArgs(std::vector<std::string> args, Options& options, std::string& error)
-{
-    args.insert(args.begin(), "norvane-printer-sim");
-    std::vector<char*> argv;
-    for (auto& arg : args)
-        argv.push_back(arg.data());
-    return ParseOptions(static_cast<int>(argv.size()), argv.data(), options, error);
-}
-
 TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId)
 {
     // version 2.0, operation, request id 0x01020304, end of attributes.
@@ -279,46 +185,6 @@ TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId)
             EXPECT_EQ(answer.body.back(), '\x03') << c.fixture;
         }
     }
-}
-
-TEST(CommandLine, ReadsPortsFaultsAndPaths)
-{
-    Options options;
-    std::string error;
-    ASSERT_EQ(ParseArgs({"--http-port", "off", "--alt-port=0", "--soap-port", "13910",
-                         "--fixtures=/srv/set", "--bind", "::1",
-                         "--fault", "/device=500@1", "--fault=/a.xml=delay:5"},
-                        options, error),
-              ParseOutcome::Run)
-        << error;
-    EXPECT_EQ(options.httpPort, kPortOff);
-    EXPECT_EQ(options.altPort, 0);
-    EXPECT_EQ(options.soapPort, 13910);
-    EXPECT_EQ(options.fixtures, "/srv/set");
-    EXPECT_EQ(options.bind, "::1");
-    ASSERT_EQ(options.faults.size(), 2u);
-    EXPECT_EQ(options.faults[0].first, "/device");
-    EXPECT_EQ(options.faults[0].second.remaining, 1);
-    EXPECT_EQ(options.faults[1].first, "/a.xml");
-    EXPECT_EQ(options.faults[1].second.delay, milliseconds(5));
-}
-
-TEST(CommandLine, RejectsBadInput)
-{
-    const std::vector<std::vector<std::string>> bad = {
-        {"--http-port", "65536"}, {"--alt-port", "-1"}, {"--soap-port", "80x"},
-        {"--fault", "device=500"}, {"--fault", "/device"}, {"--fault", "/device=5OO"},
-        {"--fixtures"}, {"--verbose"}, {"extra"},
-    };
-    for (const auto& args : bad) {
-        Options options;
-        std::string error;
-        EXPECT_EQ(ParseArgs(args, options, error), ParseOutcome::Invalid) << args[0];
-        EXPECT_FALSE(error.empty()) << args[0];
-    }
-    Options options;
-    std::string error;
-    EXPECT_EQ(ParseArgs({"--help"}, options, error), ParseOutcome::ShowHelp);
 }
 
 }  // namespace
