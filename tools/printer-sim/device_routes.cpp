@@ -19,6 +19,9 @@ using httplib::Response;
 constexpr const char* kFaultParameter = "sim-fault";
 // A slow body arrives in this many pieces, evenly spaced over the plan's duration.
 constexpr std::size_t kSlowPieces = 10;
+// How long an early answer stays on the connection before it closes: the client must
+// read it before the body it is still sending makes the kernel reset the connection.
+constexpr std::chrono::milliseconds kEarlyLinger{200};
 
 const char* ReasonPhrase(int status)
 {
@@ -64,6 +67,23 @@ SoapAnswer WebServicesError(int status)
 {
     return MakeSoapFault(status, status >= 500 ? "Receiver" : "Sender", "",
                          std::string("simulated ") + ReasonPhrase(status));
+}
+
+std::string Base64(std::string_view text)
+{
+    static constexpr char kDigits[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); i += 3) {
+        uint32_t group = static_cast<uint8_t>(text[i]) << 16;
+        if (i + 1 < text.size())
+            group |= static_cast<uint8_t>(text[i + 1]) << 8;
+        if (i + 2 < text.size())
+            group |= static_cast<uint8_t>(text[i + 2]);
+        for (std::size_t k = 0; k < 4; ++k)
+            out += i + k <= text.size() ? kDigits[(group >> (18 - 6 * k)) & 63] : '=';
+    }
+    return out;
 }
 
 // Chooses the fault for this request: its own ?sim-fault= first, then the table.
@@ -170,12 +190,52 @@ bool WaitBeforeAnswer(const FaultPlan& plan, SimState& state, Response& res)
     return false;
 }
 
-// Every answer starts alike: the request is journalled, its fault plan chosen
-// and any delay waited out. False when the answer has been given already.
+// Every answer starts alike: the request is journalled, its fault plan chosen,
+// any delay waited out and any credentials asked for. False when the answer has
+// been given already.
 bool StartAnswer(const Request& req, Response& res, SimState& state, FaultPlan& plan)
 {
     state.journal.Record(req.path, RequestHead(req), req.body);
-    return SelectPlan(req, state, plan, res) && WaitBeforeAnswer(plan, state, res);
+    if (!SelectPlan(req, state, plan, res) || !WaitBeforeAnswer(plan, state, res))
+        return false;
+    if (plan.basic.empty() || req.get_header_value("Authorization") == "Basic " + Base64(plan.basic))
+        return true;
+    res.status = 401;
+    res.set_header("WWW-Authenticate", "Basic realm=\"printer\"");
+    res.set_content(WebErrorPage(401), "text/html");
+    LogAnswer(state, req, 401, res.body.size(), plan);
+    return false;
+}
+
+// A device refusing a job from its head alone, before the body it is being sent.
+// False when the request has no "early" plan and is answered after its body.
+bool AnswerEarly(const Request& req, Response& res, SimState& state)
+{
+    if (req.method != "POST" || req.path.rfind("/__sim/", 0) == 0)
+        return false;
+    std::optional<FaultPlan> plan;
+    std::string error;
+    if (req.has_param(kFaultParameter))
+        plan = ParseFaultPlan(req.get_param_value(kFaultParameter), error);
+    else
+        plan = state.faults.Take(req.path, /*earlyOnly=*/true);
+    if (!plan || !plan->early)
+        return false;
+    state.journal.Record(req.path, RequestHead(req), "");
+    const int status = plan->status.value_or(403);
+    auto body = std::make_shared<const std::string>(WebErrorPage(status));
+    LogAnswer(state, req, status, body->size(), *plan);
+    res.status = status;
+    res.set_header("Connection", "close");
+    const StopSignal* stop = &state.stop;
+    res.set_content_provider(body->size(), "text/html",
+                             [body, stop](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                 if (!sink.write(body->data() + offset, body->size() - offset))
+                                     return false;
+                                 stop->SleepFor(kEarlyLinger);
+                                 return true;
+                             });
+    return true;
 }
 
 void ServeDocument(const Request& req, Response& res, SimState& state)
@@ -332,6 +392,11 @@ void InstallRoutes(httplib::Server& server, Role role, SimState& state)
 {
     // Control endpoints first: httplib takes the first pattern that matches.
     InstallControl(server, state);
+    // Runs before httplib reads a request's body.
+    server.set_pre_routing_handler([&state](const Request& req, Response& res) {
+        return AnswerEarly(req, res, state) ? httplib::Server::HandlerResponse::Handled
+                                            : httplib::Server::HandlerResponse::Unhandled;
+    });
 
     if (role == Role::Web) {
         server.Get(".*", [&state](const Request& req, Response& res) {

@@ -67,8 +67,16 @@ bool ParseTerm(std::string_view term, FaultPlan& plan, std::string& error)
         }
         return true;
     }
-    if (name == "chunked" && !hasArgument) {
-        plan.chunked = true;
+    if ((name == "chunked" || name == "early") && !hasArgument) {
+        (name == "chunked" ? plan.chunked : plan.early) = true;
+        return true;
+    }
+    if (name == "basic") {
+        if (argument.find(':') == std::string_view::npos) {
+            error = "basic needs USER:PASS";
+            return false;
+        }
+        plan.basic = argument;
         return true;
     }
     error = "unknown fault '" + std::string(term) + "'";
@@ -102,6 +110,10 @@ std::string FaultPlan::Describe() const
         term("stall:", stall.count());
     if (chunked)
         term("chunked");
+    if (early)
+        term("early");
+    if (!basic.empty())
+        term("basic:", basic);
     if (remaining >= 0)
         out << '@' << remaining;
     return out.str();
@@ -157,11 +169,11 @@ void FaultTable::Clear()
     plans_.clear();
 }
 
-std::optional<FaultPlan> FaultTable::Take(const std::string& path)
+std::optional<FaultPlan> FaultTable::Take(const std::string& path, bool earlyOnly)
 {
     std::lock_guard lock(mutex_);
     auto found = plans_.find(path);
-    if (found == plans_.end())
+    if (found == plans_.end() || (earlyOnly && !found->second.early))
         return std::nullopt;
     FaultPlan plan = found->second;
     if (found->second.remaining > 0 && --found->second.remaining == 0)

@@ -12,6 +12,11 @@
 //                            closing, as a device that hangs mid-answer
 //   chunked                  frame the body with Transfer-Encoding: chunked instead of
 //                            Content-Length (healthy, but exercises the other framing)
+//   early                    for a POST: answer (403 unless a status is given) from the
+//                            request head alone, without reading the body, and close,
+//                            as a device refusing a job it is still being sent
+//   basic:USER:PASS          answer 401 with a Basic challenge unless the request
+//                            carries these credentials
 //
 // Examples: "500", "delay:3000", "slow:1500,truncate:40", "truncate:40,stall:30000", "503@1".
 #pragma once
@@ -33,6 +38,8 @@ struct FaultPlan {
     bool truncate = false;
     std::optional<std::size_t> truncateAt;     // bytes actually sent; none = half
     bool chunked = false;
+    bool early = false;
+    std::string basic;                         // "USER:PASS" asked for; empty = none
     int remaining = -1;                        // requests left; -1 = until cleared
 
     // The plan's text in the same syntax it was parsed from, for logs and listings.
@@ -52,8 +59,9 @@ public:
     void Clear();
 
     // The plan for `path`, consuming one use of a counted plan. A plan whose count
-    // reaches zero is removed, so "500@1" fails exactly one request.
-    std::optional<FaultPlan> Take(const std::string& path);
+    // reaches zero is removed, so "500@1" fails exactly one request. With `earlyOnly`
+    // a plan that is not "early" is left for the answer after the body.
+    std::optional<FaultPlan> Take(const std::string& path, bool earlyOnly = false);
 
     // One "PATH=PLAN" line per entry.
     std::string List() const;

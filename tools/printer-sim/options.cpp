@@ -36,7 +36,8 @@ Simulates a networked printer's XML resources and web-services endpoint.
   --soap-port N|off     web-services port (default 3910); 0 picks a free port
   --fault PATH=PLAN     inject a fault on PATH (repeatable); PLAN is a comma list of
                         404 | 500 | status:NNN | delay:MS | slow:MS | truncate[:N] |
-                        stall:MS | chunked, optionally followed by @COUNT
+                        stall:MS | chunked | early | basic:USER:PASS, optionally
+                        followed by @COUNT
   --log FILE            append the request log to FILE (default standard error)
   --allow-expect-continue
                         answer "Expect: 100-continue" with 100 instead of 417

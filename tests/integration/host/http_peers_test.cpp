@@ -73,12 +73,13 @@ class HostHttpPeers : public ::testing::Test {
   }
 
   // A request set up as the library sets up a print stream, opened on the web port.
-  Norvane::QxHTTPRequestEx* OpenStream(Ref<Norvane::HTTPRequest>& holder, bool libraryFrames, uint32_t port) {
+  Norvane::QxHTTPRequestEx* OpenStream(Ref<Norvane::HTTPRequest>& holder, bool libraryFrames, uint32_t port,
+                                       const char16_t* resource = u"/ipp/print") {
     EXPECT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), port));
     auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
     if (stream == nullptr) return nullptr;
     stream->SetMethod(u"POST");
-    stream->SetResource(u"/ipp/print");
+    stream->SetResource(resource);
     stream->SetContentType(u"application/ipp");
     if (libraryFrames) stream->AddHeader(u"Transfer-Encoding", u"chunked");
     stream->AddHeader(u"Content-Type", u"application/ipp");
@@ -304,6 +305,64 @@ TEST_F(HostHttpPeers, StreamedBodiesReachThePrinterAsWrittenOrDeframedOnce) {
   EXPECT_EQ(E_FAIL, stream->Open(1));
   EXPECT_EQ(static_cast<uint32_t>(CURLE_COULDNT_CONNECT), stream->GetErrorCode());
   EXPECT_EQ(E_FAIL, stream->WriteChunk(Bytes(Frame("abc")), 8, 1));
+}
+
+TEST_F(HostHttpPeers, AnEarlyAnswerEndsTheStreamAndIsWhatSendReports) {
+  Ref<Norvane::HTTPRequest> holder;
+  Norvane::QxHTTPRequestEx* stream = OpenStream(holder, true, altPort_, u"/ipp/print?sim-fault=401,early");
+  ASSERT_NE(nullptr, stream);
+  ASSERT_EQ(S_OK, stream->Open(42));
+  // The rest of the document has nowhere to go but is not an error of the
+  // writer: the answer explains what happened.
+  const std::string framed = Frame(Pattern(1 << 20, 5));
+  for (int i = 0; i < 8; ++i) {
+    ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 42)) << i;
+  }
+  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(kLastChunk), static_cast<uint32_t>(kLastChunk.size()), 42));
+  Norvane::HTTPResponse* response = nullptr;
+  ASSERT_EQ(S_OK, stream->Send(&response));
+  ASSERT_NE(nullptr, response);
+  EXPECT_EQ(401u, response->GetStatus());
+  EXPECT_NE(std::string::npos, BodyOf(response).find("401 Unauthorized"));
+}
+
+TEST_F(HostHttpPeers, CredentialsAnswerTheChallengeAndStreamsSendThemAtOnce) {
+  const char16_t* resource = u"/ipp/print?sim-fault=basic:admin:s3cret";
+  const std::string body = "<Envelope/>";
+  struct Case {
+    const char16_t* user;
+    const char16_t* password;
+    uint32_t status;  // 404: let in, but no printer at that path
+  } const cases[] = {{u"", u"", 401}, {u"admin", u"wrong", 401}, {u"admin", u"s3cret", 404}};
+  for (const Case& c : cases) {
+    Ref<Norvane::HTTPRequest> request;
+    ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
+    request->SetMethod(u"POST");
+    request->SetResource(resource);
+    request->SetUserName(c.user);
+    request->SetPassword(c.password);
+    request->SetBody(Bytes(body), static_cast<uint32_t>(body.size()));
+    Norvane::HTTPResponse* response = nullptr;
+    ASSERT_EQ(S_OK, request->Send(&response));
+    EXPECT_EQ(c.status, response->GetStatus()) << std::string(c.password, c.password + 6);
+  }
+  EXPECT_EQ(body, Journal("/ipp/print").body);
+
+  // A streamed body cannot be sent twice: the scheme the device asked for
+  // goes with the first attempt.
+  Ref<Norvane::HTTPRequest> holder;
+  Norvane::QxHTTPRequestEx* stream = OpenStream(holder, true, altPort_, resource);
+  ASSERT_NE(nullptr, stream);
+  stream->SetUserName(u"admin");
+  stream->SetPassword(u"s3cret");
+  ASSERT_EQ(S_OK, stream->Open(42));
+  const std::string payload = Pattern(300000, 9);
+  const std::string framed = Frame(payload) + kLastChunk;
+  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 42));
+  Norvane::HTTPResponse* response = nullptr;
+  ASSERT_EQ(S_OK, stream->Send(&response));
+  EXPECT_EQ(404u, response->GetStatus());
+  EXPECT_TRUE(Journal("/ipp/print").body == payload);
 }
 
 TEST_F(HostHttpPeers, SendBodySendsAtOnceAndSendReadsTheAnswer) {

@@ -38,7 +38,7 @@ TEST(FaultPlan, ParsesEveryTermAndDescribesItBackAsTheSamePlan)
     EXPECT_EQ(plan->remaining, 3);
     EXPECT_FALSE(Parse("truncate")->truncateAt) << "plain truncate means half the body, decided per answer";
     for (const char* text : {"500", "delay:10", "slow:800,truncate", "truncate:40,stall:20000",
-                             "503,truncate:0@1", "chunked"}) {
+                             "503,truncate:0@1", "chunked", "401,early", "basic:admin:s3:cret@2"}) {
         auto plan = Parse(text);
         ASSERT_TRUE(plan) << text;
         EXPECT_EQ(plan->Describe(), text);
@@ -51,7 +51,7 @@ TEST(FaultPlan, RejectsWhatItDoesNotUnderstand)
     for (const char* text : {"", "99", "600", "5000", "status:", "status:abc", "delay", "delay:",
                              "delay:-5", "delay:1.5", "slow:fast", "truncate:x", "truncate:-1",
                              "500,", ",500", "500,,delay:1", "500@0", "500@", "500@x", "@2",
-                             "bogus", "chunked:1", "404 "}) {
+                             "bogus", "chunked:1", "404 ", "early:1", "basic", "basic:admin"}) {
         EXPECT_FALSE(Parse(text)) << "accepted '" << text << "'";
     }
 }
@@ -68,6 +68,11 @@ TEST(FaultTable, CountedPlansRunOutUnlimitedOnesStay)
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(table.Take("/always")->status, 500);
     EXPECT_FALSE(table.Take("/other"));
+    // Before its body, a request takes only an early plan, and leaves any other.
+    EXPECT_FALSE(table.Take("/always", /*earlyOnly=*/true));
+    table.Set("/early", *Parse("early@1"));
+    EXPECT_TRUE(table.Take("/early", /*earlyOnly=*/true));
+    EXPECT_FALSE(table.Take("/early"));
 
     EXPECT_EQ(table.List(), "/always=500\n");
     table.Remove("/always");
