@@ -255,6 +255,10 @@ void ServeDocument(const Request& req, Response& res, SimState& state)
         body = WebErrorPage(status);
         contentType = "text/html";
     }
+    // Embedded servers often repeat a field instead of joining its values, and a
+    // client must read both as one.
+    res.set_header("Cache-Control", "no-cache");
+    res.set_header("Cache-Control", "no-store");
     LogAnswer(state, req, status, body.size(), plan);
     Deliver(res, status, std::move(body), contentType, plan, state.stop);
 }
