@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "adopted_connection.h"
 #include "curl_channel.h"
 
 namespace NorvaneHost {
@@ -29,6 +30,9 @@ struct ExchangeSetup {
   uint32_t securityFlags = 0;
   uint32_t connectTimeoutMs = 5000;
   uint32_t readTimeoutMs = 30000;
+  // A connection to use when libcurl opens one to the same place; it stays
+  // with the caller, who closes it when it was not handed out.
+  AdoptedConnection* adopted = nullptr;
 };
 
 struct ExchangeResponse {
@@ -74,6 +78,8 @@ class HttpExchange {
   static size_t OnRead(char* buffer, size_t size, size_t count, void* self);
   static size_t OnHeader(char* buffer, size_t size, size_t count, void* self);
   static size_t OnWrite(char* buffer, size_t size, size_t count, void* self);
+  static curl_socket_t OnOpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
+  static int OnSocketOptions(void* self, curl_socket_t socket, curlsocktype purpose);
   static int OnConnected(void* self, char* primaryIp, char* localIp, int primaryPort, int localPort);
   static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                         curl_off_t ulNow);
@@ -99,6 +105,9 @@ class HttpExchange {
   bool bodyAsked_ = false;
   bool bodyEnded_ = false;
   bool paused_ = false;
+
+  AdoptedConnection* adopted_ = nullptr;
+  curl_socket_t adoptedSocket_ = CURL_SOCKET_BAD;  // handed to libcurl, not yet told it is connected
 
   ExchangeResponse response_;
   bool headComplete_ = false;

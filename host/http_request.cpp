@@ -223,6 +223,14 @@ ExchangeSetup HttpRequestImpl::MakeSetup(bool streamed, const uint8_t* body, siz
   return setup;
 }
 
+CURLcode HttpRequestImpl::ExchangeWholeBody(AdoptedConnection* adopted) {
+  exchange_ = std::make_unique<HttpExchange>(*channel_);
+  ExchangeSetup setup = MakeSetup(false, body_.data(), body_.size());
+  setup.adopted = adopted;
+  CURLcode rc = exchange_->Start(setup);
+  return rc == CURLE_OK ? exchange_->Finish() : rc;
+}
+
 bool HttpRequestImpl::TakeChannel() {
   if (!channel_) channel_ = address_->TakeChannel();
   return channel_ != nullptr;
@@ -259,9 +267,15 @@ HRESULT HttpRequestImpl::Send(Norvane::HTTPResponse** response) {
   } else {
     response_.Reset();
     if (!TakeChannel()) return E_OUTOFMEMORY;
-    exchange_ = std::make_unique<HttpExchange>(*channel_);
-    CURLcode rc = exchange_->Start(MakeSetup(false, body_.data(), body_.size()));
-    hr = Conclude(rc == CURLE_OK ? exchange_->Finish() : rc);
+    AdoptedConnection adopted = address_->TakeAdoptedConnection();
+    CURLcode rc = ExchangeWholeBody(&adopted);
+    // libcurl before 8.0 calls connect() on a socket it was told is connected.
+    // The kernel answers that with success while the socket's own non-blocking
+    // connect has not yet been reported as done to a second connect() (so it is
+    // for the library's probe), and refuses it otherwise: then nothing has been
+    // sent, and the request goes once more on a connection of its own.
+    if (rc == CURLE_COULDNT_CONNECT && adopted.HandedOut()) rc = ExchangeWholeBody(nullptr);
+    hr = Conclude(rc);
   }
   if (SUCCEEDED(hr)) {
     if (response_ == nullptr) return E_FAIL;

@@ -77,6 +77,9 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   std::vector<std::string> HeaderLines(bool streamed) const;
   ExchangeSetup MakeSetup(bool streamed, const uint8_t* body, size_t length) const;
   bool TakeChannel();
+  // One exchange of the whole body on the channel, on `adopted` when libcurl
+  // opens a connection to where it leads.
+  CURLcode ExchangeWholeBody(AdoptedConnection* adopted);
   // Ends the exchange in progress: keeps its response when one came, gives the
   // channel back to the address, and answers S_OK or E_FAIL.
   HRESULT Conclude(CURLcode result);

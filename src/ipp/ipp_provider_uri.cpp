@@ -1,7 +1,6 @@
 // Printer URI handling of the IPP provider: scheme classes, port names, the
 // port cut out of a URI, and URL cracking.
 #include <cwctype>
-#include <regex>
 
 #include "ipp/ipp_provider_impl.h"
 #include "norvane/platform.h"
@@ -42,11 +41,15 @@ IppUriScheme IPPProviderImpl::GetURIScheme(const char16_t* uri) {
 }
 
 bool IPPProviderImpl::IsUSBPort(const char16_t* text) {
-  if (text == nullptr || *text == 0) return false;
-  static const std::wregex kUsbPort(L"\\bUSB(?!000)\\d{3}$", std::regex::ECMAScript);
-  std::wstring wide;
-  for (const char16_t* p = text; *p != 0; ++p) wide.push_back(static_cast<wchar_t>(*p));
-  return std::regex_match(wide, kUsbPort);
+  // The whole text is USB and three digits, not 000 (every creation asks, so
+  // no regular expression).
+  if (text == nullptr) return false;
+  std::u16string_view name(text);
+  if (name.size() != 6 || !name.starts_with(u"USB") || name == u"USB000") return false;
+  for (char16_t c : name.substr(3)) {
+    if (c < u'0' || c > u'9') return false;
+  }
+  return true;
 }
 
 void IPPProviderImpl::SplitPortFromURI(std::u16string_view uri, std::u16string* port, std::u16string* rest) {

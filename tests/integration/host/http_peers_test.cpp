@@ -4,7 +4,11 @@
 // The web-services exchange as the providers post it runs in tests/integration/xml.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
+#include <poll.h>
 #include <strings.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <set>
@@ -352,6 +356,57 @@ TEST_F(HostHttpPeers, SendBodySendsAtOnceAndSendReadsTheAnswer) {
   ASSERT_EQ(S_OK, request->Send(&response));
   EXPECT_EQ(200u, response->GetStatus());
   EXPECT_EQ(std::string("\x02\x00\x00\x00\x01\x02\x03\x04", 8), BodyOf(response).substr(0, 8));
+}
+
+
+// A non-blocking connect waited for with poll, as the IPP provider's probe
+// does; `confirm` calls connect() once more afterwards, as many programs do.
+// The socket and its name in /proc.
+std::pair<int, std::string> ConnectTo(const std::string& host, uint32_t port, bool confirm) {
+  addrinfo hints{};
+  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* to = nullptr;
+  if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &to) != 0) return {-1, ""};
+  int s = socket(to->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  connect(s, to->ai_addr, to->ai_addrlen);
+  pollfd p{s, POLLOUT, 0};
+  poll(&p, 1, 5000);
+  if (confirm) connect(s, to->ai_addr, to->ai_addrlen);
+  freeaddrinfo(to);
+  struct stat status {};
+  fstat(s, &status);
+  return {s, "socket:[" + std::to_string(status.st_ino) + "]"};
+}
+
+TEST_F(HostHttpPeers, AnAdoptedConnectionCarriesTheNextRequestOnlyWhereItLeads) {
+  // libcurl before 8.0 connects an adopted socket once more: a confirmed one
+  // refuses that, and the request goes on a connection of its own.
+  const bool curlTrustsTheSocket = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080000;
+  struct Case { const char* name; bool toOtherPort; bool confirm; bool carries; } cases[] = {
+      {"probe's connection", false, false, true},
+      {"confirmed connection", false, true, curlTrustsTheSocket},
+      {"connection to another port", true, false, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string host = BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1");
+    auto address = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(Wide(host).c_str()));
+    auto* adopter = dynamic_cast<Norvane::ConnectionAdopter*>(address.get());
+    ASSERT_NE(nullptr, adopter);
+    auto [socket, name] = ConnectTo(host, c.toOtherPort ? altPort_ : webPort_, c.confirm);
+    adopter->AdoptConnection(socket);
+    Ref<Norvane::HTTPRequest> request;
+    ASSERT_EQ(S_OK, address->CreateRequestEx(request.Out(), webPort_));
+    request->SetMethod(u"POST");
+    request->SetResource(u"/ipp/print");
+    request->SetBody(Bytes("adopted"), 7);
+    Norvane::HTTPResponse* response = nullptr;
+    ASSERT_EQ(S_OK, request->Send(&response));
+    EXPECT_EQ("adopted", Journal("/ipp/print").body);
+    // The address keeps the connection the request went on; any other is closed.
+    EXPECT_EQ(c.carries, OpenSockets().count(name) == 1);
+  }
 }
 
 }  // namespace
