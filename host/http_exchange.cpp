@@ -267,6 +267,15 @@ size_t HttpExchange::OnWrite(char* buffer, size_t size, size_t count, void* self
     exchange->bodyTooLarge_ = true;
     return 0;
   }
+  if (body.capacity() == 0) {
+    // Room for the announced body and the zero the response puts after it,
+    // so that neither growing nor that zero copies the bytes again.
+    curl_off_t announced = -1;
+    curl_easy_getinfo(exchange->channel_.Easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    if (announced > 0 && static_cast<size_t>(announced) < kMaxResponseBody) {
+      body.reserve(static_cast<size_t>(announced) + 1);
+    }
+  }
   body.insert(body.end(), reinterpret_cast<uint8_t*>(buffer), reinterpret_cast<uint8_t*>(buffer) + length);
   return length;
 }

@@ -44,47 +44,56 @@ bool IsOneOf(const std::string& name, std::initializer_list<std::string_view> na
 // ---------------------------------------------------------------- response --
 
 HttpResponseImpl::HttpResponseImpl(ExchangeResponse&& response)
-    : status_(static_cast<uint32_t>(response.status)), body_(std::move(response.body)) {
+    : status_(static_cast<uint32_t>(response.status)),
+      statusLine_(std::move(response.statusLine)),
+      received_(std::move(response.headers)),
+      body_(std::move(response.body)) {
   length_ = body_.size();
   body_.push_back(0);
-  std::string_view line = response.statusLine;
-  size_t first = line.find(' ');
-  size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
-  if (second != std::string_view::npos) statusText_ = Utf8ToWide(line.substr(second + 1));
-  std::string all;
-  for (auto& [name, value] : response.headers) {
-    all += name + ": " + value + "\r\n";
+  for (const auto& [name, value] : received_) {
     bool merged = false;
-    for (auto& [known, text] : headers_) {
-      if (EqualsIgnoreAsciiCase(known, name)) {
-        text += u", ";
-        text += Utf8ToWide(value);
+    for (Field& known : fields_) {
+      if (EqualsIgnoreAsciiCase(known.name, name)) {
+        known.value += ", ";
+        known.value += value;
         merged = true;
         break;
       }
     }
-    if (!merged) headers_.emplace_back(name, Utf8ToWide(value));
+    if (!merged) fields_.push_back({name, value, std::nullopt});
   }
-  allHeaders_ = Utf8ToWide(all);
 }
 
 HRESULT HttpResponseImpl::GetStatusText(const char16_t** text) {
   if (text == nullptr) return E_POINTER;
-  *text = statusText_.c_str();
+  if (!statusText_) {
+    std::string_view line = statusLine_;
+    size_t first = line.find(' ');
+    size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
+    statusText_ = second == std::string_view::npos ? std::u16string() : Utf8ToWide(line.substr(second + 1));
+  }
+  *text = statusText_->c_str();
   return S_OK;
 }
 
 HRESULT HttpResponseImpl::GetAllHeaders(const char16_t** text) {
   if (text == nullptr) return E_POINTER;
-  *text = allHeaders_.c_str();
+  if (!allHeaders_) {
+    std::string all;
+    for (const auto& [name, value] : received_) all += name + ": " + value + "\r\n";
+    allHeaders_ = Utf8ToWide(all);
+  }
+  *text = allHeaders_->c_str();
   return S_OK;
 }
 
 const char16_t* HttpResponseImpl::GetHeader(const char16_t* name) {
   if (name == nullptr) return nullptr;
   std::string wanted = WideToUtf8(name);
-  for (const auto& [known, value] : headers_) {
-    if (EqualsIgnoreAsciiCase(known, wanted)) return value.c_str();
+  for (Field& field : fields_) {
+    if (!EqualsIgnoreAsciiCase(field.name, wanted)) continue;
+    if (!field.wide) field.wide = Utf8ToWide(field.value);
+    return field.wide->c_str();
   }
   return nullptr;
 }

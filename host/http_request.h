@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,7 +19,8 @@ namespace NorvaneHost {
 class NetAddressImpl;
 
 // A received response. Text bodies are followed by a zero byte that the length
-// does not count; header values are kept as wide text for GetHeader.
+// does not count. Header values are kept as received and widened on the first
+// GetHeader that asks for them: most callers read the body and one header.
 class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPResponse> {
  public:
   explicit HttpResponseImpl(ExchangeResponse&& response);
@@ -34,10 +36,18 @@ class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPRes
   const char* GetTypeName() override { return "NorvaneHost::HttpResponseImpl"; }
 
  private:
+  struct Field {
+    std::string name;
+    std::string value;  // repeated fields joined
+    std::optional<std::u16string> wide;  // the value widened, once asked for
+  };
+
   uint32_t status_;
-  std::u16string statusText_;
-  std::u16string allHeaders_;
-  std::vector<std::pair<std::string, std::u16string>> headers_;  // one entry per field name
+  std::string statusLine_;
+  std::vector<std::pair<std::string, std::string>> received_;  // each field as received, in order
+  std::vector<Field> fields_;  // one entry per field name
+  std::optional<std::u16string> statusText_;
+  std::optional<std::u16string> allHeaders_;
   std::vector<uint8_t> body_;  // the bytes, then a zero
   size_t length_;
 };
