@@ -153,10 +153,12 @@ TEST_F(HostHttpPeers, PostSendsItsBodyOnceTypedWithoutExpectContinue) {
   ASSERT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
   request->SetMethod(u"PUT");
   request->SetResource(u"/__sim/resource?path=/empty.xml");
+  request->SetContentType(u"application/vnd.norvane+xml");  // the simulator serves it back
   ASSERT_EQ(S_OK, request->Send(&response));
   ASSERT_EQ(200u, response->GetStatus()) << BodyOf(response);
   ASSERT_EQ(S_OK, Get(altPort_, u"/empty.xml", request, &response));
   EXPECT_EQ(200u, response->GetStatus());
+  EXPECT_EQ(u"application/vnd.norvane+xml", std::u16string(response->GetContentType()));
   EXPECT_EQ(nullptr, response->GetBody());
   EXPECT_EQ(0u, response->GetBodyLength());
 
