@@ -18,17 +18,10 @@
 namespace NorvaneTest {
 
 struct FakeExchange {
-  std::u16string method = u"GET";
   std::u16string resource;
-  std::u16string userName;
-  std::u16string password;
-  std::u16string contentType;
   uint32_t port = 0;
   uint32_t securityFlags = 0;
-  std::vector<std::pair<std::u16string, std::u16string>> headers;
-  std::string body;           // whole body (SetBody / SendBody), or the concatenated chunks
-  std::vector<std::string> chunks;  // WriteChunk calls, as written
-  bool opened = false;
+  std::string body;  // SetBody / SendBody, then every chunk as written
 };
 
 struct FakeReply {
@@ -36,7 +29,6 @@ struct FakeReply {
   std::string body;
   std::map<std::u16string, std::u16string> headers;
   HRESULT sendResult = S_OK;  // a failing Send models a refused connection
-  uint32_t errorCode = 0;     // what the request's GetErrorCode reports after this exchange
 };
 
 // Orders dotted-decimal OIDs arc by arc, numerically, as an agent walks them.
@@ -92,14 +84,6 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   bool secure = false;
   int requestsCreated = 0;
   int requestsAlive = 0;  // requests not yet destroyed
-  // Fault injection for streamed bodies: the n-th WriteChunk of a request
-  // (counting from 1) fails; 0 never. openResult is what Open answers.
-  int failWriteChunkAt = 0;
-  HRESULT openResult = S_OK;
-  // Requests on `peerPort` go to this address instead, so that one exchange of
-  // a test can reach a real peer; the test keeps the peer alive.
-  Norvane::Address* peer = nullptr;
-  uint32_t peerPort = 0;
   // The device's SNMP agent; without one GetMIBConnection fails, as for a
   // device that does not answer SNMP.
   std::shared_ptr<FakeMib> mib;

@@ -1,27 +1,21 @@
-// Requests encoded by the library, carried by the reference host transport to
-// ippeveprinter, and its answers decoded by the library.
+// A request encoded by the library, carried by the reference host transport to
+// ippeveprinter, and its answer decoded by the library.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
 
 #include "ipp/ipp_operations.h"
-#include "ipp/ipp_request_attributes.h"
-#include "ipp/ipp_response_attributes.h"
 #include "norvane/host.h"
 #include "support/string_utils.h"
 #include "../bench_env.h"
+#include "unit/ipp/ipp_test_util.h"
 
 namespace {
 
+using IppTest::Text;
 using Norvane::IPPOperations;
-
-std::string Text(const VARIANT& v) {
-  if (v.vt != VT_BSTR) return "<vt " + std::to_string(v.vt) + ">";
-  return QxUtils::WideToUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal)));
-}
 
 class IppPrinter : public ::testing::Test {
  protected:
@@ -75,44 +69,6 @@ TEST_F(IppPrinter, GetPrinterAttributesWithTheMediaDatabase) {
   EXPECT_TRUE(ops.QueryCollection("media-col-database[media-key=iso_a4_210x297mm].media-size.y-dimension", &a4));
   EXPECT_EQ(Text(a4), "29700");
   VariantClear(&a4);
-}
-
-TEST_F(IppPrinter, ChunkedPrintJobIsAcceptedAndAnswered) {
-  IPPOperations ops(address_);
-  ops.SetResourceURI("/ipp/print");
-  Norvane::IPPRequestBase* attributes = Norvane::IPPRequestAttributes::Create();
-  attributes->SetRequestingUserName("norvane");
-  attributes->SetJobName("chunked");
-  Norvane::IPPAttributeStruct format{};
-  format.group = Norvane::kIPPOperationGroup;
-  format.valueTag = 0x49;
-  std::strcpy(format.name, "document-format");
-  std::strcpy(format.value.text, "application/pdf");
-  attributes->AddIPPRequest(format);
-
-  const std::string pdf =
-      "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n"
-      "2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n"
-      "3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 612 792]>>endobj\n"
-      "trailer<</Root 1 0 R>>\n%%EOF\n";
-  const size_t half = pdf.size() / 2;
-  Norvane::HTTPResponse* response = nullptr;
-  ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(pdf.data()), static_cast<int32_t>(half));
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes, true, 0, 0, false), S_OK);
-  std::string rest = pdf.substr(half);
-  ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(rest.data()), static_cast<int32_t>(rest.size()));
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes, true, static_cast<uint32_t>(rest.size()), 0, false), S_OK);
-  ASSERT_EQ(ops.SendPrintJobRequest(&response, attributes, true, 0, 0, false), S_OK);
-  ASSERT_NE(response, nullptr);
-  ASSERT_EQ(ops.ParseIPPResponse(response, nullptr), S_OK);
-  Norvane::IPPResponseBase* result = Norvane::IPPResponseAttributes::Create();
-  ASSERT_EQ(ops.FormResponseStructure(Norvane::kIppPrintJob, result), S_OK);
-  EXPECT_STREQ(result->GetSuccessStatus(), "0");
-  EXPECT_GT(result->GetJobID(), 0);
-  ASSERT_NE(result->GetJobURI(), nullptr);
-  EXPECT_NE(std::string(result->GetJobURI()).find("/ipp/print/"), std::string::npos);
-  result->Dispose();
-  attributes->Dispose();
 }
 
 }  // namespace

@@ -266,41 +266,32 @@ TEST(IppEncodeJobCreation, CopiesRulesDifferPerOperation) {
 }
 
 TEST(IppEncodeJobCreation, SidesAndDocumentHandlingKeywords) {
-  struct SidesCase {
-    int32_t value;
-    const char* keyword;  // null: no "sides"
-  } sides[] = {{0, "one-sided"}, {1, "two-sided-long-edge"}, {2, "two-sided-short-edge"}, {3, nullptr},
-               {4, nullptr},     {-1, nullptr}};
-  for (const SidesCase& c : sides) {
-    IPPOperations ops(nullptr);
-    auto attributes = NewRequest();
-    attributes->SetPrintingSides(c.value);
-    std::string expected = B({0x02}) + IntAttr(0x21, "copies", 1) +
-                           (c.keyword != nullptr ? Attr(0x44, "sides", c.keyword) : std::string()) + B({0x03});
-    std::string bytes = Encode(ops, 5, attributes.get());
-    EXPECT_TRUE(SameBytes(expected, bytes.substr(bytes.size() - std::min(bytes.size(), expected.size()))))
-        << "sides " << c.value;
-  }
-  struct HandlingCase {
+  struct Case {
+    bool sides;  // else multiple-document-handling
     int32_t value;
     const char* keyword;  // null: not written; "" written with an empty value
-  } handling[] = {{-1, nullptr},
-                  {0, nullptr},
-                  {1, "separate_documents_uncollated_copies"},
-                  {2, "separate_documents_collated_copies"},
-                  {3, "single_document_new_sheet"},
-                  {4, ""},
-                  {7, ""}};
-  for (const HandlingCase& c : handling) {
+  } cases[] = {{true, 0, "one-sided"},
+               {true, 1, "two-sided-long-edge"},
+               {true, 2, "two-sided-short-edge"},
+               {true, 3, nullptr},
+               {true, -1, nullptr},
+               {false, -1, nullptr},
+               {false, 0, nullptr},
+               {false, 1, "separate_documents_uncollated_copies"},
+               {false, 2, "separate_documents_collated_copies"},
+               {false, 3, "single_document_new_sheet"},
+               {false, 4, ""},
+               {false, 7, ""}};
+  for (const Case& c : cases) {
     IPPOperations ops(nullptr);
     auto attributes = NewRequest();
-    attributes->SetMultipleDocHandling(c.value);
-    std::string expected =
-        B({0x02}) + IntAttr(0x21, "copies", 1) +
-        (c.keyword != nullptr ? Attr(0x44, "multiple-document-handling", c.keyword) : std::string()) + B({0x03});
+    c.sides ? attributes->SetPrintingSides(c.value) : attributes->SetMultipleDocHandling(c.value);
+    const char* name = c.sides ? "sides" : "multiple-document-handling";
+    std::string expected = B({0x02}) + IntAttr(0x21, "copies", 1) +
+                           (c.keyword != nullptr ? Attr(0x44, name, c.keyword) : std::string()) + B({0x03});
     std::string bytes = Encode(ops, 5, attributes.get());
     EXPECT_TRUE(SameBytes(expected, bytes.substr(bytes.size() - std::min(bytes.size(), expected.size()))))
-        << "handling " << c.value;
+        << name << " " << c.value;
   }
 }
 

@@ -38,7 +38,7 @@ struct Printer {
   HRESULT printSend = S_OK;  // what the host's read of the Print-Job answer reports
 
   FakeReply Answer(const FakeExchange& e) {
-    auto reply = [](std::string body, uint32_t status = 200) { return FakeReply{status, std::move(body), {}, S_OK, 0}; };
+    auto reply = [](std::string body, uint32_t status = 200) { return FakeReply{status, std::move(body), {}, S_OK}; };
     const std::string jobUri = Attr(0x45, "job-uri", "ipp://p/ipp/print/7");
     switch (Operation(e)) {
       case 2: {
