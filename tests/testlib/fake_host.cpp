@@ -1,6 +1,5 @@
 #include "testlib/fake_host.h"
 
-#include <algorithm>
 #include <string>
 
 #include "norvane/com.h"
@@ -86,70 +85,6 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
   FakeResponse* response_ = nullptr;
 };
 
-class FakeMibConnection : public Norvane::DisposableObject<Norvane::MIBConnection> {
- public:
-  explicit FakeMibConnection(std::shared_ptr<FakeMib> mib) : mib_(std::move(mib)) { ++mib_->connectionsAlive; }
-  ~FakeMibConnection() override { --mib_->connectionsAlive; }
-
-  HRESULT GetValue(const char16_t* oid, VARIANT* value) override {
-    if (oid == nullptr || value == nullptr) return E_FAIL;
-    mib_->calls.push_back(u"get " + std::u16string(oid));
-    VariantClear(value);
-    auto it = mib_->objects.find(std::u16string_view(oid));
-    if (it == mib_->objects.end()) return E_FAIL;
-    return VariantCopy(value, &it->second.Get());
-  }
-  HRESULT GetMultipleValues(const char16_t** oids, VARIANT* values, uint32_t count) override {
-    if (oids == nullptr || values == nullptr || count == 0) return E_FAIL;
-    mib_->calls.push_back(u"multi " + Decimal(count));
-    if (FAILED(mib_->multiResult)) return mib_->multiResult;
-    for (uint32_t i = 0; i < count; ++i) {
-      VariantClear(&values[i]);
-      if (oids[i] == nullptr) continue;
-      auto it = mib_->objects.find(std::u16string_view(oids[i]));
-      if (it != mib_->objects.end()) VariantCopy(&values[i], &it->second.Get());
-    }
-    return S_OK;
-  }
-  HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize,
-                             VARIANT* value) override {
-    if (oid == nullptr || nextOid == nullptr || nextOidSize == 0 || value == nullptr) return E_FAIL;
-    mib_->calls.push_back(u"next " + std::u16string(oid));
-    std::u16string answered;
-    const Norvane::Variant* found = nullptr;
-    auto jump = mib_->nextJumps.find(oid);
-    if (jump != mib_->nextJumps.end()) {
-      answered = jump->second;
-      auto it = mib_->objects.find(std::u16string_view(answered));
-      if (it != mib_->objects.end()) found = &it->second;
-    } else {
-      auto it = mib_->objects.upper_bound(std::u16string_view(oid));
-      if (it == mib_->objects.end()) return E_FAIL;
-      answered = it->first;
-      found = &it->second;
-    }
-    if (answered.size() + 1 > nextOidSize) return E_OUTOFMEMORY;
-    std::copy(answered.begin(), answered.end(), nextOid);
-    nextOid[answered.size()] = u'\0';
-    VariantClear(value);
-    return found == nullptr ? S_OK : VariantCopy(value, &found->Get());
-  }
-  HRESULT SetValue(const char16_t* oid, const VARIANT* value) override {
-    if (oid == nullptr || value == nullptr) return E_FAIL;
-    mib_->calls.push_back(u"set " + std::u16string(oid));
-    if (FAILED(mib_->setResult)) return mib_->setResult;
-    mib_->written[oid] = Norvane::Variant(*value);
-    return S_OK;
-  }
-
- private:
-  static std::u16string Decimal(uint32_t n) {
-    std::string digits = std::to_string(n);
-    return std::u16string(digits.begin(), digits.end());
-  }
-  std::shared_ptr<FakeMib> mib_;
-};
-
 }  // namespace
 
 FakeAddress* FakeAddress::Create(std::u16string host) {
@@ -176,39 +111,7 @@ HRESULT FakeAddress::CreateRequestEx(Norvane::HTTPRequest** request, uint32_t po
 HRESULT FakeAddress::GetMIBConnection(Norvane::MIBConnection** connection) {
   if (connection == nullptr) return E_POINTER;
   *connection = nullptr;
-  if (!mib) return E_FAIL;
-  auto* made = new FakeMibConnection(mib);
-  made->AddRef();
-  *connection = made;
-  return S_OK;
-}
-
-bool OidLess::operator()(std::u16string_view a, std::u16string_view b) const {
-  auto arcs = [](std::u16string_view text) {
-    std::vector<uint64_t> out;
-    uint64_t arc = 0;
-    for (char16_t c : text) {
-      if (c == u'.') {
-        out.push_back(arc);
-        arc = 0;
-      } else {
-        arc = arc * 10 + static_cast<uint64_t>(c - u'0');
-      }
-    }
-    out.push_back(arc);
-    return out;
-  };
-  return arcs(a) < arcs(b);
-}
-
-void FakeMib::Put(std::u16string oid, const VARIANT& value) { objects[std::move(oid)] = Norvane::Variant(value); }
-
-void FakeMib::PutText(std::u16string oid, std::u16string_view text) {
-  objects[std::move(oid)] = Norvane::Variant::FromString(text);
-}
-
-void FakeMib::PutInt(std::u16string oid, int32_t value) {
-  objects[std::move(oid)] = Norvane::Variant::FromInt32(value);
+  return E_FAIL;
 }
 
 HRESULT FakeAddress::SetPortText(const char16_t* port) {

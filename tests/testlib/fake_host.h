@@ -1,14 +1,11 @@
-// In-process fake host objects for unit tests: an Address whose requests answer
-// from a programmable table, with fault injection, and an SNMP connection over
-// an in-memory object table.
+// An in-process fake host Address for unit tests: its requests answer from a
+// programmable responder; it answers no SNMP.
 #pragma once
 
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "norvane/com.h"
@@ -29,35 +26,6 @@ struct FakeReply {
   std::string body;
   std::map<std::u16string, std::u16string> headers;
   HRESULT sendResult = S_OK;  // a failing Send models a refused connection
-};
-
-// Orders dotted-decimal OIDs arc by arc, numerically, as an agent walks them.
-struct OidLess {
-  using is_transparent = void;
-  bool operator()(std::u16string_view a, std::u16string_view b) const;
-};
-
-// An SNMP agent's objects in memory, shared by an address and every connection
-// it hands out. Connections answer as the reference host does: a missing object
-// fails a single get (E_FAIL) and leaves its variant empty in a multiple get;
-// get-next answers the first object after the one asked about (E_FAIL past the
-// last) and E_OUTOFMEMORY when the buffer cannot hold that OID.
-struct FakeMib {
-  void Put(std::u16string oid, const VARIANT& value);
-  void PutText(std::u16string oid, std::u16string_view text);
-  void PutInt(std::u16string oid, int32_t value);
-
-  std::map<std::u16string, Norvane::Variant, OidLess> objects;
-  // Get-next answers that override the object order: asked OID -> answered OID
-  // (its value from `objects`, empty when absent). Models agents that loop.
-  std::map<std::u16string, std::u16string> nextJumps;
-  // Every call, in order: "get OID", "multi N", "next OID", "set OID".
-  std::vector<std::u16string> calls;
-  // Values written by SetValue, by OID.
-  std::map<std::u16string, Norvane::Variant> written;
-  HRESULT setResult = S_OK;
-  HRESULT multiResult = S_OK;
-  int connectionsAlive = 0;
 };
 
 class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
@@ -84,9 +52,6 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   bool secure = false;
   int requestsCreated = 0;
   int requestsAlive = 0;  // requests not yet destroyed
-  // The device's SNMP agent; without one GetMIBConnection fails, as for a
-  // device that does not answer SNMP.
-  std::shared_ptr<FakeMib> mib;
 
  private:
   explicit FakeAddress(std::u16string host) : host_(std::move(host)) {}

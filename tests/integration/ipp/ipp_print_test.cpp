@@ -24,6 +24,7 @@
 #include "norvane/host.h"
 #include "support/ref.h"
 #include "support/string_utils.h"
+#include "../bench_env.h"
 
 extern char** environ;
 
@@ -35,11 +36,6 @@ using QxUtils::Ref;
 namespace fs = std::filesystem;
 
 constexpr int32_t kChunk = 64 * 1024;
-
-std::string Env(const char* name, const char* fallback) {
-  const char* value = std::getenv(name);
-  return value != nullptr && *value != 0 ? value : fallback;
-}
 
 // Deterministic document bytes: a PWG raster sync word, then xorshift noise.
 struct Document {
@@ -70,7 +66,7 @@ uint64_t HashFile(const fs::path& path, uint64_t* size) {
 
 // The spool file ippeveprinter keeps for a job: "<job-id>-<name>.<ext>".
 fs::path SpoolFile(int jobId) {
-  for (const auto& entry : fs::directory_iterator(Env("NORVANE_SPOOL_DIR", "/nonexistent"))) {
+  for (const auto& entry : fs::directory_iterator(NorvaneBench::BenchValue("NORVANE_SPOOL_DIR", "/nonexistent"))) {
     if (entry.path().filename().string().rfind(std::to_string(jobId) + "-", 0) == 0) return entry.path();
   }
   return {};
@@ -102,7 +98,7 @@ int RunToEnd(std::vector<std::string> args) {
 class IppPrint : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (Env("NORVANE_BENCH", "") != "1") GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";
+    NORVANE_REQUIRE_BENCH();
     address = AdoptRef<Norvane::QxNetAddress>(CreateNetAddress(u"127.0.0.1"));
   }
   void TearDown() override {
@@ -110,7 +106,7 @@ class IppPrint : public ::testing::Test {
   }
   // A second printer of the test's own on `port`, answering once it is up.
   Ref<IPPProviderImpl> OwnPrinter(const std::string& scheme, int port, std::vector<std::string> options) {
-    std::string dir = Env("NORVANE_BENCH_DIR", "/tmp") + "/printer-" + std::to_string(port);
+    std::string dir = NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/printer-" + std::to_string(port);
     fs::create_directories(dir + "/keys");
     std::vector<std::string> args = {"ippeveprinter", "-r", "off", "-p", std::to_string(port), "-d", dir, "-K",
                                      dir + "/keys", "-f", "application/pdf,image/pwg-raster"};
@@ -125,7 +121,7 @@ class IppPrint : public ::testing::Test {
     return nullptr;
   }
   Ref<IPPProviderImpl> Provider() {
-    std::u16string uri = QxUtils::Utf8ToWide(Env("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
+    std::u16string uri = QxUtils::Utf8ToWide(NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
     return AdoptRef(IPPProviderImpl::Create2(address.get(), uri.c_str(), Norvane::kIppDefaultSecurityFlags));
   }
   // Job attributes of a user of the test's own, so that Get-Jobs sees only its jobs.
@@ -217,10 +213,10 @@ TEST_F(IppPrint, JobOperationsFindTheCallersJobs) {
   EXPECT_EQ(GetLastError(), Norvane::kErrorNoData);
   // A document the printer fetches from the simulator's web server.
   const std::string pdf = "%PDF-1.4\ntrailer<<>>\n%%EOF\n";
-  std::ofstream(Env("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf") << pdf;
+  std::ofstream(NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf") << pdf;
   ASSERT_EQ(RunToEnd({"curl", "-sf", "-o", "/dev/null", "-X", "PUT", "-H", "Content-Type: application/pdf", "--data-binary",
-                 "@" + Env("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf",
-                 Env("NORVANE_SIM_CONTROL_URL", "") + "/resource?path=/docs/fetched.pdf"}), 0);
+                 "@" + NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf",
+                 NorvaneBench::BenchValue("NORVANE_SIM_CONTROL_URL", "") + "/resource?path=/docs/fetched.pdf"}), 0);
   attributes->SetDocumentUri("http://127.0.0.1/docs/fetched.pdf");
   ASSERT_EQ(provider->PrintUri(attributes.get(), response.get()), S_OK);
   EXPECT_STREQ(response->GetSuccessStatus(), "0");
@@ -266,12 +262,12 @@ TEST_F(IppPrint, CancelledJobsEndCancelled) {
   provider = Provider();
   attributes = Attributes("cancel-other", "image/pwg-raster");
   ASSERT_EQ(Stream(provider.get(), attributes.get(), &document, 4), S_OK);
-  std::string test = Env("NORVANE_BENCH_DIR", "/tmp") + "/cancel.test";
+  std::string test = NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/cancel.test";
   std::ofstream(test) << "{ OPERATION Cancel-Job GROUP operation-attributes-tag ATTR charset attributes-charset utf-8 "
                          "ATTR naturalLanguage attributes-natural-language en ATTR uri printer-uri $uri "
                          "ATTR integer job-id " << response->GetJobID()
                       << " ATTR name requesting-user-name cancel-other STATUS successful-ok }\n";
-  ASSERT_EQ(RunToEnd({"ipptool", "-q", Env("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"), test}), 0);
+  ASSERT_EQ(RunToEnd({"ipptool", "-q", NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"), test}), 0);
   std::vector<uint8_t> more(kChunk);
   for (int i = 0; i < 4; ++i) {
     document.Next(&more);
