@@ -38,19 +38,24 @@ class IppSimFaults : public ::testing::Test {
     address->SetPortText(QxUtils::Utf8ToWide(port_).c_str());
     return address;
   }
-  // Sets the simulator's plan for the IPP path ("none" clears it) through its
-  // control endpoint, with the host transport under test.
-  void Plan(const std::string& plan) {
+  // A call on the simulator's control endpoint, made with the host transport
+  // under test; the answer's body.
+  std::string Control(const char16_t* method, const std::string& resource) {
     auto control = AdoptRef<Norvane::QxNetAddress>(CreateNetAddress(u"127.0.0.1"));
     control->SetPortText(u"8080");
     Ref<Norvane::HTTPRequest> request;
-    ASSERT_EQ(control->CreateRequest(request.Out(), 8080), S_OK);
-    request->SetMethod(u"POST");
-    request->SetResource(QxUtils::Utf8ToWide("/__sim/fault?path=" + std::string(kPath) + "&plan=" + plan).c_str());
-    request->SetBody(reinterpret_cast<const uint8_t*>("x"), 1);
+    EXPECT_EQ(control->CreateRequest(request.Out(), 8080), S_OK);
+    request->SetMethod(method);
+    request->SetResource(QxUtils::Utf8ToWide("/__sim/" + resource).c_str());
+    if (method == std::u16string(u"POST")) request->SetBody(reinterpret_cast<const uint8_t*>("x"), 1);
     Norvane::HTTPResponse* response = nullptr;
-    ASSERT_EQ(request->Send(&response), S_OK);
-    ASSERT_EQ(response->GetStatus(), 200u) << plan;
+    EXPECT_EQ(request->Send(&response), S_OK);
+    if (response == nullptr || response->GetStatus() != 200) return "<failed>";
+    return std::string(reinterpret_cast<const char*>(response->GetBody()), response->GetBodyLength());
+  }
+  // The plan for the IPP path; "none" clears it.
+  void Plan(const std::string& plan) {
+    ASSERT_NE(Control(u"POST", "fault?path=" + std::string(kPath) + "&plan=" + plan), "<failed>") << plan;
   }
 
   std::string port_;
@@ -125,6 +130,7 @@ TEST_F(IppSimFaults, ProviderCreationOutcomes) {
     EXPECT_EQ(std::u16string(address->GetPortText()), QxUtils::Utf8ToWide(port_));
     EXPECT_EQ(provider->GetPrinterURI(), u"ipp://127.0.0.1" + std::u16string(kPath, kPath + sizeof kPath - 1));
     EXPECT_FALSE(provider->IsSecure());
+    EXPECT_EQ(provider->GetSecurityFlags(), 0u);  // plain IPP keeps no TLS flags
   }
   // Arguments and URIs are refused before anything is sent.
   EXPECT_EQ(IPPProviderImpl::Create2(nullptr, uri.c_str(), 0), nullptr);
@@ -168,6 +174,20 @@ TEST_F(IppSimFaults, QueriesAfterCreation) {
   EXPECT_TRUE(provider->IsSecure());
 }
 
+// A one-request Print-Job carries the document after its attributes.
+TEST_F(IppSimFaults, OneRequestPrintJobCarriesTheDocument) {
+  const std::string document = "RaS2-one-request";
+  IPPOperations ops(address_.get());
+  ops.SetResourceURI(kPath);
+  ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(document.data()),
+                                  static_cast<int32_t>(document.size()));
+  auto attributes = AdoptRef<Norvane::IPPRequestBase>(Norvane::IPPRequestAttributes::Create());
+  Norvane::HTTPResponse* response = nullptr;
+  ASSERT_EQ(ops.SendIPPRequest(Norvane::kIppPrintJob, &response, attributes.get(), false), S_OK);
+  std::string journal = Control(u"GET", "requests?path=" + std::string(kPath));
+  EXPECT_NE(journal.find("\x03" + document), std::string::npos) << journal;
+}
+
 // A chunked Print-Job's final answer decides the stream's result.
 TEST_F(IppSimFaults, PrintStreamFinalAnswer) {
   struct Case {
@@ -195,6 +215,12 @@ TEST_F(IppSimFaults, PrintStreamFinalAnswer) {
     // A chunk longer than the data is refused without touching the stream.
     EXPECT_EQ(ops.SendPrintJobRequest(&response, attributes.get(), true, 99, 0, false), E_FAIL) << c.plan;
   }
+  // Nobody listening: the stream does not open.
+  address_->SetPortText(u"9");
+  IPPOperations refused(address_.get());
+  refused.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(document.data()), 4);
+  Norvane::HTTPResponse* response = nullptr;
+  EXPECT_EQ(refused.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), E_FAIL);
 }
 
 }  // namespace

@@ -24,6 +24,8 @@ TEST(IppRequestAttributes, TextsAreCopiesAndResolutionUnitsOnlyInchesOrCentimetr
   r->SetUsername(user);
   user[0] = u'X';
   EXPECT_EQ(std::u16string(r->GetUsername()), u"alice");
+  EXPECT_EQ(r->GetPrintContentOptimize(), 0u);  // host-only defaults: the encoder never sends them
+  EXPECT_TRUE(r->GetMarginsPreApplied());
   for (auto [set, kept] : {std::pair{5, 0}, {4, 4}, {0, 4}, {3, 3}}) {
     r->SetPrinterResolutionUnits(set);
     EXPECT_EQ(r->GetPrinterResolutionUnits(), kept) << set;

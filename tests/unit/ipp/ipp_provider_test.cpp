@@ -121,6 +121,7 @@ TEST(IppProviderCreate, AUsbPortAsksOverIppWithoutAProbe) {
   EXPECT_EQ(Operation(address->exchanges[0]), 11);
   EXPECT_EQ(address->exchanges[0].port, 631u);
   EXPECT_EQ(address->exchanges[0].securityFlags, 0u);  // not secure: the flags stay out
+  EXPECT_EQ(provider->GetTimeValue(0), 30000u);
   OwnedVariant state;
   EXPECT_EQ(provider->GetValue("printer-state", &state.v), S_OK);
   EXPECT_EQ(Text(state.v), "3");
