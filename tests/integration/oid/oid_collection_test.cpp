@@ -59,6 +59,7 @@ constexpr const char16_t* kDocument =
     u"<DataItem Name=\"BlackLevel\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.1\" GroupID=\"levels\"/>"
     u"<DataItem Name=\"MagentaLevel\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.2\" GroupID=\"levels\"/>"
     u"<NextDataItem Name=\"Supply\" OID=\"1.3.6.1.2.1.43.11.1.1.6.1\" Count=\"2\"/>"
+    u"<StaticDataItem Name=\"Site\">first</StaticDataItem>"
     u"</OIDDataMap></DataMaps>";
 
 TEST_F(OidBench, ReadsObjectsGroupsAndWalks) {
@@ -256,11 +257,13 @@ TEST_F(OidBench, RegistryCacheKeepsValuesForTheNextCollection) {
       u"<DataMaps><OIDDataMap>"
       u"<DataItem Name=\"Model\" OID=\"1.3.6.1.2.1.25.3.2.1.3.99\" LifeSpan=\"600\"/>"
       u"<NextDataItem Name=\"Supply\" OID=\"1.3.6.1.2.1.43.11.1.1.6.99\" Count=\"2\"/>"
+      u"<StaticDataItem Name=\"Site\">second</StaticDataItem>"
       u"</OIDDataMap></DataMaps>";
   cache = CreateRegCacheProvider(u"SOFTWARE\\Norvane\\OidBench");
   ASSERT_EQ(CreateDataCollectionFromXML(address_, kMoved, &collection, cache), S_OK);
   EXPECT_EQ(Read(collection, u"Model"), "Norvane NX-4100 Color MFP");
   EXPECT_EQ(Read(collection, u"Supply.002"), "Magenta Toner Cartridge NX41M");
+  EXPECT_EQ(Read(collection, u"Site"), "second");  // static values are stored after the cache's
   collection->Dispose();
   cache->Dispose();
 

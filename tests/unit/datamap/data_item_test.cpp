@@ -2,6 +2,7 @@
 // the generated OIDs.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -18,37 +19,63 @@ using DataMapTest::Show;
 template <class T>
 using Owned = std::unique_ptr<T>;
 
-TEST(DataItemElement, CommonAttributesAndTheNameFallback) {
-  auto document = Parse(
-      "<m><DataItem Name=\"SerialNumber\" AttributeID=\"serial\" Prefix=\"dev\" Type=\"string\""
-      " URI=\"/DevMgmt/ProductConfigDyn.xml\" XPath=\"//dd:SerialNumber\"/>"
-      "<DataItem AttributeID=\"printer-state\"/>"
-      "<DataItem URI=\"/x\"/>"
-      "<DataItem name=\"lower-case attribute names are not Name\"/></m>");
-  xmlNode* first = Root(document)->children;
-  Owned<XMLDataItemSpec> full(XMLDataItemSpec::CreateXMLDataItem(first));
-  EXPECT_EQ(Show(full->GetName()), "SerialNumber");
-  EXPECT_EQ(Show(full->GetAttributeID()), "serial");
-  EXPECT_EQ(Show(full->GetPrefix()), "dev");
-  EXPECT_EQ(Show(full->GetType()), "string");
-  EXPECT_EQ(Show(full->GetUri()), "/DevMgmt/ProductConfigDyn.xml");
-  EXPECT_EQ(Show(full->GetXPath()), "//dd:SerialNumber");
-
-  Owned<IPPDataItemSpec> byId(IPPDataItemSpec::CreateIPPDataItemSpec(first->next));
-  EXPECT_EQ(Show(byId->GetName()), "printer-state");
-  EXPECT_EQ(Show(byId->GetAttributeID()), "printer-state");
-  EXPECT_NE(byId->GetName(), byId->GetAttributeID());  // two copies, not one shared text
-  EXPECT_EQ(Show(byId->GetPrefix()), "<null>");
-
-  Owned<XMLDataItemSpec> anonymous(XMLDataItemSpec::CreateXMLDataItem(first->next->next));
-  EXPECT_EQ(anonymous->GetName(), nullptr);
-  Owned<XMLDataItemSpec> caseDiffers(XMLDataItemSpec::CreateXMLDataItem(first->next->next->next));
-  EXPECT_EQ(caseDiffers->GetName(), nullptr);
-
-  // Not an element: nothing is read.
-  Owned<XMLDataItemSpec> none(XMLDataItemSpec::CreateXMLDataItem(nullptr));
-  EXPECT_EQ(none->GetName(), nullptr);
-  EXPECT_EQ(none->GetUri(), nullptr);
+// The rules an element's attributes follow, one row per rule: what the item
+// built from ELEMENT (or by hand) shows.
+TEST(DataItemElement, AttributeRules) {
+  using Read = std::function<std::string()>;
+  auto element = [](const std::string& xml, auto create, auto show) -> Read {
+    return [=] {
+      auto document = Parse(xml);
+      std::unique_ptr<std::remove_pointer_t<decltype(create(Root(document)))>> item(create(Root(document)));
+      return show(*item);
+    };
+  };
+  auto xmlItem = [](const xmlNode* n) { return XMLDataItemSpec::CreateXMLDataItem(n); };
+  auto ippItem = [](const xmlNode* n) { return IPPDataItemSpec::CreateIPPDataItemSpec(n); };
+  auto staticItem = [](const xmlNode* n) { return StaticDataItemSpec::CreateStaticDataItemSpec(n); };
+  auto name = [](const NvoDataItem& i) { return Show(i.GetName()); };
+  const struct {
+    const char* rule;
+    Read read;
+    std::string expected;
+  } rows[] = {
+      {"no Name: the AttributeID names the item",
+       element("<DataItem AttributeID='printer-state'/>", ippItem, name), "printer-state"},
+      {"nothing names it", element("<DataItem URI='/x'/>", xmlItem, name), "<null>"},
+      {"attribute names are exact", element("<DataItem name='lower'/>", xmlItem, name), "<null>"},
+      {"not an element", [] { return Show(std::unique_ptr<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(nullptr))->GetUri()); },
+       "<null>"},
+      {"a static item is its text content, not its Value",
+       element("<StaticDataItem Name='s' Value='attribute'>  text <b>and</b> more</StaticDataItem>", staticItem,
+               [](const StaticDataItemSpec& i) { return Show(i.GetStaticDataItemValue()); }),
+       "  text and more"},
+      {"a static item has no conversions",
+       element("<StaticDataItem Name='s'><Conversion Equals='a' Value='b'/></StaticDataItem>", staticItem,
+               [](const StaticDataItemSpec& i) { return std::to_string(i.GetEqualsConversions().size()); }),
+       "0"},
+      {"the job URI needs a command",
+       [] {
+         std::unique_ptr<IPPDataItemSpec> i(
+             IPPDataItemSpec::CreateIPPDataItemSpec(u"x", nullptr, false, nullptr, u"ipp://h/job/1", 5, nullptr));
+         return Show(i->GetJobUri());
+       },
+       "<null>"},
+      {"a lifespan keeps its low 32 bits",
+       [] {
+         std::unique_ptr<OIDDataItemSpec> i(OIDDataItemSpec::CreateOIDDataItemSpec(
+             u"p", u"1.3", nullptr, true, nullptr, 0x1'0000'0064ull, nullptr));
+         return std::to_string(i->GetLifespan());
+       },
+       "100"},
+      {"built by hand the N counter starts at 0",
+       [] {
+         std::unique_ptr<OIDGetDataItemsSpec> i(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(
+             u"levels", u"1.3.N", nullptr, false, nullptr, 0, nullptr, true, 4, u"7"));
+         return Show(i->GetN()) + " " + Show(i->GetOid().c_str());
+       },
+       "7 1.3.0"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.read(), row.expected) << row.rule;
 }
 
 TEST(DataItemElement, LifespanTransientAndCounts) {
@@ -79,83 +106,6 @@ TEST(DataItemElement, LifespanTransientAndCounts) {
   EXPECT_EQ(DataMapDetail::ParseSigned("-2147483648"), INT32_MIN);
   EXPECT_EQ(DataMapDetail::ParseSigned("2147483648"), INT32_MAX);
   EXPECT_EQ(DataMapDetail::ParseSigned("- 5"), 0);
-}
-
-TEST(DataItemElement, EachKindReadsItsOwnAttributes) {
-  auto document = Parse(
-      "<m><DataItem Name=\"d\" OID=\"1.3.6.1.2.1.25.3.2.1.5.1\" GroupID=\"status\"/>"
-      "<GetDataItems Name=\"g\" OID=\"1.3.6.1.2.1.43.11.1.1.6.1.N\" N=\"5\" Count=\"3\" UntilEnd=\"true\"/>"
-      "<IPPParams Name=\"p\" Command=\"Get-Job-Attributes\" JobURI=\"ipp://h/ipp/print/7\""
-      " ResourceURI=\"/ipp/print\" Charset=\"utf-8\" Lang=\"en-us\"/>"
-      "<StaticDataItem Name=\"s\" Value=\"attribute\" LifeSpan=\"9\" Transient=\"true\">"
-      "<Conversion Equals=\"a\" Value=\"b\"/></StaticDataItem>"
-      "<StaticDataItem Name=\"t\">  text <b>and</b> more</StaticDataItem></m>");
-  xmlNode* node = Root(document)->children;
-  Owned<OIDDataItemSpec> oid(OIDDataItemSpec::CreateOIDDataItemSpec(node));
-  EXPECT_EQ(Show(oid->GetOid()), "1.3.6.1.2.1.25.3.2.1.5.1");
-  EXPECT_EQ(Show(oid->GetGroup()), "status");
-
-  node = node->next;
-  Owned<OIDGetDataItemsSpec> many(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(node));
-  EXPECT_EQ(Show(many->GetN()), "5");
-  EXPECT_EQ(many->GetNCounter(), 5);
-  EXPECT_EQ(many->Count(), 3);
-  EXPECT_TRUE(many->IsUntilEnd());
-  EXPECT_EQ(many->GetOIDGetDataItemsSpec(), many.get());
-  OIDDataItemSpec* asBase = many.get();
-  EXPECT_EQ(Show(asBase->GetOid()), "1.3.6.1.2.1.43.11.1.1.6.1.N");  // the template stays readable
-
-  node = node->next;
-  Owned<IPPDataItemSpec> params(IPPDataItemSpec::CreateIPPDataItemSpec(node));
-  EXPECT_EQ(Show(params->GetCommand()), "Get-Job-Attributes");
-  EXPECT_EQ(Show(params->GetJobUri()), "ipp://h/ipp/print/7");
-  EXPECT_EQ(Show(params->GetResourceUri()), "/ipp/print");
-  EXPECT_EQ(Show(params->GetCharSet()), "utf-8");
-  EXPECT_EQ(Show(params->GetLang()), "en-us");
-
-  // A static item is its text content, whatever else the element says.
-  node = node->next;
-  Owned<StaticDataItemSpec> constant(StaticDataItemSpec::CreateStaticDataItemSpec(node));
-  EXPECT_EQ(Show(constant->GetStaticDataItemValue()), "");
-  EXPECT_TRUE(constant->GetEqualsConversions().empty());
-  node = node->next;
-  Owned<StaticDataItemSpec> text(StaticDataItemSpec::CreateStaticDataItemSpec(node));
-  EXPECT_EQ(Show(text->GetStaticDataItemValue()), "  text and more");
-}
-
-TEST(DataItemValues, ValueFormsCopyTheirArguments) {
-  std::u16string name = u"PageCount";
-  Owned<OIDDataItemSpec> oid(OIDDataItemSpec::CreateOIDDataItemSpec(
-      name.c_str(), u"1.3.6.1.2.1.43.10.2.1.4.1.1", nullptr, true, u"p", 0x1'0000'0064ull, nullptr));
-  name[0] = u'X';
-  EXPECT_EQ(Show(oid->GetName()), "PageCount");
-  EXPECT_EQ(Show(oid->GetAttributeID()), "PageCount");
-  EXPECT_EQ(oid->GetLifespan(), 100u);  // the low 32 bits
-  EXPECT_TRUE(oid->IsTransient());
-
-  Owned<OIDGetDataItemsSpec> many(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(
-      u"levels", u"1.3.N", nullptr, false, nullptr, 0, nullptr, true, 4, u"7"));
-  EXPECT_EQ(Show(many->GetN()), "7");
-  EXPECT_EQ(many->GetOid(), u"1.3.0");  // the counter starts at 0 in the value form
-
-  Owned<IPPDataItemSpec> withCommand(IPPDataItemSpec::CreateIPPDataItemSpec(
-      u"JobState", u"Get-Job-Attributes", false, nullptr, u"ipp://h/job/1", 5, u"enum"));
-  EXPECT_EQ(Show(withCommand->GetJobUri()), "ipp://h/job/1");
-  EXPECT_EQ(withCommand->GetResourceUri(), nullptr);
-  Owned<IPPDataItemSpec> noCommand(
-      IPPDataItemSpec::CreateIPPDataItemSpec(u"x", nullptr, false, nullptr, u"ipp://h/job/1", 5, nullptr));
-  EXPECT_EQ(noCommand->GetJobUri(), nullptr);
-  EXPECT_EQ(noCommand->GetCommand(), nullptr);
-
-  Owned<StaticDataItemSpec> constant(StaticDataItemSpec::CreateStaticDataItemSpec(u"Model", u"NX", nullptr));
-  EXPECT_EQ(Show(constant->GetStaticDataItemValue()), "NX");
-
-  // The empty forms: everything null or zero, except an empty N text.
-  Owned<OIDGetDataItemsSpec> empty(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec());
-  EXPECT_EQ(Show(empty->GetN()), "");
-  EXPECT_EQ(empty->GetName(), nullptr);
-  EXPECT_EQ(empty->GetOid(), u"");
-  EXPECT_EQ(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem())->GetXPath(), nullptr);
 }
 
 TEST(DataItemCopies, CopiesOwnTheirTextsAndTables) {

@@ -21,124 +21,120 @@ std::unique_ptr<DataItemSpec> ItemWith(const std::string& conversions) {
   return std::unique_ptr<DataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(Root(document)));
 }
 
-std::string Convert(const NvoDataItem& item, const Variant& raw) {
-  return ShowVariant(Adopt(item.ConvertValue(raw.Get())));
-}
-
 Variant Bytes(std::initializer_list<uint8_t> bytes) {
   std::vector<uint8_t> data(bytes);
   return Variant::FromBytes(data.data(), data.size());
 }
 
-TEST(ConvertValue, WithoutConversionsTheRawValueKeepsItsType) {
-  auto item = ItemWith("<Other Equals=\"3\" Value=\"ignored\"/><Conversion Equals=\"3\"/>"
-                       "<Conversion Value=\"no key\"/>");
-  EXPECT_TRUE(item->GetEqualsConversions().empty());
-  EXPECT_TRUE(item->GetContainsConversions().empty());
-  EXPECT_EQ(Convert(*item, Variant::FromInt32(3)), "i4:3");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"READY")), "str:READY");
+Variant Flag() {
+  Variant v;
+  v.Ptr()->vt = VT_BOOL;
+  v.Ptr()->boolVal = -1;
+  return v;
+}
+
+constexpr const char* kStatus =
+    "<conversion Equals=\"3\" Value=\"idle\"/><Conversion Equals=\"READY\" Value=\"Ready\"/>"
+    "<Conversion Equals=\"1-100\" Value=\"range\"/><Conversion Equals=\"-7\" Value=\"negative\"/>";
+constexpr const char* kContains =
+    "<Conversion Contains=\"toner\" Value=\"Supply\"/><Conversion Contains=\"media,jam\" Value=\"Jam\"/>";
+constexpr const char* kOrder =
+    "<Conversion Contains=\"b\" Value=\"from b\"/><Conversion Contains=\"a\" Value=\"from a\"/>"
+    "<Conversion Equals=\"a,b\" Value=\"exact\"/><Conversion Contains=\"B\" Value=\"later b\"/>";
+constexpr const char* kDefaults =
+    "<Conversion Contains=\"DEFAULT\" Value=\"from contains\"/><Conversion Equals=\"Default\" Value=\"Other\"/>"
+    "<Conversion Equals=\"3\" Value=\"idle\"/>";
+
+TEST(ConvertValue, Rules) {
+  const struct {
+    const char* conversions;
+    Variant raw;
+    std::string expected;
+  } rows[] = {
+      // Without usable conversions the raw value keeps its type.
+      {"<Other Equals=\"3\" Value=\"x\"/><Conversion Equals=\"3\"/><Conversion Value=\"no key\"/>",
+       Variant::FromInt32(3), "i4:3"},
+      // Equals matches the lower-cased text form of any raw kind, exactly.
+      {kStatus, Variant::FromInt32(3), "str:idle"},
+      {kStatus, Variant::FromString(u"3"), "str:idle"},
+      {kStatus, Variant::FromInt32(30), "i4:30"},
+      {kStatus, Variant::FromInt32(-7), "str:negative"},
+      {kStatus, Variant::FromString(u"ReAdY"), "str:Ready"},
+      {kStatus, Variant::FromString(u"ready "), "str:ready "},
+      {kStatus, Bytes({0, 0, 0, 1, 0, 0, 0, 0x64}), "str:range"},  // an IPP range: two big-endian integers
+      {kStatus, Bytes({0, 0, 0, 1, 0, 0, 0, 0x64, 3}), "str:range"},
+      {kStatus, Variant::FromInt(3), "vt22"},  // VT_INT has no text form here
+      // Contains: a whole comma token, or a fragment of one when the key has a comma.
+      {kContains, Variant::FromString(u"toner"), "str:Supply"},
+      {kContains, Variant::FromString(u"black toner"), "str:black toner"},
+      {kContains, Variant::FromString(u"paper,TONER,door"), "str:Supply"},
+      {kContains, Variant::FromString(u"paper,toner-low"), "str:paper,toner-low"},
+      {kContains, Variant::FromString(u"media-jam-error"), "str:Jam"},
+      {kContains, Variant::FromString(u"jam,media"), "str:Jam"},
+      {kContains, Variant::FromString(u"media-empty"), "str:media-empty"},
+      // Equals before contains; among contains keys, lower-cased key order; the later value of one key.
+      {kOrder, Variant::FromString(u"a,b"), "str:exact"},
+      {kOrder, Variant::FromString(u"b,a,c"), "str:from a"},
+      {kOrder, Variant::FromString(u"b"), "str:later b"},
+      {"<Conversion Contains=\"Zeta\" Value=\"z\"/><Conversion Contains=\"alpha\" Value=\"a\"/>",
+       Variant::FromString(u"zeta,alpha"), "str:a"},
+      // A default in the equals table wins over one in the contains table, and
+      // converts even an empty raw value.
+      {kDefaults, Variant::FromInt32(4), "str:Other"},
+      {kDefaults, Variant(), "str:Other"},
+      {kDefaults, Variant::FromInt32(3), "str:idle"},
+      {"<Conversion Contains=\"default\" Value=\"fallback\"/>", Variant::FromString(u"anything"), "str:fallback"},
+      // Both attributes on one element fill both tables.
+      {"<Conversion Equals=\"X\" Contains=\"Y\" Value=\"v\"/>", Variant::FromString(u"x"), "str:v"},
+      {"<Conversion Equals=\"X\" Contains=\"Y\" Value=\"v\"/>", Variant::FromString(u"a,y"), "str:v"},
+      // An empty key is the only way, besides a default, to convert a boolean.
+      {"<Conversion Equals=\"\" Value=\"blank\"/>", Flag(), "str:blank"},
+      {"<Conversion Equals=\"\" Value=\"blank\"/>", Variant::FromString(u"x"), "str:x"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(ShowVariant(Adopt(ItemWith(row.conversions)->ConvertValue(row.raw.Get()))), row.expected)
+        << row.conversions << " on " << ShowVariant(row.raw);
+  }
+}
+
+TEST(ConvertValue, AnUnconvertedByteArrayIsACopy) {
   Variant bytes = Bytes({1, 2, 3});
-  Variant converted = Adopt(item->ConvertValue(bytes.Get()));
+  Variant converted = Adopt(ItemWith("")->ConvertValue(bytes.Get()));
   ASSERT_EQ(converted.Type(), VT_ARRAY | VT_UI1);
-  EXPECT_NE(converted.Get().parray, bytes.Get().parray);  // a copy, not the caller's array
+  EXPECT_NE(converted.Get().parray, bytes.Get().parray);
   EXPECT_EQ(converted.Get().parray->rgsabound[0].cElements, 3u);
 }
 
-TEST(ConvertValue, EqualsMatchesTheLowerCasedTextForm) {
-  auto item = ItemWith(
-      "<conversion Equals=\"3\" Value=\"idle\"/><Conversion Equals=\"READY\" Value=\"Ready\"/>"
-      "<Conversion Equals=\"1-100\" Value=\"range\"/><Conversion Equals=\"-7\" Value=\"negative\"/>");
-  EXPECT_EQ(Convert(*item, Variant::FromInt32(3)), "str:idle");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"3")), "str:idle");
-  EXPECT_EQ(Convert(*item, Variant::FromInt32(30)), "i4:30");
-  EXPECT_EQ(Convert(*item, Variant::FromInt32(-7)), "str:negative");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"ReAdY")), "str:Ready");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"ready ")), "str:ready ");
-  // A range or resolution from IPP: two big-endian integers.
-  EXPECT_EQ(Convert(*item, Bytes({0, 0, 0, 1, 0, 0, 0, 0x64})), "str:range");
-  EXPECT_EQ(Convert(*item, Bytes({0, 0, 0, 1, 0, 0, 0, 0x64, 3})), "str:range");
-  // VT_INT is not a 32-bit integer here: its text form is empty.
-  EXPECT_EQ(Convert(*item, Variant::FromInt(3)), "vt22");
-}
-
-TEST(ConvertValue, TextFormsOfEveryRawKind) {
-  std::u16string text;
-  DataMapDetail::LowerTextForm(Variant::FromInt32(INT32_MIN).Get(), &text);
-  EXPECT_EQ(text, u"-2147483648");
-  DataMapDetail::LowerTextForm(Bytes({0xff, 0xff, 0xff, 0xfe, 0x7f, 0xff, 0xff, 0xff}).Get(), &text);
-  EXPECT_EQ(text, u"-2-2147483647");
-  DataMapDetail::LowerTextForm(Bytes({0, 0, 0, 1}).Get(), &text);
-  EXPECT_EQ(text, u"");
-  DataMapDetail::LowerTextForm(Variant::FromString(u"\u00c9A\u00e9Z").Get(), &text);
-  EXPECT_EQ(text, u"\u00c9a\u00e9z");  // only ASCII letters change
-  VARIANT flag;
-  VariantInit(&flag);
-  flag.vt = VT_BOOL;
-  flag.boolVal = -1;
-  DataMapDetail::LowerTextForm(flag, &text);
-  EXPECT_EQ(text, u"");
+TEST(ConvertValue, TextFormsAndContainsKeys) {
   VARIANT nullString;
   VariantInit(&nullString);
   nullString.vt = VT_BSTR;
-  DataMapDetail::LowerTextForm(nullString, &text);
-  EXPECT_EQ(text, u"");
-}
-
-TEST(ConvertValue, ContainsTokensAndFragments) {
-  auto item = ItemWith("<Conversion Contains=\"toner\" Value=\"Supply\"/>"
-                       "<Conversion Contains=\"media,jam\" Value=\"Jam\"/>");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"toner")), "str:Supply");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"black toner")), "str:black toner");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"paper,TONER,door")), "str:Supply");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"paper,toner-low")), "str:paper,toner-low");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"media-jam-error")), "str:Jam");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"jam,media")), "str:Jam");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"media-empty")), "str:media-empty");
-
-  EXPECT_TRUE(DataMapDetail::ContainsKeyMatches(u"a,", u"xa"));   // an empty fragment always occurs
-  EXPECT_TRUE(DataMapDetail::ContainsKeyMatches(u",", u""));
-  EXPECT_TRUE(DataMapDetail::ContainsKeyMatches(u"", u"a,,b"));  // empty token of the raw text
-  EXPECT_FALSE(DataMapDetail::ContainsKeyMatches(u"", u"a,b"));
-  EXPECT_TRUE(DataMapDetail::ContainsKeyMatches(u"b", u"a,b"));
-  EXPECT_FALSE(DataMapDetail::ContainsKeyMatches(u"a,b", u"a"));
-}
-
-TEST(ConvertValue, EqualsBeforeContainsAndKeyOrderAmongContains) {
-  auto item = ItemWith("<Conversion Contains=\"b\" Value=\"from b\"/>"
-                       "<Conversion Contains=\"a\" Value=\"from a\"/>"
-                       "<Conversion Equals=\"a,b\" Value=\"exact\"/>"
-                       "<Conversion Contains=\"B\" Value=\"later b\"/>");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"a,b")), "str:exact");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"b,a,c")), "str:from a");  // "a" sorts before "b"
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"b")), "str:later b");    // same key: the later value
-  // "Z" sorts before "a" by code unit, but keys are lower-cased on the way in.
-  auto ordered = ItemWith("<Conversion Contains=\"Zeta\" Value=\"z\"/><Conversion Contains=\"alpha\" Value=\"a\"/>");
-  EXPECT_EQ(Convert(*ordered, Variant::FromString(u"zeta,alpha")), "str:a");
-}
-
-TEST(ConvertValue, DefaultsEqualsTableFirst) {
-  auto both = ItemWith("<Conversion Contains=\"DEFAULT\" Value=\"from contains\"/>"
-                       "<Conversion Equals=\"Default\" Value=\"Other\"/>"
-                       "<Conversion Equals=\"3\" Value=\"idle\"/>");
-  EXPECT_EQ(Convert(*both, Variant::FromInt32(4)), "str:Other");
-  EXPECT_EQ(Convert(*both, Variant()), "str:Other");
-  EXPECT_EQ(Convert(*both, Variant::FromInt32(3)), "str:idle");
-
-  auto containsOnly = ItemWith("<Conversion Contains=\"default\" Value=\"fallback\"/>");
-  EXPECT_EQ(Convert(*containsOnly, Variant::FromString(u"anything")), "str:fallback");
-
-  // Both attributes on one element fill both tables.
-  auto twoWay = ItemWith("<Conversion Equals=\"X\" Contains=\"Y\" Value=\"v\"/>");
-  EXPECT_EQ(twoWay->GetEqualsConversions().count(u"x"), 1u);
-  EXPECT_EQ(twoWay->GetContainsConversions().count(u"y"), 1u);
-
-  // An empty key is the only way, besides a default, to convert a raw boolean.
-  auto emptyKey = ItemWith("<Conversion Equals=\"\" Value=\"blank\"/>");
-  VARIANT flag;
-  VariantInit(&flag);
-  flag.vt = VT_BOOL;
-  EXPECT_EQ(ShowVariant(Adopt(emptyKey->ConvertValue(flag))), "str:blank");
-  EXPECT_EQ(Convert(*emptyKey, Variant::FromString(u"x")), "str:x");
+  const struct {
+    Variant raw;
+    std::u16string text;
+  } forms[] = {
+      {Variant::FromInt32(INT32_MIN), u"-2147483648"},
+      {Bytes({0xff, 0xff, 0xff, 0xfe, 0x7f, 0xff, 0xff, 0xff}), u"-2-2147483647"},
+      {Bytes({0, 0, 0, 1}), u""},
+      {Variant::FromString(u"\u00c9A\u00e9Z"), u"\u00c9a\u00e9z"},  // only ASCII letters change
+      {Flag(), u""},
+      {Variant(nullString), u""},
+  };
+  for (const auto& form : forms) {
+    std::u16string text = u"stale";
+    DataMapDetail::LowerTextForm(form.raw.Get(), &text);
+    EXPECT_EQ(text, form.text) << ShowVariant(form.raw);
+  }
+  const struct {
+    const char16_t* key;
+    const char16_t* raw;
+    bool matches;
+  } keys[] = {
+      {u"a,", u"xa", true},  // an empty fragment always occurs
+      {u",", u"", true},     {u"", u"a,,b", true},  // an empty token of the raw text
+      {u"", u"a,b", false},  {u"b", u"a,b", true},   {u"a,b", u"a", false},
+  };
+  for (const auto& k : keys) EXPECT_EQ(DataMapDetail::ContainsKeyMatches(k.key, k.raw), k.matches);
 }
 
 TEST(ConvertValue, ConversionsAddedInMemoryAndOnStaticItems) {
@@ -146,8 +142,8 @@ TEST(ConvertValue, ConversionsAddedInMemoryAndOnStaticItems) {
   item->AddConversion(u"On", nullptr, u"enabled");
   item->AddConversion(nullptr, u"warn", u"warning");
   item->AddConversion(u"ignored", u"ignored", nullptr);
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"ON")), "str:enabled");
-  EXPECT_EQ(Convert(*item, Variant::FromString(u"ok,warn")), "str:warning");
+  EXPECT_EQ(ShowVariant(Adopt(item->ConvertValue(Variant::FromString(u"ON").Get()))), "str:enabled");
+  EXPECT_EQ(ShowVariant(Adopt(item->ConvertValue(Variant::FromString(u"ok,warn").Get()))), "str:warning");
   EXPECT_EQ(item->GetEqualsConversions().size(), 1u);
 }
 

@@ -1,21 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 
 #include "engine/data_collection_impl.h"
 #include "norvane/api.h"
-#include "norvane/cache.h"
 #include "platform/clock.h"
-#include "testlib/capture_log.h"
 #include "testlib/fake_host.h"
-#include "testlib/temp_dir.h"
 #include "support/ref.h"
 
 namespace {
 
 using namespace Norvane;
-using NorvaneTest::CaptureLog;
-using NorvaneTest::ScopedRegistryRoot;
 
 constexpr int64_t kTenthSecond = 1000000;
 
@@ -136,52 +130,6 @@ TEST(DataCollection, StaticItemsAreStoredForeverAndLeaveTheDataMap) {
   empty->Dispose();
 }
 
-TEST(DataCollection, TheCacheReceivesTheTableAtDestructionAndFillsTheNextCollection) {
-  ScopedRegistryRoot root;
-  ICacheProvider* cache = CreateRegCacheProvider(u"Software\\Norvane\\Test");
-  auto* registry = dynamic_cast<RegCacheProvider*>(cache);
-  ASSERT_NE(registry, nullptr);
-  registry->SetDeviceIdentity(u"SN-1", u"OID");
-  {
-    TestMapper* m = TestMapper::Create();
-    m->SetCache(cache);
-    Variant text = Variant::FromString(u"LX 9000");
-    Variant number = Variant::FromInt32(-1);
-    Variant brief = Variant::FromString(u"soon gone");
-    m->StoreValue(u"dev:Model", &text.Get(), 600);
-    m->StoreValue(u"Pages", &number.Get(), 0);
-    m->StoreValue(u"Brief", &brief.Get(), 1);
-    ClockOffset later(2 * kTenthSecond);  // Brief has expired when the table is saved
-    m->Dispose();
-  }
-  DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeOID);
-  map->AddDataItemSpec(u"dev:Model", XMLDataItemSpec::CreateXMLDataItem(u"Model", u"/u", u"//m", u"dev", false, 600, nullptr));
-  map->AddDataItemSpec(u"Brief", XMLDataItemSpec::CreateXMLDataItem(u"Brief", u"/u", u"//b", nullptr, false, 6000, nullptr));
-  map->AddDataItemSpec(u"Pages", StaticDataItemSpec::CreateStaticDataItemSpec(u"Pages", u"static wins", nullptr));
-  {
-    auto next = NewMapper();
-    EXPECT_EQ(next->PopulateValueFromCache(cache, map), S_OK);
-    VARIANT out;
-    VariantInit(&out);
-    ASSERT_EQ(next->GetValue(u"dev:Model", &out), S_OK);
-    EXPECT_EQ(Text(out), u"LX 9000");
-    VariantClear(&out);
-    ASSERT_EQ(next->GetValue(u"Pages", &out), S_OK);
-    EXPECT_EQ(out.vt, VT_I4);
-    EXPECT_EQ(out.lVal, -1);
-    EXPECT_EQ(next->GetValue(u"Brief", &out), E_FAIL);  // was not saved
-    // Static values are stored after the cache filled the table, so they win.
-    next->LoadStaticValues(map);
-    ASSERT_EQ(next->GetValue(u"Pages", &out), S_OK);
-    EXPECT_EQ(Text(out), u"static wins");
-    VariantClear(&out);
-  }
-  map->Dispose();
-  auto other = NewMapper();
-  EXPECT_EQ(other->PopulateValueFromCache(nullptr, nullptr), S_FALSE);
-  cache->Dispose();
-}
-
 TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
   NorvaneTest::FakeAddress* address = NorvaneTest::FakeAddress::Create(u"192.0.2.7");
   auto* sentinel = reinterpret_cast<DataCollection*>(0x1);
@@ -201,28 +149,6 @@ TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
   DataMapSpecCollection::Dispose(specs);
   EXPECT_EQ(out, sentinel);
   address->Dispose();
-}
-
-TEST(DataCollection, AHostAddressWithoutWebServicePortSkipsTheWebServiceDataMap) {
-  CaptureLog log;
-  NorvaneTest::FakeAddress* address = NorvaneTest::FakeAddress::Create(u"192.0.2.7");
-  DataCollection* out = nullptr;
-  const char16_t* doc = u"<DataMaps><XMLDataMap Protocol='ws'><DataItem Name='x' URI='u' XPath='//x'/></XMLDataMap></DataMaps>";
-  EXPECT_EQ(CreateDataCollectionFromXML(address, doc, &out, nullptr), E_FAIL);
-  EXPECT_TRUE(log.Contains(
-      "Skipping the WSPrint DataModel, webservice port not created. bWebServicePortAvailable = FALSE", 0x10));
-  log.Clear();
-  address->SetWebServicePortFlag(QxNetAddress::kWebServicePortAvailable);
-  CreateDataCollectionFromXML(address, doc, &out, nullptr);
-  EXPECT_FALSE(log.Contains("Skipping the WSPrint DataModel"));
-  address->Dispose();
-}
-
-TEST(DataCollection, FileCreationLogsTheRuntimeInitialisation) {
-  CaptureLog log;
-  DataCollection* out = nullptr;
-  CreateDataCollectionFromFile(nullptr, u"/nonexistent.xml", &out, nullptr);
-  EXPECT_TRUE(log.Contains("CoInitialize Passed", 0x80));
 }
 
 }  // namespace

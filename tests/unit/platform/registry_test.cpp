@@ -191,22 +191,6 @@ TEST(Registry, KeyPathsCannotLeaveTheHiveRoot) {
   EXPECT_EQ(key.Directory(), root.Path() + "/HKLM/a/b");
 }
 
-TEST(Registry, SubkeysAndLastWriteTime) {
-  ScopedRegistryRoot root;
-  Key parent, child;
-  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"P\\zeta", &child), kSuccess);
-  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"P\\Alpha", &child), kSuccess);
-  ASSERT_EQ(Key::Open(Hive::LocalMachine, u"P", &parent), kSuccess);
-  ASSERT_EQ(parent.SetValue(Dword(u"v", 1)), kSuccess);
-  std::vector<std::u16string> names;
-  ASSERT_EQ(parent.EnumSubkeys(&names), kSuccess);
-  EXPECT_EQ(names, (std::vector<std::u16string>{u"Alpha", u"zeta"}));
-  uint64_t t = 0;
-  ASSERT_EQ(parent.LastWriteTime(&t), kSuccess);
-  uint64_t unixSeconds = t / 10000000 - 11644473600ull;
-  EXPECT_LE(std::llabs(static_cast<long long>(unixSeconds) - static_cast<long long>(time(nullptr))), 5);
-}
-
 TEST(Registry, HiveRootsFollowTheEnvironment) {
   unsetenv("NORVANE_REGISTRY_DIR");
   setenv("XDG_STATE_HOME", "/tmp/state-x", 1);
