@@ -195,6 +195,9 @@ TEST_F(OidBench, ProviderReadsWritesAndRefusesBadArguments) {
   EXPECT_EQ(provider->GetMultipleValues(oids, nullptr, 1), E_FAIL);
   provider->Dispose();
   EXPECT_EQ(CreateOIDProvider(nullptr), nullptr);
+  QxNetAddress* port = CreateNetAddress(u"USB001");  // no network host: no SNMP at all
+  EXPECT_EQ(CreateOIDProvider(port), nullptr);
+  port->Dispose();
 }
 
 // Runs in benches whose agent describes the device otherwise (see

@@ -53,6 +53,28 @@ TEST(DataItemElement, AttributeRules) {
        element("<StaticDataItem Name='s'><Conversion Equals='a' Value='b'/></StaticDataItem>", staticItem,
                [](const StaticDataItemSpec& i) { return std::to_string(i.GetEqualsConversions().size()); }),
        "0"},
+      {"by hand with a command the job URI is kept",
+       [] {
+         std::unique_ptr<IPPDataItemSpec> i(IPPDataItemSpec::CreateIPPDataItemSpec(
+             u"JobState", u"Get-Job-Attributes", false, nullptr, u"ipp://h/job/1", 5, u"enum"));
+         return Show(i->GetJobUri()) + " " + Show(i->GetResourceUri());
+       },
+       "ipp://h/job/1 <null>"},
+      {"a walk by hand",
+       [] {
+         std::unique_ptr<NextOIDDataItemSpec> i(NextOIDDataItemSpec::CreateNextOidDataItemSpec(
+             u"w", u"1.3", nullptr, false, nullptr, 0, nullptr, true, 3));
+         return std::to_string(i->Count()) + (i->IsUntilEnd() ? " until end" : "");
+       },
+       "3 until end"},
+      {"the empty forms hold nothing but an empty N",
+       [] {
+         std::unique_ptr<OIDGetDataItemsSpec> rows(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec());
+         std::unique_ptr<XMLDataItemSpec> xml(XMLDataItemSpec::CreateXMLDataItem());
+         return Show(rows->GetN()) + "|" + Show(rows->GetName()) + "|" + Show(rows->GetOid().c_str()) + "|" +
+                Show(xml->GetXPath());
+       },
+       "|<null>||<null>"},
       {"the job URI needs a command",
        [] {
          std::unique_ptr<IPPDataItemSpec> i(

@@ -98,6 +98,7 @@ TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExac
   EXPECT_EQ(left, (std::vector<std::u16string>{u":Name", u"Dev:Upper", u"SerialNumber", u"device:Name"}));
   EXPECT_EQ(m->RemoveValuesWithPrefix(u"dev"), E_FAIL);
   EXPECT_EQ(m->RemoveValuesWithPrefix(u""), E_FAIL);  // ":Name" has an empty prefix: never removed
+  EXPECT_EQ(m->PopulateValueFromCache(nullptr, nullptr), S_FALSE);
 }
 
 TEST(DataCollection, StaticItemsAreStoredForeverAndLeaveTheDataMap) {

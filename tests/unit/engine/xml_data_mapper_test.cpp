@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "../ipp/ipp_test_util.h"
+#include "engine/data_collection_impl.h"
 #include "norvane/api.h"
 #include "testlib/fake_host.h"
 #include "support/ref.h"
@@ -36,6 +37,8 @@ TEST(XmlDataMapper, DiscoveryTreeIsNotReadOnPrintContractDevices) {
     DataCollection* raw = nullptr;
     ASSERT_EQ(CreateDataCollectionFromXML(address.get(), document, &raw, nullptr), S_OK);
     QxUtils::Ref<DataCollection> collection = QxUtils::AdoptRef(raw);
+    EXPECT_EQ(dynamic_cast<DataCollectionImpl*>(raw)->GetDataMapName(),
+              printContract ? u"XMLDataMap[@Protocol='PLSXML']" : u"XMLDataMap[@Protocol='VEXA']");
     Variant source;
     ASSERT_EQ(collection->GetValue(u"Source", source.Ptr()), S_OK);
     EXPECT_EQ(std::u16string(source.Get().bstrVal), printContract ? u"PLSXML" : u"VEXA");

@@ -97,6 +97,21 @@ TEST_P(DisposableRelease, ConcurrentReleaseDestroysExactlyOnce) {
 
 INSTANTIATE_TEST_SUITE_P(LoggingOffAndOn, DisposableRelease, ::testing::Bool());
 
+TEST(Disposable, ExitReportNamesEveryObjectStillAlive) {
+  CaptureLog log;
+  Probe* leaked = Probe::Create();
+  leaked->AddRef();
+  QxUtils::ReportRemainingDisposables();
+  auto records = log.Find("remains in object set with ref count of 2", QxLogging::kStandout);
+  ASSERT_EQ(records.size(), 1u);
+  char address[32];
+  std::snprintf(address, sizeof address, "(%p)", static_cast<void*>(static_cast<QxUtils::CDisposable*>(leaked)));
+  EXPECT_NE(records[0].text.find(address), std::string::npos) << records[0].text;
+  EXPECT_EQ(records[0].function, "QxUtils::CDisposableSet::~CDisposableSet");
+  leaked->Dispose();
+  leaked->Dispose();
+}
+
 // The exit handler itself, in a fresh process.
 Probe* g_neverReleased = nullptr;
 
