@@ -56,7 +56,8 @@ bool PrinterGroup(const std::string& fixture, std::string& out)
             continue;
         std::istringstream fields(line);
         std::string tag, name, values;
-        if (!(fields >> tag >> name >> values))
+        // The value is the rest of the line: a text may hold spaces.
+        if (!(fields >> tag >> name >> std::ws) || !std::getline(fields, values) || values.empty())
             return false;
         const auto found = ValueTags().find(tag);
         if (found == ValueTags().end() || name.size() > 0x7FFF || values.size() > 0x7FFF)

@@ -147,8 +147,8 @@ TEST_F(IppSimFaults, QueriesAfterCreation) {
   auto provider = AdoptRef(IPPProviderImpl::Create2(address_.get(), uri.c_str(), Norvane::kIppDefaultSecurityFlags));
   ASSERT_TRUE(provider);
   Value kept, fallback, none, fresh;
-  EXPECT_EQ(provider->GetValue("printer-name_OR_printer-info", &kept.v), S_OK);
-  EXPECT_EQ(Text(kept.v), "NX-4100");
+  EXPECT_EQ(provider->GetValue("printer-make-and-model_OR_printer-info", &kept.v), S_OK);
+  EXPECT_EQ(Text(kept.v), "Norvane NX-4100 Series");
   Plan("500@1");
   EXPECT_EQ(provider->GetValue("printer-info_OR_printer-state", &fallback.v), S_OK);
   EXPECT_EQ(Text(fallback.v), "3");
