@@ -14,39 +14,24 @@
 namespace printersim {
 namespace {
 
-using std::chrono::milliseconds;
-
 std::optional<FaultPlan> Parse(const std::string& text)
 {
     std::string error;
     auto plan = ParseFaultPlan(text, error);
-    if (!plan) {
-        EXPECT_FALSE(error.empty()) << "no reason given for rejecting '" << text << "'";
-    }
+    EXPECT_EQ(plan.has_value(), error.empty()) << "no reason given for rejecting '" << text << "'";
     return plan;
 }
 
-TEST(FaultPlan, ParsesEveryTermAndDescribesItBackAsTheSamePlan)
+TEST(FaultPlan, ParsesEveryTermBackToTheSamePlanAndRejectsTypos)
 {
-    auto plan = Parse("status:503,delay:250,slow:1500,truncate:40,chunked@3");
-    ASSERT_TRUE(plan);
-    EXPECT_EQ(plan->status, 503);
-    EXPECT_EQ(plan->delay, milliseconds(250));
-    EXPECT_EQ(plan->slow, milliseconds(1500));
-    EXPECT_EQ(plan->truncateAt, 40u);
-    EXPECT_TRUE(plan->chunked);
-    EXPECT_EQ(plan->remaining, 3);
-    EXPECT_FALSE(Parse("truncate")->truncateAt) << "plain truncate means half the body, decided per answer";
-    for (const char* text : {"500", "delay:10", "slow:800,truncate", "truncate:40,stall:20000",
-                             "503,truncate:0@1", "chunked", "401,early", "basic:admin:s3:cret@2"}) {
+    for (const char* text : {"status:503,delay:250,slow:1500,truncate:40,chunked@3", "500", "delay:10",
+                             "slow:800,truncate", "truncate:40,stall:20000", "503,truncate:0@1", "chunked",
+                             "401,early", "basic:admin:s3:cret@2"}) {
         auto plan = Parse(text);
         ASSERT_TRUE(plan) << text;
-        EXPECT_EQ(plan->Describe(), text);
+        EXPECT_EQ(plan->Describe(), std::regex_replace(text, std::regex("status:"), "")) << text;
     }
-}
-
-TEST(FaultPlan, RejectsWhatItDoesNotUnderstand)
-{
+    EXPECT_FALSE(Parse("truncate")->truncateAt) << "plain truncate means half the body, decided per answer";
     // A typo must not silently turn into a healthy answer.
     for (const char* text : {"", "99", "600", "5000", "status:", "status:abc", "delay", "delay:",
                              "delay:-5", "delay:1.5", "slow:fast", "truncate:x", "truncate:-1",
@@ -61,25 +46,18 @@ TEST(FaultTable, CountedPlansRunOutUnlimitedOnesStay)
     FaultTable table;
     table.Set("/once", *Parse("503@2"));
     table.Set("/always", *Parse("500"));
-
     EXPECT_EQ(table.Take("/once")->status, 503);
     EXPECT_EQ(table.Take("/once")->status, 503);
     EXPECT_FALSE(table.Take("/once")) << "a plan limited to two requests served a third";
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(table.Take("/always")->status, 500);
+    EXPECT_EQ(table.Take("/always")->status, 500);
+    EXPECT_EQ(table.Take("/always")->status, 500);
     EXPECT_FALSE(table.Take("/other"));
     // Before its body, a request takes only an early plan, and leaves any other.
     EXPECT_FALSE(table.Take("/always", /*earlyOnly=*/true));
     table.Set("/early", *Parse("early@1"));
     EXPECT_TRUE(table.Take("/early", /*earlyOnly=*/true));
     EXPECT_FALSE(table.Take("/early"));
-
     EXPECT_EQ(table.List(), "/always=500\n");
-    table.Remove("/always");
-    EXPECT_FALSE(table.Take("/always"));
-    table.Set("/a", *Parse("404"));
-    table.Clear();
-    EXPECT_EQ(table.List(), "");
 }
 
 // A request shaped like the library's: one line, elements separated by spaces.
@@ -100,55 +78,42 @@ std::string Envelope(const std::string& action = "GetPrinterElements",
            " </pri:GetPrinterElementsRequest> </soap:Body> </soap:Envelope>";
 }
 
-TEST(SoapRequestCheck, AcceptsTheRequestAndKeepsItsMessageId)
+TEST(SoapRequestCheck, AcceptsTheRequestAndRejectsAsADeviceWould)
 {
-    SoapAnswer fault;
-    for (const char* type : {"application/soap+xml", "application/soap+xml; charset=utf-8",
-                             "Application/SOAP+XML;action=\"x\""}) {
-        auto facts = CheckGetPrinterElementsRequest(type, Envelope(), fault);
-        ASSERT_TRUE(facts) << type << ": " << fault.status << " " << fault.body;
-        EXPECT_EQ(facts->messageId, "urn:uuid:6f1c0b52-3d8e-4a71-9c2f-0e5b7d4a1c93");
-    }
-
     // Prefixes are the client's choice, and headers may carry attributes.
-    std::string other = std::regex_replace(Envelope(), std::regex("wsa:"), "a:");
-    other = std::regex_replace(other, std::regex("<a:Action>"),
-                               "<a:Action soap:mustUnderstand=\"true\">");
-    auto facts = CheckGetPrinterElementsRequest("application/soap+xml", other, fault);
-    ASSERT_TRUE(facts) << fault.body;
-    EXPECT_EQ(facts->messageId, "urn:uuid:6f1c0b52-3d8e-4a71-9c2f-0e5b7d4a1c93");
-}
-
-TEST(SoapRequestCheck, RejectsAsADeviceWould)
-{
-    struct Case {
-        const char* what;
-        std::string contentType;
+    const std::string prefixed = std::regex_replace(std::regex_replace(Envelope(), std::regex("wsa:"), "a:"),
+                                                    std::regex("<a:Action>"), "<a:Action soap:mustUnderstand=\"true\">");
+    const struct {
+        const char* contentType;
         std::string body;
-        int status;
+        int status;  // 0: accepted
         const char* inFault;
+    } cases[] = {
+        {"application/soap+xml", Envelope(), 0, ""},
+        {"application/soap+xml; charset=utf-8", Envelope(), 0, ""},
+        {"Application/SOAP+XML;action=\"x\"", prefixed, 0, ""},
+        {"text/xml", Envelope(), 415, ""},
+        {"application/soap+xml",
+         Envelope("GetPrinterElements", "urn:uuid:1", "http://schemas.xmlsoap.org/soap/envelope/"), 500,
+         "soap:VersionMismatch"},
+        {"application/soap+xml", "<hello/>", 400, "soap:Sender"},
+        {"application/soap+xml", Envelope("GetJobElements"), 400, "wsa:ActionNotSupported"},
+        {"application/soap+xml", Envelope("GetPrinterElementsX"), 400, "wsa:ActionNotSupported"},
+        {"application/soap+xml", Envelope("GetPrinterElements", ""), 400, "wsa:MessageAddressingHeaderRequired"},
+        {"application/soap+xml",
+         std::regex_replace(Envelope(), std::regex("GetPrinterElementsRequest"), "Other"), 400, "soap:Sender"},
     };
-    const std::vector<Case> cases = {
-        {"XML content type", "text/xml", Envelope(), 415, ""},
-        {"SOAP 1.1 envelope", "application/soap+xml",
-         Envelope("GetPrinterElements", "urn:uuid:1", "http://schemas.xmlsoap.org/soap/envelope/"),
-         500, "soap:VersionMismatch"},
-        {"not an envelope", "application/soap+xml", "<hello/>", 400, "soap:Sender"},
-        {"another action", "application/soap+xml", Envelope("GetJobElements"), 400,
-         "wsa:ActionNotSupported"},
-        {"action that only starts right", "application/soap+xml",
-         Envelope("GetPrinterElementsX"), 400, "wsa:ActionNotSupported"},
-        {"no message id", "application/soap+xml", Envelope("GetPrinterElements", ""), 400,
-         "wsa:MessageAddressingHeaderRequired"},
-        {"no request element", "application/soap+xml",
-         std::regex_replace(Envelope(), std::regex("GetPrinterElementsRequest"), "Other"), 400,
-         "soap:Sender"},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.body.substr(0, 120));
         SoapAnswer fault;
-        EXPECT_FALSE(CheckGetPrinterElementsRequest(c.contentType, c.body, fault)) << c.what;
-        EXPECT_EQ(fault.status, c.status) << c.what;
-        EXPECT_NE(fault.body.find(c.inFault), std::string::npos) << c.what << ": " << fault.body;
+        auto facts = CheckGetPrinterElementsRequest(c.contentType, c.body, fault);
+        ASSERT_EQ(c.status == 0, facts.has_value()) << fault.status << " " << fault.body;
+        if (facts) {
+            EXPECT_EQ(facts->messageId, "urn:uuid:6f1c0b52-3d8e-4a71-9c2f-0e5b7d4a1c93");
+            continue;
+        }
+        EXPECT_EQ(fault.status, c.status);
+        EXPECT_NE(fault.body.find(c.inFault), std::string::npos) << fault.body;
     }
 }
 
@@ -158,13 +123,12 @@ TEST(SoapResponse, PlaceholdersAreFilledFreshForEveryAnswer)
         "<wsa:MessageID>@MESSAGE_ID@</wsa:MessageID><wsa:RelatesTo>@RELATES_TO@</wsa:RelatesTo>"
         "<t>@DEVICE_TIME@</t><r>@RELATES_TO@</r>";
     const std::string first = FillResponseTemplate(response, {"urn:uuid:a&b"});
-    const std::string second = FillResponseTemplate(response, {"urn:uuid:a&b"});
-
-    EXPECT_EQ(first.find('@'), std::string::npos) << first;
-    EXPECT_NE(first.find("<wsa:RelatesTo>urn:uuid:a&amp;b</wsa:RelatesTo>"), std::string::npos);
-    EXPECT_NE(first.find("<r>urn:uuid:a&amp;b</r>"), std::string::npos) << "every occurrence";
-    EXPECT_TRUE(std::regex_search(first, std::regex("<t>\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ</t>")));
-    EXPECT_NE(first.substr(0, 70), second.substr(0, 70)) << "message ids repeat";
+    EXPECT_TRUE(std::regex_match(first, std::regex("<wsa:MessageID>[^@]+</wsa:MessageID>"
+                                                   "<wsa:RelatesTo>urn:uuid:a&amp;b</wsa:RelatesTo>"
+                                                   "<t>\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ</t>"
+                                                   "<r>urn:uuid:a&amp;b</r>"))) << first;
+    EXPECT_NE(first.substr(0, 70), FillResponseTemplate(response, {"urn:uuid:a&b"}).substr(0, 70))
+        << "message ids repeat";
 }
 
 TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId)
@@ -186,9 +150,7 @@ TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId)
         const IppAnswer answer = AnswerIppRequest(c.request, c.fixture);
         EXPECT_EQ(answer.httpStatus, c.http) << c.fixture;
         EXPECT_EQ(answer.body.substr(0, 8), c.head) << c.fixture;
-        if (c.http == 200) {
-            EXPECT_EQ(answer.body.back(), '\x03') << c.fixture;
-        }
+        EXPECT_TRUE(c.http != 200 || answer.body.back() == '\x03') << c.fixture;
     }
 }
 
