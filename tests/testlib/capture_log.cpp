@@ -6,8 +6,8 @@ class CaptureLog::Writer : public QxLogging::ILogWriter {
  public:
   void Write(const QxLogging::CLogModule& module, const QxLogging::LogRecord& r) override {
     std::lock_guard<std::mutex> lock(mutex);
-    records.push_back({module.Name(), r.category, r.line, std::string(r.function), std::string(r.displayName),
-                       std::string(r.sourceFile), std::string(r.text)});
+    records.push_back({module.Name(), r.category, r.line, std::string(r.function), std::string(r.sourceFile),
+                       std::string(r.text)});
   }
   mutable std::mutex mutex;
   std::vector<CapturedRecord> records;
@@ -40,11 +40,6 @@ std::vector<CapturedRecord> CaptureLog::Find(const std::string& needle, uint32_t
 
 bool CaptureLog::Contains(const std::string& needle, uint32_t category) const {
   return !Find(needle, category).empty();
-}
-
-void CaptureLog::Clear() {
-  std::lock_guard<std::mutex> lock(writer_->mutex);
-  writer_->records.clear();
 }
 
 }  // namespace NorvaneTest

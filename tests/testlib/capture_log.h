@@ -16,7 +16,6 @@ struct CapturedRecord {
   uint32_t category;
   int line;
   std::string function;
-  std::string displayName;
   std::string sourceFile;
   std::string text;
 };
@@ -33,7 +32,6 @@ class CaptureLog {
   // Records whose text contains `needle`, optionally of one category.
   std::vector<CapturedRecord> Find(const std::string& needle, uint32_t category = 0) const;
   bool Contains(const std::string& needle, uint32_t category = 0) const;
-  void Clear();
 
  private:
   class Writer;

@@ -30,20 +30,22 @@ class LogFileOutput : public LoggingTest {};
 
 TEST_F(LogFileOutput, EntryMessageAndExitLinesCarryTheirTagsAndLineEnds) {
   SetKey(RootKey(), {Dword(u"LogCategories", 0x10 | 0x400 | 0x800), Dword(u"LogOptions", 0),
-                     Text(u"LogFileName", File("qx.log"))});
+                     Dword(u"LogInfoDetailLevel", 3), Text(u"LogFileName", File("qx.log"))});
   CLogModule module("LogTestModule", "01:02:03");
   SetLastError(77);
   Probe(module, 3);
   {
-    // Categories outside the mask write nothing and keep the last error.
+    // Categories outside the mask and levels above the setting write nothing;
+    // the last error stays.
     CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Printer::Quiet", 50);
     scope.Format(QxLogging::kStandout, 51, "not written");
-    scope.Format(QxLogging::kInfo | 1, 52, "level 1 is above detail level 0");
+    scope.Format(QxLogging::kInfo | 3, 52, "level three");
+    scope.Format(QxLogging::kInfo | 4, 53, "level four");
   }
   EXPECT_EQ(GetLastError(), 77u);
   EXPECT_EQ(ReadLog(File("qx.log")),
             "(->) Printer::Probe\r\n(I0) probing 3\r\n(<-) Printer::Probe\r\n"
-            "(->) Printer::Quiet\r\n(<-) Printer::Quiet\r\n");
+            "(->) Printer::Quiet\r\n(I3) level three\r\n(<-) Printer::Quiet\r\n");
   // Two bytes per character, no byte-order mark.
   EXPECT_EQ(std::filesystem::file_size(File("qx.log")), 2u * ReadLog(File("qx.log")).size());
 }
@@ -71,17 +73,25 @@ TEST_F(LogFileOutput, NestedCallsIndentAndLineNumbersFollowTheRecords) {
   EXPECT_TRUE(std::regex_match(lines[2], std::regex(R"(\d{10}       \(<-\) Printer::Probe)"))) << lines[2];
 }
 
+// The line that crosses the limit is written, then the marker, then nothing;
+// a file another process already filled past the limit gets only the marker.
 TEST_F(LogFileOutput, SizeLimitWritesTheCrossingLineThenTheMarkerThenDrops) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File("small.log"))});
-  CLogModule module("LimitModule", "01:02:03");
-  CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Big::Write", 1);
-  std::string payload(100, 'x');
+  std::string filled;
+  for (int i = 0; i < 600; ++i) filled += std::string("x\0", 2);
+  std::ofstream(File("Full.log"), std::ios::binary) << filled;
+  const std::string payload(100, 'x');
+  std::string expected;
   // Each line is 5 + 100 + 2 characters, 214 bytes: the fifth crosses 1024.
-  for (int i = 0; i < 7; ++i) scope.Format(QxLogging::kInfo, 2, "%d%s", i, payload.c_str());
-  auto lines = Lines(ReadLog(File("small.log")));
-  ASSERT_EQ(lines.size(), 6u);
-  EXPECT_EQ(lines[4], "(I0) 4" + payload);
-  EXPECT_EQ(lines[5], "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR LimitModule MODULE ***");
+  for (int i = 0; i < 5; ++i) expected += "(I0) " + std::to_string(i) + payload + "\r\n";
+  for (std::string name : {"Limit", "Full"}) {
+    SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File(name + ".log"))});
+    QxLogging::RefreshLogSettings();
+    CLogModule module(name.c_str(), "01:02:03");
+    CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Big::Write", 1);
+    for (int i = 0; i < 7; ++i) scope.Format(QxLogging::kInfo, 2, "%d%s", i, payload.c_str());
+    EXPECT_EQ(ReadLog(File(name + ".log")), (name == "Full" ? std::string(600, 'x') : expected) +
+                                                "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + name + " MODULE ***");
+  }
 }
 
 TEST_F(LogFileOutput, ReplaceAndUniqueNamesStartAFreshFileAtTheLimit) {
@@ -102,19 +112,6 @@ TEST_F(LogFileOutput, ReplaceAndUniqueNamesStartAFreshFileAtTheLimit) {
   std::string fresh = full == first ? second : first;
   EXPECT_EQ(Lines(full).size(), 3u);  // two lines and the marker
   EXPECT_EQ(fresh, "(I0) 2" + payload + "\r\n");
-}
-
-// Another process filled the file past the limit before this one started it.
-TEST_F(LogFileOutput, AFileAnotherWriterFilledGetsTheLimitMarker) {
-  std::string filled;
-  for (int i = 0; i < 600; ++i) filled += std::string("x\0", 2);
-  std::ofstream(File("full.log"), std::ios::binary) << filled;
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File("full.log"))});
-  CLogModule module("FullModule", "01:02:03");
-  Probe(module, 1);
-  Probe(module, 2);
-  EXPECT_EQ(ReadLog(File("full.log")),
-            std::string(600, 'x') + "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR FullModule MODULE ***");
 }
 
 // The file stays open between lines, but a rotated or deleted file is not

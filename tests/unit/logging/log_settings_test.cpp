@@ -8,7 +8,6 @@
 #include "logging_test_util.h"
 #include "norvane/platform.h"
 #include "testlib/capture_log.h"
-#include "support/logging/process_facts.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -143,27 +142,15 @@ TEST_F(LogSettings, LoggingSwitchedOnWhileRunningIsNoticedAtTheNextRecord) {
 }
 
 TEST_F(LogSettings, CategoryBitAsksForTheModuleKeyToBeCreated) {
-  using Norvane::Registry::Hive;
-  using Norvane::Registry::Key;
-  const std::u16string moduleKey = ExecutableKey() + u"\\MadeModule";
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x400)});
+  using namespace Norvane::Registry;
   CLogModule module("MadeModule", "01:02:03");
-  Traced(module, qxLogSourceFile_, "Norvane::M::Run", "m");
   Key key;
-  EXPECT_EQ(Key::Open(Hive::CurrentUser, moduleKey, &key), Norvane::Registry::kNotFound);
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x400 | 0x1000000)});
-  QxLogging::RefreshLogSettings();
-  Traced(module, qxLogSourceFile_, "Norvane::M::Run", "m");
-  EXPECT_EQ(Key::Open(Hive::CurrentUser, moduleKey, &key), Norvane::Registry::kSuccess);
-}
-
-TEST_F(LogSettings, DetailLevelBitsCountAsSetAndLevelsAboveTheSettingAreDropped) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogInfoDetailLevel", 3), Text(u"LogFileName", File("l.log"))});
-  CLogModule module("LevelModule", "01:02:03");
-  CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::L::Run", 1);
-  scope.Format(QxLogging::kInfo | 3, 2, "level three");
-  scope.Format(QxLogging::kInfo | 4, 3, "level four");
-  EXPECT_EQ(ReadLog(File("l.log")), "(I3) level three\r\n");
+  for (uint32_t create : {0u, 0x1000000u}) {
+    SetKey(RootKey(), {Dword(u"LogCategories", 0x400 | create)});
+    QxLogging::RefreshLogSettings();
+    Traced(module, qxLogSourceFile_, "Norvane::M::Run", "m");
+    EXPECT_EQ(Key::Open(Hive::CurrentUser, ExecutableKey() + u"\\MadeModule", &key), create ? kSuccess : kNotFound);
+  }
 }
 
 TEST_F(LogSettings, DebuggerOutputGoesToStandardError) {

@@ -20,74 +20,43 @@ namespace fs = std::filesystem;
 using namespace Norvane::Registry;
 using NorvaneTest::ScopedRegistryRoot;
 
-Value Text(std::u16string name, std::u16string text) {
-  Value v;
-  v.name = std::move(name);
-  v.type = ValueType::String;
-  v.text = std::move(text);
-  return v;
-}
-
-Value Dword(std::u16string name, uint32_t d) {
-  Value v;
-  v.name = std::move(name);
-  v.type = ValueType::Dword;
-  v.dword = d;
-  return v;
-}
-
+Value Text(std::u16string name, std::u16string text) { return {std::move(name), ValueType::String, std::move(text)}; }
+Value Dword(std::u16string name, uint32_t d) { return {std::move(name), ValueType::Dword, {}, d}; }
 std::u16string Num(int n) { return QxUtils::Utf8ToWide(std::to_string(n)); }
 
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
+std::string Slurp(const fs::path& path) {
   std::stringstream s;
-  s << in.rdbuf();
+  s << std::ifstream(path, std::ios::binary).rdbuf();
   return s.str();
 }
 
+// In a text file in name order, one a line, that a hand edit in the same form
+// may extend.
 TEST(Registry, ValuesRoundTripWithTheirTypesWhateverTheirText) {
   ScopedRegistryRoot root;
-  Key key;
+  Key key, again;
   ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Software\\Norvane\\Cache", &key), kSuccess);
-  const std::u16string tricky = u"quote\" back\\slash\nnew\tline \U0001F5A8 \x7F";
-  std::u16string lone(1, char16_t(0xDC01));
-  ASSERT_EQ(key.SetValue(Text(u"Tricky", tricky)), kSuccess);
-  ASSERT_EQ(key.SetValue(Text(u"Lone", lone)), kSuccess);
-  ASSERT_EQ(key.SetValue(Dword(u"Minus", 0xFFFFFFFFu)), kSuccess);
-  ASSERT_EQ(key.SetValue(Text(u"Empty", u"")), kSuccess);
+  const Value values[] = {Text(u"Tricky", u"quote\" back\\slash\nnew\tline \U0001F5A8 \x7F"),
+                          Text(u"Lone", std::u16string(1, char16_t(0xDC01))), Dword(u"Minus", 0xFFFFFFFFu),
+                          Text(u"Empty", u"")};
+  for (const auto& v : values) ASSERT_EQ(key.SetValue(v), kSuccess);
+  ASSERT_EQ(key.SetValues({Text(u"b", u"x\"y"), Dword(u"a", 16)}), kSuccess);
+  std::string file = Slurp(key.Directory() + "/values.reg");
+  EXPECT_EQ(file[0], ';');
+  EXPECT_NE(file.find("\n\"a\"=dword:00000010\n\"b\"=\"x\\\"y\"\n"), std::string::npos) << file;
+  std::ofstream(key.Directory() + "/values.reg", std::ios::app) << "  ; a comment\n\r\n\"Added\"=dword:0000002A\r\n";
 
-  Key again;
   ASSERT_EQ(Key::Open(Hive::LocalMachine, u"Software\\Norvane\\Cache", &again), kSuccess);
   Value v;
-  ASSERT_EQ(again.QueryValue(u"Tricky", &v), kSuccess);
-  EXPECT_EQ(v.text, tricky);
-  ASSERT_EQ(again.QueryValue(u"Lone", &v), kSuccess);
-  EXPECT_EQ(v.text, lone);
-  ASSERT_EQ(again.QueryValue(u"Minus", &v), kSuccess);
-  EXPECT_EQ(v.type, ValueType::Dword);
-  EXPECT_EQ(static_cast<int32_t>(v.dword), -1);
-  ASSERT_EQ(again.QueryValue(u"Empty", &v), kSuccess);
-  EXPECT_EQ(v.type, ValueType::String);
+  for (const auto& put : values) {
+    ASSERT_EQ(again.QueryValue(put.name, &v), kSuccess);
+    EXPECT_TRUE(v.type == put.type && v.text == put.text && v.dword == put.dword) << QxUtils::WideToUtf8(put.name);
+  }
+  ASSERT_EQ(again.QueryValue(u"Added", &v), kSuccess);
+  EXPECT_EQ(v.dword, 42u);
   EXPECT_EQ(again.QueryValue(u"Absent", &v), kNotFound);
   EXPECT_EQ(Key::Open(Hive::LocalMachine, u"Software\\Missing", &again), kNotFound);
-  // Hives are separate trees.
-  EXPECT_EQ(Key::Open(Hive::CurrentUser, u"Software\\Norvane\\Cache", &again), kNotFound);
-}
-
-TEST(Registry, TheValueFileIsReadableTextInNameOrder) {
-  ScopedRegistryRoot root;
-  Key key;
-  ASSERT_EQ(Key::Create(Hive::CurrentUser, u"Software\\QV\\Qx\\Logging", &key), kSuccess);
-  ASSERT_EQ(key.SetValues({Text(u"b", u"x\"y"), Dword(u"a", 16), Text(u"Tray.Expires", u"0")}), kSuccess);
-  std::string file = Slurp(root.Path() + "/HKCU/Software/QV/Qx/Logging/values.reg");
-  EXPECT_NE(file.find("\"Tray.Expires\"=\"0\"\n\"a\"=dword:00000010\n\"b\"=\"x\\\"y\"\n"), std::string::npos) << file;
-  EXPECT_EQ(file[0], ';');
-  // Hand edits in the same form are read back.
-  std::ofstream(root.Path() + "/HKCU/Software/QV/Qx/Logging/values.reg", std::ios::app)
-      << "  ; a comment\n\r\n\"Added\"=dword:0000002A\r\n";
-  Value v;
-  ASSERT_EQ(key.QueryValue(u"Added", &v), kSuccess);
-  EXPECT_EQ(v.dword, 42u);
+  EXPECT_EQ(Key::Open(Hive::CurrentUser, u"Software\\Norvane\\Cache", &again), kNotFound);  // hives are separate
 }
 
 TEST(Registry, AnUnreadableValueFileIsSetAsideAndTheKeyWorksAgain) {
@@ -108,9 +77,8 @@ TEST(Registry, AnUnreadableValueFileIsSetAsideAndTheKeyWorksAgain) {
     EXPECT_EQ(values.size(), 1u);
   }
   std::vector<std::string> setAside;
-  for (const auto& entry : fs::directory_iterator(key.Directory())) {
+  for (const auto& entry : fs::directory_iterator(key.Directory()))
     if (entry.path().filename().string().rfind("values.reg.unreadable-", 0) == 0) setAside.push_back(Slurp(entry.path()));
-  }
   std::sort(setAside.begin(), setAside.end());
   std::sort(nonsense.begin(), nonsense.end());
   EXPECT_EQ(setAside, nonsense);
@@ -118,12 +86,11 @@ TEST(Registry, AnUnreadableValueFileIsSetAsideAndTheKeyWorksAgain) {
 }
 
 TEST(Registry, ValuesPastTheLimitsAreRefusedBeforeAnythingIsWritten) {
-  struct Case {
+  const struct {
     const char* what;
     Value value;
     long expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"longest text, every unit escaped", Text(u"c", std::u16string(kMaxTextChars, u'\x01')), kSuccess},
       {"longest name", Text(std::u16string(kMaxNameChars, u'\x02'), u"x"), kSuccess},
       {"text one past", Text(u"t", std::u16string(kMaxTextChars + 1, u'a')), kInvalidParameter},
@@ -138,10 +105,6 @@ TEST(Registry, ValuesPastTheLimitsAreRefusedBeforeAnythingIsWritten) {
     ValueList values;
     ASSERT_EQ(key.ReadValues(&values), kSuccess) << c.what;
     EXPECT_EQ(values.size(), c.expected == kSuccess ? 3u : 1u) << c.what;
-    Value back;
-    if (c.expected == kSuccess) {
-      EXPECT_EQ(key.QueryValue(c.value.name, &back), kSuccess) << c.what;
-    }
   }
 }
 
