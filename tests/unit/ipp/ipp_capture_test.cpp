@@ -7,6 +7,7 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
+#include "support/ref.h"
 
 namespace {
 
@@ -22,30 +23,17 @@ std::string Capture(const std::string& name) {
 struct Decoded {
   IPPOperations ops{nullptr};
   HRESULT result;
-  explicit Decoded(const std::string& bytes) {
-    result = ops.ParseIPPContent(reinterpret_cast<const uint8_t*>(bytes.data()), static_cast<uint32_t>(bytes.size()),
-                                 nullptr);
-  }
+  explicit Decoded(const std::string& bytes) : result(Decode(ops, bytes)) {}
+  // A key of the decoded map, or a collection query when it holds '['.
   std::string Get(const char* key) {
-    VARIANT v;
-    VariantInit(&v);
-    EXPECT_EQ(ops.GetValueFromIPPMap(key, &v), 1) << key;
-    std::string text = Text(v);
-    VariantClear(&v);
-    return text;
-  }
-  std::string Query(const char* query) {
-    VARIANT v;
-    VariantInit(&v);
-    EXPECT_TRUE(ops.QueryCollection(query, &v)) << query;
-    std::string text = Text(v);
-    VariantClear(&v);
-    return text;
+    OwnedVariant value;
+    bool query = std::strchr(key, '[') != nullptr;
+    EXPECT_TRUE(query ? ops.QueryCollection(key, &value.v) : ops.GetValueFromIPPMap(key, &value.v) == 1) << key;
+    return Text(value.v);
   }
 };
 
-// Values read from real printers' answers: a key of the decoded map, or a
-// collection query when it holds '['.
+// Values read from real printers' answers.
 TEST(IppCaptures, ValuesOfRealPrinters) {
   const std::string epson = "python-ipp__get-printer-attributes-epsonxp6000.bin";
   const std::string xerox = "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res";
@@ -86,16 +74,15 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
   for (const Case& c : cases) {
     Decoded d(Capture(c.file));
     ASSERT_EQ(d.result, S_OK) << c.file;
-    EXPECT_EQ(std::strchr(c.key, '[') != nullptr ? d.Query(c.key) : d.Get(c.key), c.expected) << c.file << " " << c.key;
+    EXPECT_EQ(d.Get(c.key), c.expected) << c.file << " " << c.key;
   }
   Decoded d(Capture(jobs));
-  Norvane::IPPResponseBase* response = CreateIPPResponse();
-  ASSERT_EQ(d.ops.FormResponseStructure(10, response), S_OK);
+  auto response = QxUtils::Ref<Norvane::IPPResponseBase>::Adopt(CreateIPPResponse());
+  ASSERT_EQ(d.ops.FormResponseStructure(10, response.get()), S_OK);
   EXPECT_EQ(response->GetJobID(), 1000);
   EXPECT_STREQ(response->GetJobURI(), "ipps://mfu00-0365:443/jobs/1000");
   EXPECT_STREQ(response->GetJobState(), "Completed");
   EXPECT_STREQ(response->GetJobStateReasons(), "job-completed-successfully");
-  response->Dispose();
 }
 
 TEST(IppCaptures, Ipp1ResponsesAreRefused) {
@@ -129,7 +116,7 @@ TEST(IppCaptures, RelabelledIpp1StructuresDecodeAndPrinterBugsStillFail) {
   Decoded colorLaser(AsIpp2(Capture("SharpIppNext__GetPrinterAttributes_HP_Color_LaserJet_MFP_M476dn.bin")));
   ASSERT_EQ(colorLaser.result, S_OK);
   // Three levels deep: job-constraints-supported / media-col / media-size.
-  EXPECT_EQ(colorLaser.Query("job-constraints-supported[0].media-col.media-size.y-dimension"), "34036");
+  EXPECT_EQ(colorLaser.Get("job-constraints-supported[0].media-col.media-size.y-dimension"), "34036");
 
   Decoded cups(AsIpp2(Capture("ipp-client-kotlin__CUPS__Cups-Get-Printers.ipp")));
   ASSERT_EQ(cups.result, S_OK);

@@ -9,34 +9,14 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
+#include "support/ref.h"
 #include "testlib/temp_dir.h"
 
 namespace {
 
 using namespace IppTest;
 using Norvane::IPPOperations;
-
-struct Value {
-  VARIANT v;
-  Value() { VariantInit(&v); }
-  ~Value() { VariantClear(&v); }
-  VARIANT* operator&() { return &v; }
-};
-
-// Decodes `body` asking for `key`; the text of the value, "<vt 0>" when none.
-std::string Lookup(const std::string& body, const char* key, HRESULT* result = nullptr) {
-  IPPOperations ops(nullptr);
-  ops.SetAttributeName(key);
-  Value value;
-  HRESULT hr = ops.ParseIPPContent(reinterpret_cast<const uint8_t*>(body.data()), static_cast<uint32_t>(body.size()),
-                                   &value);
-  if (result != nullptr) *result = hr;
-  return Text(value.v);
-}
-
-HRESULT Decode(IPPOperations& ops, const std::string& body, VARIANT* value = nullptr) {
-  return ops.ParseIPPContent(reinterpret_cast<const uint8_t*>(body.data()), static_cast<uint32_t>(body.size()), value);
-}
+using Value = OwnedVariant;
 
 std::string Collection(const std::string& name, const std::string& members) {
   return Attr(0x34, name, "") + members + Attr(0x37, "", "");
@@ -114,24 +94,23 @@ TEST(IppDecodeValues, LookupsInDecodedResponses) {
       {ResponseStart() + Attr(0x23, "printer-state", Be32(3)), "printer-state", "<vt 0>", S_OK},
   };
   for (const Case& c : cases) {
-    HRESULT hr = S_FALSE;
-    EXPECT_EQ(Lookup(c.body, c.key, &hr), c.expected) << c.key << "\n" << HexDump(c.body);
-    EXPECT_EQ(hr, c.hr) << c.key << "\n" << HexDump(c.body);
+    IPPOperations ops(nullptr);
+    ops.SetAttributeName(c.key);
+    Value value;
+    EXPECT_EQ(Decode(ops, c.body, &value.v), c.hr) << c.key << "\n" << HexDump(c.body);
+    EXPECT_EQ(Text(value.v), c.expected) << c.key << "\n" << HexDump(c.body);
   }
 }
 
 TEST(IppDecodeValues, ResolutionsAndRangesArriveAsRawBytesAppended) {
-  std::string r1 = Be32(600) + Be32(600) + B({3});
-  std::string r2 = Be32(1200) + Be32(600) + B({3});
-  std::string body = ResponseStart() + Attr(0x32, "printer-resolution-supported", r1) + Attr(0x32, "", r2) +
-                     Attr(0x33, "copies-supported", Be32(1) + Be32(99)) + B({0x03});
+  std::string r1 = Be32(600) + Be32(600) + B({3}), r2 = Be32(1200) + Be32(600) + B({3});
   IPPOperations ops(nullptr);
   ops.SetAttributeName("printer-resolution-supported");
-  Value value;
-  ASSERT_EQ(Decode(ops, body, &value), S_OK);
+  Value value, range;
+  ASSERT_EQ(Decode(ops, ResponseStart() + Attr(0x32, "printer-resolution-supported", r1) + Attr(0x32, "", r2) +
+                            Attr(0x33, "copies-supported", Be32(1) + Be32(99)) + B({0x03}), &value.v), S_OK);
   EXPECT_EQ(ByteArray(value.v), r1 + r2);
-  Value range;
-  EXPECT_EQ(ops.GetValueFromIPPMap("copies-supported", &range), 1);
+  EXPECT_EQ(ops.GetValueFromIPPMap("copies-supported", &range.v), 1);
   EXPECT_EQ(ByteArray(range.v), Be32(1) + Be32(99));
 }
 
@@ -160,7 +139,7 @@ TEST(IppDecodeCollections, QueriesByIndexConditionAndMemberPath) {
   ASSERT_EQ(Decode(ops, MediaResponse()), S_OK);
   for (const Case& c : cases) {
     Value value;
-    bool found = ops.QueryCollection(c.query, &value);
+    bool found = ops.QueryCollection(c.query, &value.v);
     EXPECT_EQ(Text(value.v), c.expected) << c.query;
     EXPECT_EQ(found, std::string(c.expected) != "<vt 0>") << c.query;
   }
@@ -170,107 +149,84 @@ TEST(IppDecodeCollections, TheDecoderAnswersTheQueryAtTheEndTag) {
   IPPOperations ops(nullptr);
   ops.SetAttributeName("media-col-ready");
   ops.SetCollectionQueryFlag(1);
-  ops.SetCollectionQuery("media-col-ready[media-type=photo].media-source");
-  Value value;
-  ASSERT_EQ(Decode(ops, MediaResponse(), &value), S_OK);
-  EXPECT_EQ(Text(value.v), "tray-2");
   // A query that finds nothing still decodes.
-  ops.SetCollectionQuery("media-col-ready[media-type=gloss].media-source");
-  Value none;
-  EXPECT_EQ(Decode(ops, MediaResponse(), &none), S_OK);
-  EXPECT_EQ(none.v.vt, VT_EMPTY);
+  for (auto [type, source] : {std::pair{"photo", "tray-2"}, {"gloss", "<vt 0>"}}) {
+    ops.SetCollectionQuery((std::string("media-col-ready[media-type=") + type + "].media-source").c_str());
+    Value value;
+    ASSERT_EQ(Decode(ops, MediaResponse(), &value.v), S_OK);
+    EXPECT_EQ(Text(value.v), source);
+  }
 }
 
 TEST(IppDecodeCollections, RecordsOfAFresherAnswerReplaceThoseOfTheSameNames) {
-  IPPOperations fresh(nullptr);
+  IPPOperations fresh(nullptr), cache(nullptr);
   fresh.SetAttributeName("media-ready");
-  ASSERT_EQ(Decode(fresh, MediaResponse()), S_OK);
-  IPPOperations cache(nullptr);
   cache.SetAttributeName("printer-state");
+  ASSERT_EQ(Decode(fresh, MediaResponse()), S_OK);
   ASSERT_EQ(Decode(cache, ResponseStart() + Collection("finishings-col", Member("finishing-template", 0x44, "staple")) +
-                              B({0x03})),
-            S_OK);
+                              B({0x03})), S_OK);
   // A second copy of the same answer replaces the first instead of adding up.
   for (int copies = 0; copies < 2; ++copies) cache.ReplaceCollectionRecords(fresh, "media-col-ready");
   Value a, b, c;
-  EXPECT_TRUE(cache.QueryCollection("media-col-ready[1].media-size.x-dimension", &a));
+  EXPECT_TRUE(cache.QueryCollection("media-col-ready[1].media-size.x-dimension", &a.v));
   EXPECT_EQ(Text(a.v), "10160");
-  EXPECT_TRUE(cache.QueryCollection("finishings-col[0].finishing-template", &b));
+  EXPECT_TRUE(cache.QueryCollection("finishings-col[0].finishing-template", &b.v));
   EXPECT_EQ(Text(b.v), "staple");
   EXPECT_EQ(cache.GetCollectionStore().RecordCount(), 4u);
-  EXPECT_FALSE(cache.QueryCollection("media-col-ready[3].media-size.x-dimension", &c));
+  EXPECT_FALSE(cache.QueryCollection("media-col-ready[3].media-size.x-dimension", &c.v));
 }
 
-TEST(IppDecodeRules, AJobRequestTakesOnlyAJobStatus) {
+// A job request takes only a job status; each decode starts from an empty map.
+TEST(IppDecodeRules, JobStatusesAndAFreshMapPerDecode) {
   IPPOperations job(nullptr);
   job.SetJobOperations();
   job.SetAttributeName("printer-state");
   EXPECT_EQ(Decode(job, ResponseStart(0x0406) + Attr(0x23, "printer-state", Be32(3)) + B({0x03})), E_FAIL);
   EXPECT_EQ(Decode(job, ResponseStart(0x0404) + Attr(0x23, "printer-state", Be32(3)) + B({0x03})), S_OK);
-}
-
-TEST(IppDecodeRules, EachDecodeStartsFromAnEmptyMap) {
-  IPPOperations ops(nullptr);
-  ops.SetAttributeName("printer-state");
-  ASSERT_EQ(Decode(ops, ResponseStart() + Attr(0x23, "printer-state", Be32(3)) + B({0x03})), S_OK);
-  ASSERT_EQ(Decode(ops, ResponseStart() + Attr(0x44, "printer-state-reasons", "none") + B({0x03})), S_OK);
+  ASSERT_EQ(Decode(job, ResponseStart() + Attr(0x44, "printer-state-reasons", "none") + B({0x03})), S_OK);
   Value value;
-  EXPECT_EQ(ops.GetValueFromIPPMap("printer-state", &value), 1);
+  EXPECT_EQ(job.GetValueFromIPPMap("printer-state", &value.v), 1);
   EXPECT_EQ(value.v.vt, VT_EMPTY);
-  EXPECT_EQ(Decode(ops, "\x01"), E_FAIL);
-  EXPECT_TRUE(ops.GetValueMap().Empty());
+  EXPECT_EQ(Decode(job, "\x01"), E_FAIL);
+  EXPECT_TRUE(job.GetValueMap().Empty());
 }
 
-TEST(IppResponseStructure, JobValuesAreCopiedFromTheFirstJob) {
-  std::string body = ResponseStart() + B({0x02}) + Attr(0x21, "job-id", Be32(93)) +
-                     Attr(0x45, "job-uri", "ipp://p/jobs/93") + Attr(0x23, "job-state", Be32(5)) +
-                     Attr(0x44, "job-state-reasons", "job-printing") + Attr(0x44, "", "job-incoming") +
-                     Attr(0x41, "document-access-error", "none") + B({0x02}) + Attr(0x21, "job-id", Be32(94)) +
-                     Attr(0x23, "job-state", Be32(9)) + Attr(0x44, "job-state-reasons", "job-completed-successfully") +
-                     B({0x03});
-  IPPOperations ops(nullptr);
-  ops.SetAttributeName("job-state");
-  ASSERT_EQ(Decode(ops, body), S_OK);
-  Norvane::IPPResponseBase* response = CreateIPPResponse();
-  ASSERT_EQ(ops.FormResponseStructure(10, response), S_OK);
-  EXPECT_STREQ(response->GetSuccessStatus(), "0");
-  EXPECT_STREQ(response->GetRequestID(), "100");
-  EXPECT_EQ(response->GetJobID(), 93);
-  EXPECT_STREQ(response->GetJobURI(), "ipp://p/jobs/93");
-  EXPECT_STREQ(response->GetJobState(), "Processing");
-  EXPECT_STREQ(response->GetJobStateReasons(), "job-printing,job-incoming,job-completed-successfully");
-  EXPECT_STREQ(response->GetDocumentAccessError(), "none");
-  response->Dispose();
-
-  // Cancel-Job takes the status only; an unknown state sets no text.
-  IPPOperations cancel(nullptr);
-  cancel.SetAttributeName("x");
-  ASSERT_EQ(Decode(cancel, ResponseStart(0x0400) + Attr(0x23, "job-state", Be32(12)) + B({0x03})), S_OK);
-  response = CreateIPPResponse();
-  ASSERT_EQ(cancel.FormResponseStructure(8, response), S_OK);
-  EXPECT_STREQ(response->GetSuccessStatus(), "1024");
-  EXPECT_EQ(response->GetJobState(), nullptr);
-  ASSERT_EQ(cancel.FormResponseStructure(2, response), S_OK);
-  EXPECT_EQ(response->GetJobState(), nullptr);
-  EXPECT_EQ(response->GetJobStateReasons(), nullptr);
-  response->Dispose();
-
-  IPPOperations never(nullptr);
-  response = CreateIPPResponse();
-  ASSERT_EQ(never.FormResponseStructure(2, response), S_OK);
-  EXPECT_STREQ(response->GetSuccessStatus(), "NOT_SET_ERROR");
-  EXPECT_EQ(never.FormResponseStructure(2, nullptr), E_FAIL);
-  response->Dispose();
+TEST(IppResponseStructure, JobValuesComeFromTheFirstJobAndCancelJobTakesOnlyTheStatus) {
+  auto form = [](const std::string& body, uint32_t operation) {
+    IPPOperations ops(nullptr);
+    ops.SetAttributeName("job-state");
+    EXPECT_EQ(body.empty() ? S_OK : Decode(ops, body), S_OK);
+    auto response = QxUtils::Ref<Norvane::IPPResponseBase>::Adopt(CreateIPPResponse());
+    EXPECT_EQ(ops.FormResponseStructure(operation, response.get()), S_OK);
+    return response;
+  };
+  auto r = form(ResponseStart() + B({0x02}) + IntAttr(0x21, "job-id", 93) + Attr(0x45, "job-uri", "ipp://p/jobs/93") +
+                    IntAttr(0x23, "job-state", 5) + Attr(0x44, "job-state-reasons", "job-printing") +
+                    Attr(0x44, "", "job-incoming") + Attr(0x41, "document-access-error", "none") + B({0x02}) +
+                    IntAttr(0x21, "job-id", 94) + IntAttr(0x23, "job-state", 9) +
+                    Attr(0x44, "job-state-reasons", "job-completed-successfully") + B({0x03}),
+                10);
+  EXPECT_STREQ(r->GetSuccessStatus(), "0");
+  EXPECT_STREQ(r->GetRequestID(), "100");
+  EXPECT_EQ(r->GetJobID(), 93);
+  EXPECT_STREQ(r->GetJobURI(), "ipp://p/jobs/93");
+  EXPECT_STREQ(r->GetJobState(), "Processing");
+  EXPECT_STREQ(r->GetJobStateReasons(), "job-printing,job-incoming,job-completed-successfully");
+  EXPECT_STREQ(r->GetDocumentAccessError(), "none");
+  // An unknown state sets no text.
+  const std::string cancelled = ResponseStart(0x0400) + IntAttr(0x23, "job-state", 12) + B({0x03});
+  for (uint32_t operation : {8u, 2u}) {
+    r = form(cancelled, operation);
+    EXPECT_STREQ(r->GetSuccessStatus(), "1024");
+    EXPECT_EQ(r->GetJobState(), nullptr);
+    EXPECT_EQ(r->GetJobStateReasons(), nullptr);
+  }
+  EXPECT_STREQ(form("", 2)->GetSuccessStatus(), "NOT_SET_ERROR");
+  EXPECT_EQ(IPPOperations(nullptr).FormResponseStructure(2, nullptr), E_FAIL);
 }
-
-class DumpDirectory {
- public:
-  explicit DumpDirectory(const std::string& path) { setenv("NORVANE_COLLECTION_DUMP_DIR", path.c_str(), 1); }
-  ~DumpDirectory() { unsetenv("NORVANE_COLLECTION_DUMP_DIR"); }
-};
 
 TEST(IppCollectionDump, WritesOnlyIntoTheNamedDirectoryWithSafeNames) {
-  NorvaneTest::TempDir root;
+  NorvaneTest::TempDir root, quiet;
   std::filesystem::create_directory(root.Path() + "/dump");
   // No end tag: the decoder dumps what it saw.
   std::string body = ResponseStart() +
@@ -278,13 +234,15 @@ TEST(IppCollectionDump, WritesOnlyIntoTheNamedDirectoryWithSafeNames) {
                                                     Member("r", 0x33, Be32(1) + Be32(2)) + Attr(0x4A, "", "inner") +
                                                     Collection("", Member("x", 0x44, "y"))) +
                      Collection("/abs", Member("k", 0x44, "v"));
-  {
-    DumpDirectory dump(root.Path() + "/dump");
-    IPPOperations ops(nullptr);
-    ops.SetAttributeName("x");
+  IPPOperations ops(nullptr);
+  ops.SetAttributeName("x");
+  // Off without the variable and when it names no directory; a second dump appends.
+  for (std::string dir : {std::string(), quiet.Path() + "/missing", root.Path() + "/dump", root.Path() + "/dump"}) {
+    if (!dir.empty()) setenv("NORVANE_COLLECTION_DUMP_DIR", dir.c_str(), 1);
     ASSERT_EQ(Decode(ops, body), S_OK);
-    ASSERT_EQ(Decode(ops, body), S_OK);  // a second dump appends
   }
+  unsetenv("NORVANE_COLLECTION_DUMP_DIR");
+  EXPECT_TRUE(std::filesystem::is_empty(quiet.Path()));
   std::vector<std::string> files;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(root.Path())) {
     if (entry.is_regular_file()) files.push_back(entry.path().string());
@@ -295,21 +253,7 @@ TEST(IppCollectionDump, WritesOnlyIntoTheNamedDirectoryWithSafeNames) {
       "<../../escape>\n<a>1</a>\n<b>two</b>\n<r>Range</r>\n<inner>\n<x>y</x>\n</inner>\n</../../escape>\n";
   EXPECT_EQ(ReadFile(files[0]), "<SOC>" + record + record);
   EXPECT_EQ(ReadFile(files[1]), "<SOC></abs>\n<k>v</k>\n<//abs>\n</abs>\n<k>v</k>\n<//abs>\n");
-
-  // Off without the variable, and off when it names no directory.
-  NorvaneTest::TempDir quiet;
-  IPPOperations ops(nullptr);
-  ops.SetAttributeName("x");
-  ASSERT_EQ(Decode(ops, body), S_OK);
-  {
-    DumpDirectory dump(quiet.Path() + "/missing");
-    ASSERT_EQ(Decode(ops, body), S_OK);
-  }
-  EXPECT_TRUE(std::filesystem::is_empty(quiet.Path()));
-}
-
-TEST(IppCollectionDump, FileNamesNeverLeaveTheDirectory) {
-  EXPECT_EQ(Norvane::IppDumpFileName("media-col-ready"), "media-col-ready");
+  // Names that would leave the directory, or that it cannot hold.
   EXPECT_EQ(Norvane::IppDumpFileName(".."), "_..");
   EXPECT_EQ(Norvane::IppDumpFileName(""), "_");
   EXPECT_EQ(Norvane::IppDumpFileName(std::string_view("a/b\\c\0d", 7)), "a_b_c_d");

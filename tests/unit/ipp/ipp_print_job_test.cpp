@@ -48,7 +48,7 @@ struct Printer {
         return r;
       }
       case 10: {
-        bool completed = !Names(e, "not-completed");
+        bool completed = e.body.find("not-completed") == std::string::npos;
         std::string jobs;
         if (completed && !completedState.empty()) {
           jobs = B({0x02}) + jobUri + IntAttr(0x23, "job-state", std::stoi(completedState));
@@ -60,7 +60,7 @@ struct Printer {
       case 8:
         return reply(ResponseStart() + B({0x03}));
       default:
-        if (Names(e, Attr(0x44, "requested-attributes", "all"))) return reply(kAllAttributes);
+        if (e.body.find(Attr(0x44, "requested-attributes", "all")) != std::string::npos) return reply(kAllAttributes);
         return reply(ResponseStart() + IntAttr(0x23, "printer-state", state) +
                      Attr(0x44, "printer-state-reasons", reasons) + B({0x03}));
     }

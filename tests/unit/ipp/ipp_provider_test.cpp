@@ -27,25 +27,24 @@ using NorvaneTest::FakeExchange;
 using NorvaneTest::FakeReply;
 
 QxUtils::Ref<FakeAddress> NewAddress(const char16_t* host = u"USB001") {
-  return QxUtils::AdoptRef(FakeAddress::Create(host));
+  auto address = QxUtils::AdoptRef(FakeAddress::Create(host));
+  address->responder = [](const FakeExchange&) { return FakeReply{200, kAllAttributes, {}, S_OK}; };
+  return address;
 }
 
-
-
-FakeReply Reply(std::string body, uint32_t status = 200) { return FakeReply{status, std::move(body), {}, S_OK}; }
-
 TEST(IppProviderUri, SchemeClassesAndPortNames) {
-  EXPECT_EQ(IPPProviderImpl::GetURIScheme(u"ipps://h/ipp/print"), IppUriScheme::kSecureIpp);
-  EXPECT_EQ(IPPProviderImpl::GetURIScheme(u"ipp://h/ipp/print"), IppUriScheme::kPlainIpp);
-  EXPECT_EQ(IPPProviderImpl::GetURIScheme(u"https://h/"), IppUriScheme::kHttp);
-  EXPECT_EQ(IPPProviderImpl::GetURIScheme(u"IPP://h/ipp/print"), IppUriScheme::kOther);
-  EXPECT_EQ(IPPProviderImpl::GetURIScheme(nullptr), IppUriScheme::kOther);
-
-  for (const char16_t* yes : {u"USB001", u"USB999", u"USB010"}) EXPECT_TRUE(IPPProviderImpl::IsUSBPort(yes));
-  for (const char16_t* no : {u"USB000", u"usb001", u"USB01", u"USB0011", u"XUSB001", u"USB001 ", u"", u"192.0.2.1"}) {
-    EXPECT_FALSE(IPPProviderImpl::IsUSBPort(no)) << QxUtils::WideToUtf8(no);
+  for (auto [uri, scheme] : {std::pair<const char16_t*, IppUriScheme>{u"ipps://h/ipp/print", IppUriScheme::kSecureIpp},
+                             {u"ipp://h/ipp/print", IppUriScheme::kPlainIpp},
+                             {u"https://h/", IppUriScheme::kHttp},
+                             {u"IPP://h/ipp/print", IppUriScheme::kOther},
+                             {nullptr, IppUriScheme::kOther}}) {
+    EXPECT_EQ(IPPProviderImpl::GetURIScheme(uri), scheme);
   }
-  EXPECT_FALSE(IPPProviderImpl::IsUSBPort(nullptr));
+  for (const char16_t* yes : {u"USB001", u"USB999", u"USB010"}) EXPECT_TRUE(IPPProviderImpl::IsUSBPort(yes));
+  for (const char16_t* no : std::initializer_list<const char16_t*>{u"USB000", u"usb001", u"USB01", u"USB0011", u"XUSB001",
+                                                                   u"USB001 ", u"", u"192.0.2.1", nullptr}) {
+    EXPECT_FALSE(IPPProviderImpl::IsUSBPort(no)) << (no != nullptr ? QxUtils::WideToUtf8(no) : "null");
+  }
 }
 
 TEST(IppProviderUri, PortTextIsCutOutOfTheUri) {
@@ -114,7 +113,6 @@ TEST(IppProviderUri, CrackingGivesTheResourceOrTheCreationErrorCode) {
 // A port name is never probed: creation goes straight to the request.
 TEST(IppProviderCreate, AUsbPortAsksOverIppWithoutAProbe) {
   auto address = NewAddress();
-  address->responder = [](const FakeExchange&) { return Reply(kAllAttributes); };
   auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0x803100));
   ASSERT_NE(provider.get(), nullptr);
   ASSERT_EQ(address->exchanges.size(), 1u);
@@ -133,39 +131,25 @@ TEST(IppProviderCreate, AUsbPortAsksOverIppWithoutAProbe) {
 struct Listener {
   int fd = -1;
   uint16_t port = 0;
-  Listener(int family, uint16_t wanted, bool listening) {
-    fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return;
+  Listener(int family, uint16_t wanted, bool listening) : fd(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in6 a6{};
+    sockaddr_in a4{};
+    a6.sin6_family = AF_INET6, a6.sin6_addr = in6addr_loopback, a6.sin6_port = htons(wanted);
+    a4.sin_family = AF_INET, a4.sin_addr.s_addr = htonl(INADDR_LOOPBACK), a4.sin_port = htons(wanted);
+    auto* a = family == AF_INET6 ? reinterpret_cast<sockaddr*>(&a6) : reinterpret_cast<sockaddr*>(&a4);
+    socklen_t length = family == AF_INET6 ? sizeof a6 : sizeof a4;
     int one = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_storage storage{};
-    socklen_t length;
-    if (family == AF_INET6) {
-      auto* a = reinterpret_cast<sockaddr_in6*>(&storage);
-      a->sin6_family = AF_INET6;
-      a->sin6_addr = in6addr_loopback;
-      a->sin6_port = htons(wanted);
-      length = sizeof *a;
-    } else {
-      auto* a = reinterpret_cast<sockaddr_in*>(&storage);
-      a->sin_family = AF_INET;
-      a->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-      a->sin_port = htons(wanted);
-      length = sizeof *a;
-    }
-    if (bind(fd, reinterpret_cast<sockaddr*>(&storage), length) != 0 || (listening && listen(fd, 4) != 0)) {
-      close(fd);
-      fd = -1;
-      return;
-    }
-    getsockname(fd, reinterpret_cast<sockaddr*>(&storage), &length);
-    port = ntohs(family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&storage)->sin6_port
-                                    : reinterpret_cast<sockaddr_in*>(&storage)->sin_port);
+    if (bind(fd, a, length) != 0 || (listening && listen(fd, 4) != 0) || getsockname(fd, a, &length) != 0) Close();
+    port = ntohs(family == AF_INET6 ? a6.sin6_port : a4.sin_port);
   }
-  ~Listener() {
+  ~Listener() { Close(); }
+  void Close() {
     if (fd >= 0) close(fd);
+    fd = -1;
   }
   bool ok() const { return fd >= 0; }
+  std::u16string Port() const { return QxUtils::Utf8ToWide(std::to_string(port)); }
 };
 
 TEST(IppProviderProbe, ConnectsOnlyToAddressTextAndReportsRefusal) {
@@ -173,10 +157,10 @@ TEST(IppProviderProbe, ConnectsOnlyToAddressTextAndReportsRefusal) {
   Listener closed(AF_INET6, 0, false);  // bound, never listening: refuses
   if (!open.ok() || !closed.ok()) GTEST_SKIP() << "no IPv6 loopback";
   int error = -1;
-  EXPECT_TRUE(IPPProviderImpl::DeviceExists(u"::1", QxUtils::Utf8ToWide(std::to_string(open.port)).c_str(), &error));
+  EXPECT_TRUE(IPPProviderImpl::DeviceExists(u"::1", open.Port().c_str(), &error));
   EXPECT_EQ(error, 0);
   auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(IPPProviderImpl::DeviceExists(u"::1", QxUtils::Utf8ToWide(std::to_string(closed.port)).c_str(), &error));
+  EXPECT_FALSE(IPPProviderImpl::DeviceExists(u"::1", closed.Port().c_str(), &error));
   EXPECT_EQ(error, ECONNREFUSED);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   // Names, port names and empty text are never looked up or connected.
@@ -206,7 +190,7 @@ TEST(IppProviderProbe, ASilentPeerCostsTheTimeOutAndNoMore) {
   int error = 0;
   auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(
-      IPPProviderImpl::DeviceExists(u"::1", QxUtils::Utf8ToWide(std::to_string(full.port)).c_str(), &error, 300));
+      IPPProviderImpl::DeviceExists(u"::1", full.Port().c_str(), &error, 300));
   auto elapsed = std::chrono::steady_clock::now() - start;
   EXPECT_EQ(error, ETIMEDOUT);
   EXPECT_GE(elapsed, std::chrono::milliseconds(290));
@@ -228,8 +212,7 @@ TEST(IppProviderProbe, CreationTellsAPort80DeviceFromAnUnreachableOne) {
   EXPECT_TRUE(log.Contains("Failed with error 111", 0x80));
   EXPECT_EQ(address->requestsCreated, 0);
 
-  close(web.fd);
-  web.fd = -1;
+  web.Close();
   Listener webClosed(AF_INET, 80, false);
   if (!webClosed.ok()) GTEST_SKIP() << "port 80 taken meanwhile";
   EXPECT_EQ(IPPProviderImpl::Create2(address.get(), u"ipp://127.0.0.1/ipp/print", 0), nullptr);
@@ -237,14 +220,11 @@ TEST(IppProviderProbe, CreationTellsAPort80DeviceFromAnUnreachableOne) {
 
   // A listener on 631 lets creation go on to the request; the IPv4 probe
   // ignores the port of the address text.
-  close(ipp.fd);
-  ipp.fd = -1;
+  ipp.Close();
   Listener ippOpen(AF_INET, 631, true);
   if (!ippOpen.ok()) GTEST_SKIP() << "port 631 taken meanwhile";
   EXPECT_TRUE(IPPProviderImpl::DeviceExists(u"127.0.0.1:9", u"631"));
-  address->responder = [](const FakeExchange&) { return Reply(kAllAttributes); };
-  auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0));
-  EXPECT_NE(provider.get(), nullptr);
+  EXPECT_NE(QxUtils::AdoptRef(IPPProviderImpl::Create(address.get(), "/ipp/print", false, 0)).get(), nullptr);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -13,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "ipp/ipp_operations.h"
 #include "norvane/platform.h"
 #include "testlib/fake_host.h"
 #include "support/string_utils.h"
@@ -29,8 +29,7 @@ inline std::string Be16(uint32_t v) { return B({static_cast<int>((v >> 8) & 0xFF
 
 inline std::string Be32(int32_t value) {
   auto v = static_cast<uint32_t>(value);
-  return B({static_cast<int>(v >> 24), static_cast<int>((v >> 16) & 0xFF), static_cast<int>((v >> 8) & 0xFF),
-            static_cast<int>(v & 0xFF)});
+  return Be16(v >> 16) + Be16(v & 0xFFFF);
 }
 
 // One attribute value: tag, name-length, name, value-length, value. An empty
@@ -57,22 +56,15 @@ inline std::string ResponseStart(int status = 0, int major = 2, int minor = 0) {
          Attr(0x47, "attributes-charset", "utf-8") + Attr(0x48, "attributes-natural-language", "en") + B({0x04});
 }
 
+// Sixteen bytes a line, in hex.
 inline std::string HexDump(std::string_view bytes) {
-  std::ostringstream out;
-  char line[24];
-  for (size_t i = 0; i < bytes.size(); i += 16) {
-    std::snprintf(line, sizeof line, "%04zx ", i);
-    out << line;
-    std::string ascii;
-    for (size_t j = i; j < i + 16 && j < bytes.size(); ++j) {
-      auto c = static_cast<unsigned char>(bytes[j]);
-      std::snprintf(line, sizeof line, " %02x", c);
-      out << line;
-      ascii.push_back(c >= 0x20 && c < 0x7F ? static_cast<char>(c) : '.');
-    }
-    out << std::string(3 * (16 - std::min<size_t>(16, bytes.size() - i)), ' ') << "  " << ascii << "\n";
+  std::string out;
+  char hex[4];
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    std::snprintf(hex, sizeof hex, "%02x%c", static_cast<unsigned char>(bytes[i]), i % 16 == 15 ? '\n' : ' ');
+    out += hex;
   }
-  return out.str();
+  return out + "\n";
 }
 
 inline ::testing::AssertionResult SameBytes(std::string_view expected, std::string_view actual) {
@@ -83,6 +75,10 @@ inline ::testing::AssertionResult SameBytes(std::string_view expected, std::stri
                                        << " bytes, got " << actual.size() << ")\nexpected:\n"
                                        << HexDump(expected) << "actual:\n"
                                        << HexDump(actual);
+}
+
+inline HRESULT Decode(Norvane::IPPOperations& ops, const std::string& body, VARIANT* value = nullptr) {
+  return ops.ParseIPPContent(reinterpret_cast<const uint8_t*>(body.data()), static_cast<uint32_t>(body.size()), value);
 }
 
 // The text of a string variant in UTF-8; "<vt N>" for any other kind.
@@ -97,9 +93,8 @@ inline std::string ByteArray(const VARIANT& v) {
 }
 
 inline std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
   std::ostringstream s;
-  s << in.rdbuf();
+  s << std::ifstream(path, std::ios::binary).rdbuf();
   return s.str();
 }
 
@@ -115,10 +110,6 @@ struct OwnedVariant {
 // The operation code of an encoded request, -1 when the body is too short.
 inline int Operation(const NorvaneTest::FakeExchange& e) {
   return e.body.size() < 4 ? -1 : static_cast<uint8_t>(e.body[2]) << 8 | static_cast<uint8_t>(e.body[3]);
-}
-// Whether an encoded request carries the text (an attribute name or value).
-inline bool Names(const NorvaneTest::FakeExchange& e, std::string_view text) {
-  return e.body.find(text) != std::string::npos;
 }
 
 // What the printer returns for "all": state, info and uuid, no media database.
