@@ -81,6 +81,10 @@ expect_eq "simulator options reach the simulator" "off closed 503 200" \
 # what the bench misses; with -rn alone, the bench's own process-group kill must.
 for isolation in "" "-rn"; do
     echo "== stop request (unshare ${isolation:-chosen by the bench})"
+    # The last bench's "peers up" is still in the file until the background job gets
+    # round to truncating it; seen early, it would send SIGTERM to this shell's own
+    # forked copy, which runs the EXIT trap (deleting TMPDIR) or drops the signal.
+    : >"$TMPDIR/out"
     NORVANE_BENCH_UNSHARE=$isolation "$bench" -- bash -c "sleep $marker_sleep & sleep $marker_sleep" \
         >"$TMPDIR/out" 2>&1 &
     bench_pid=$!
