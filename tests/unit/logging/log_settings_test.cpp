@@ -153,21 +153,23 @@ TEST_F(LogSettings, CategoryBitAsksForTheModuleKeyToBeCreated) {
   }
 }
 
+// Records marked for the debugger, or every record when the options ask.
 TEST_F(LogSettings, DebuggerOutputGoesToStandardError) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x400 | 0x80 | 0x8000000), Dword(u"LogOptions", 0)});
   CLogModule module("DebugModule", "01:02:03");
-  testing::internal::CaptureStderr();
-  {
-    CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::D::Run", 1);
-    scope.Format(QxLogging::kStandout | 0x8000000, 2, "to the debugger");
+  const struct {
+    uint32_t categories, options;
+    const char* expected;
+  } cases[] = {{0x400 | 0x80 | 0x8000000, 0, "(##) to the debugger\n"}, {0x400, 0x80000, "(->) D::Run\n"}};
+  for (const auto& c : cases) {
+    SetKey(RootKey(), {Dword(u"LogCategories", c.categories), Dword(u"LogOptions", c.options)});
+    QxLogging::RefreshLogSettings();
+    testing::internal::CaptureStderr();
+    {
+      CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::D::Run", 1);
+      scope.Format(QxLogging::kStandout | 0x8000000, 2, "to the debugger");
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.expected);
   }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "(##) to the debugger\n");
-
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x400), Dword(u"LogOptions", 0x80000)});
-  QxLogging::RefreshLogSettings();
-  testing::internal::CaptureStderr();
-  { CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::D::Every", 1); }
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "(->) D::Every\n");
 }
 
 #if defined(NORVANE_TEST_LOG_MONITOR)

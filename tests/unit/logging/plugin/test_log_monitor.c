@@ -12,17 +12,12 @@ static char transcript[65536];
 
 static void Append(const char* what, BSTR text) {
   size_t used = strlen(transcript);
-  size_t room = sizeof transcript - used - 1;
-  size_t n = strlen(what);
-  if (n > room) return;
-  memcpy(transcript + used, what, n);
-  used += n;
-  room -= n;
-  /* The length prefix sits in the four bytes before the text. */
-  uint32_t bytes = text != NULL ? ((const uint32_t*)text)[-1] : 0;
-  for (uint32_t i = 0; i < bytes / 2 && room > 1; ++i, --room) {
-    transcript[used++] = text[i] < 0x80 ? (char)text[i] : '?';
-  }
+  /* The length prefix, in bytes, sits in the four bytes before the text. */
+  uint32_t units = text != NULL ? ((const uint32_t*)text)[-1] / 2 : 0;
+  if (used + strlen(what) + units + 2 > sizeof transcript) return;
+  strcpy(transcript + used, what);
+  used += strlen(what);
+  for (uint32_t i = 0; i < units; ++i) transcript[used++] = text[i] < 0x80 ? (char)text[i] : '?';
   transcript[used++] = '\n';
   transcript[used] = '\0';
 }
