@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <utility>
 
 #include "norvane/host.h"
 #include "support/ref.h"

@@ -1,6 +1,7 @@
 // Unit tests of the simulator's fault plans and of its answers: the SOAP request
-// check and IPP. The fixture store, the command line and what happens on the wire
-// are exercised by every integration test through the bench.
+// check and IPP. The fixture store, the command line, the filled-in SOAP answers
+// and what happens on the wire are exercised by every integration test through
+// the bench.
 
 #include "fault_plan.h"
 #include "ipp_answer.h"
@@ -49,8 +50,7 @@ TEST(FaultTable, CountedPlansRunOutUnlimitedOnesStay)
     EXPECT_EQ(table.Take("/once")->status, 503);
     EXPECT_EQ(table.Take("/once")->status, 503);
     EXPECT_FALSE(table.Take("/once")) << "a plan limited to two requests served a third";
-    EXPECT_EQ(table.Take("/always")->status, 500);
-    EXPECT_EQ(table.Take("/always")->status, 500);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(table.Take("/always")->status, 500);
     EXPECT_FALSE(table.Take("/other"));
     // Before its body, a request takes only an early plan, and leaves any other.
     EXPECT_FALSE(table.Take("/always", /*earlyOnly=*/true));
@@ -81,8 +81,9 @@ std::string Envelope(const std::string& action = "GetPrinterElements",
 TEST(SoapRequestCheck, AcceptsTheRequestAndRejectsAsADeviceWould)
 {
     // Prefixes are the client's choice, and headers may carry attributes.
-    const std::string prefixed = std::regex_replace(std::regex_replace(Envelope(), std::regex("wsa:"), "a:"),
-                                                    std::regex("<a:Action>"), "<a:Action soap:mustUnderstand=\"true\">");
+    const std::string prefixed =
+        std::regex_replace(std::regex_replace(Envelope(), std::regex("wsa:"), "a:"), std::regex("<a:Action>"),
+                           "<a:Action soap:mustUnderstand=\"true\">");
     const struct {
         const char* contentType;
         std::string body;
@@ -115,20 +116,6 @@ TEST(SoapRequestCheck, AcceptsTheRequestAndRejectsAsADeviceWould)
         EXPECT_EQ(fault.status, c.status);
         EXPECT_NE(fault.body.find(c.inFault), std::string::npos) << fault.body;
     }
-}
-
-TEST(SoapResponse, PlaceholdersAreFilledFreshForEveryAnswer)
-{
-    const std::string response =
-        "<wsa:MessageID>@MESSAGE_ID@</wsa:MessageID><wsa:RelatesTo>@RELATES_TO@</wsa:RelatesTo>"
-        "<t>@DEVICE_TIME@</t><r>@RELATES_TO@</r>";
-    const std::string first = FillResponseTemplate(response, {"urn:uuid:a&b"});
-    EXPECT_TRUE(std::regex_match(first, std::regex("<wsa:MessageID>[^@]+</wsa:MessageID>"
-                                                   "<wsa:RelatesTo>urn:uuid:a&amp;b</wsa:RelatesTo>"
-                                                   "<t>\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ</t>"
-                                                   "<r>urn:uuid:a&amp;b</r>"))) << first;
-    EXPECT_NE(first.substr(0, 70), FillResponseTemplate(response, {"urn:uuid:a&b"}).substr(0, 70))
-        << "message ids repeat";
 }
 
 TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId)
