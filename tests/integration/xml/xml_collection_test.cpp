@@ -14,20 +14,18 @@
 #include "norvane/api.h"
 #include "norvane/host.h"
 #include "norvane/norvane.h"
+#include "../bench_env.h"
 
 namespace {
 
 using namespace Norvane;
 
-std::string Env(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
+using NorvaneBench::BenchValue;
 
 // curl against the simulator's control endpoints; what it printed.
 std::string Control(const std::string& args, const std::string& endpoint) {
   std::string out;
-  std::string command = "curl -sS " + args + " '" + Env("NORVANE_SIM_CONTROL_URL") + endpoint + "' 2>&1";
+  std::string command = "curl -sS " + args + " '" + BenchValue("NORVANE_SIM_CONTROL_URL") + endpoint + "' 2>&1";
   if (FILE* pipe = popen(command.c_str(), "r")) {
     for (int c; (c = fgetc(pipe)) != EOF;) out.push_back(static_cast<char>(c));
     pclose(pipe);
@@ -92,9 +90,9 @@ std::u16string Document(std::initializer_list<const char16_t*> maps) {
 class XmlBench : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (Env("NORVANE_BENCH") != "1") GTEST_SKIP() << "needs the integration bench";
+    NORVANE_REQUIRE_BENCH();
     // Caches and log settings in the bench's own store; messages into one file.
-    work_ = Env("NORVANE_BENCH_DIR");
+    work_ = BenchValue("NORVANE_BENCH_DIR");
     setenv("NORVANE_REGISTRY_DIR", (work_ / "registry").c_str(), 1);
     std::filesystem::create_directories(work_ / "registry/HKCU/Software/QV/Qx/Logging");
     std::ofstream(work_ / "registry/HKCU/Software/QV/Qx/Logging/values.reg")
@@ -178,12 +176,11 @@ TEST_F(XmlBench, LongTextsTransientAndMissingItems) {
 TEST_F(XmlBench, FirstAnsweringDataMapServesAndNamesTheCache) {
   // The VEXA serial differs from the other protocols' here, so the registry key
   // tells whose identity the cache took.
-  std::filesystem::path& work = work_;
-  std::ifstream in(Env("NORVANE_SIM_FIXTURES") + "/http/DevMgmt/ProductConfigDyn.xml");
+  std::ifstream in(BenchValue("NORVANE_SIM_FIXTURES") + "/http/DevMgmt/ProductConfigDyn.xml");
   std::string config((std::istreambuf_iterator<char>(in)), {});
   config.replace(config.find("NV42A17Q9X"), 10, "VX00000001");
-  std::ofstream(work / "config.xml") << config;
-  Replace("/DevMgmt/ProductConfigDyn.xml", work / "config.xml");
+  std::ofstream(work_ / "config.xml") << config;
+  Replace("/DevMgmt/ProductConfigDyn.xml", work_ / "config.xml");
 
   ICacheProvider* cache = CreateRegCacheProvider(u"SOFTWARE\\Norvane\\XmlBench");
   ASSERT_NE(cache, nullptr);
@@ -195,7 +192,7 @@ TEST_F(XmlBench, FirstAnsweringDataMapServesAndNamesTheCache) {
   collection_->Dispose();
   collection_ = nullptr;
   cache->Dispose();
-  EXPECT_TRUE(std::filesystem::exists(work / "registry/HKLM/SOFTWARE/Norvane/XmlBench/VX00000001"));
+  EXPECT_TRUE(std::filesystem::exists(work_ / "registry/HKLM/SOFTWARE/Norvane/XmlBench/VX00000001"));
 }
 
 TEST_F(XmlBench, WebServicesNeedTheHostsPortFlag) {
@@ -227,7 +224,6 @@ TEST_F(XmlBench, WebServicesNeedTheHostsPortFlag) {
 }
 
 TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
-  std::filesystem::path& work = work_;
   std::string bomb = "<!DOCTYPE P [<!ENTITY a 'aaaaaaaaaa'>";
   for (char entity = 'b'; entity <= 'j'; ++entity) {
     bomb += std::string("<!ENTITY ") + entity + " '";
@@ -239,7 +235,7 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
   for (int i = 0; i < 10000; ++i) open += "<d>", close += "</d>";
   std::string deep = open + "<ProductSerialNumber>S</ProductSerialNumber>" + close;
   // Made by the shell, so that this process never holds it.
-  std::filesystem::path big = work / "big.xml";
+  std::filesystem::path big = work_ / "big.xml";
   std::string make = "{ printf '<P><ProductSerialNumber>'; head -c 52428800 /dev/zero | tr '\\0' x;"
                      " printf '</ProductSerialNumber></P>'; } >" + big.string();
   ASSERT_EQ(std::system(make.c_str()), 0);
@@ -265,8 +261,8 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
     // Only the silent device is left to the read time-out.
     NetAddressSetHttpTimeouts(address_, 2000, c.fault.find("stall") != std::string::npos ? 1500 : 30000);
     Control("--data ''", "/reset");
-    if (!c.body.empty() && c.body[0] != '@') std::ofstream(work / "hostile.xml", std::ios::binary) << c.body;
-    if (!c.body.empty()) Replace("/qv/device/product_information.xml", c.body[0] == '@' ? big : work / "hostile.xml");
+    if (!c.body.empty() && c.body[0] != '@') std::ofstream(work_ / "hostile.xml", std::ios::binary) << c.body;
+    if (!c.body.empty()) Replace("/qv/device/product_information.xml", c.body[0] == '@' ? big : work_ / "hostile.xml");
     if (!c.fault.empty()) Control("--data ''", "/fault?path=/qv/device/product_information.xml&plan=" + c.fault);
     EXPECT_EQ(Open(Document({kProductInformationMap})), E_FAIL);
     EXPECT_EQ(collection_, nullptr);

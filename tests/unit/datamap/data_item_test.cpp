@@ -2,11 +2,10 @@
 // the generated OIDs.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
-#include "datamap/attribute_values.h"
 #include "datamap_test_support.h"
 
 namespace {
@@ -19,85 +18,49 @@ using DataMapTest::Show;
 template <class T>
 using Owned = std::unique_ptr<T>;
 
-// The rules an element's attributes follow, one row per rule: what the item
-// built from ELEMENT (or by hand) shows.
+// The rules an element's attributes follow, and what the forms built by hand keep.
 TEST(DataItemElement, AttributeRules) {
-  using Read = std::function<std::string()>;
-  auto element = [](const std::string& xml, auto create, auto show) -> Read {
-    return [=] {
-      auto document = Parse(xml);
-      std::unique_ptr<std::remove_pointer_t<decltype(create(Root(document)))>> item(create(Root(document)));
-      return show(*item);
-    };
-  };
-  auto xmlItem = [](const xmlNode* n) { return XMLDataItemSpec::CreateXMLDataItem(n); };
-  auto ippItem = [](const xmlNode* n) { return IPPDataItemSpec::CreateIPPDataItemSpec(n); };
-  auto staticItem = [](const xmlNode* n) { return StaticDataItemSpec::CreateStaticDataItemSpec(n); };
-  auto name = [](const NvoDataItem& i) { return Show(i.GetName()); };
-  const struct {
-    const char* rule;
-    Read read;
-    std::string expected;
-  } rows[] = {
-      {"no Name: the AttributeID names the item",
-       element("<DataItem AttributeID='printer-state'/>", ippItem, name), "printer-state"},
-      {"nothing names it", element("<DataItem URI='/x'/>", xmlItem, name), "<null>"},
-      {"attribute names are exact", element("<DataItem name='lower'/>", xmlItem, name), "<null>"},
-      {"not an element", [] { return Show(std::unique_ptr<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(nullptr))->GetUri()); },
-       "<null>"},
-      {"a static item is its text content, not its Value",
-       element("<StaticDataItem Name='s' Value='attribute'>  text <b>and</b> more</StaticDataItem>", staticItem,
-               [](const StaticDataItemSpec& i) { return Show(i.GetStaticDataItemValue()); }),
-       "  text and more"},
-      {"a static item has no conversions",
-       element("<StaticDataItem Name='s'><Conversion Equals='a' Value='b'/></StaticDataItem>", staticItem,
-               [](const StaticDataItemSpec& i) { return std::to_string(i.GetEqualsConversions().size()); }),
-       "0"},
-      {"by hand with a command the job URI is kept",
-       [] {
-         std::unique_ptr<IPPDataItemSpec> i(IPPDataItemSpec::CreateIPPDataItemSpec(
-             u"JobState", u"Get-Job-Attributes", false, nullptr, u"ipp://h/job/1", 5, u"enum"));
-         return Show(i->GetJobUri()) + " " + Show(i->GetResourceUri());
-       },
-       "ipp://h/job/1 <null>"},
-      {"a walk by hand",
-       [] {
-         std::unique_ptr<NextOIDDataItemSpec> i(NextOIDDataItemSpec::CreateNextOidDataItemSpec(
-             u"w", u"1.3", nullptr, false, nullptr, 0, nullptr, true, 3));
-         return std::to_string(i->Count()) + (i->IsUntilEnd() ? " until end" : "");
-       },
-       "3 until end"},
-      {"the empty forms hold nothing but an empty N",
-       [] {
-         std::unique_ptr<OIDGetDataItemsSpec> rows(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec());
-         std::unique_ptr<XMLDataItemSpec> xml(XMLDataItemSpec::CreateXMLDataItem());
-         return Show(rows->GetN()) + "|" + Show(rows->GetName()) + "|" + Show(rows->GetOid().c_str()) + "|" +
-                Show(xml->GetXPath());
-       },
-       "|<null>||<null>"},
-      {"the job URI needs a command",
-       [] {
-         std::unique_ptr<IPPDataItemSpec> i(
-             IPPDataItemSpec::CreateIPPDataItemSpec(u"x", nullptr, false, nullptr, u"ipp://h/job/1", 5, nullptr));
-         return Show(i->GetJobUri());
-       },
-       "<null>"},
-      {"a lifespan keeps its low 32 bits",
-       [] {
-         std::unique_ptr<OIDDataItemSpec> i(OIDDataItemSpec::CreateOIDDataItemSpec(
-             u"p", u"1.3", nullptr, true, nullptr, 0x1'0000'0064ull, nullptr));
-         return std::to_string(i->GetLifespan());
-       },
-       "100"},
-      {"built by hand the N counter starts at 0",
-       [] {
-         std::unique_ptr<OIDGetDataItemsSpec> i(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(
-             u"levels", u"1.3.N", nullptr, false, nullptr, 0, nullptr, true, 4, u"7"));
-         return Show(i->GetN()) + " " + Show(i->GetOid().c_str());
-       },
-       "7 1.3.0"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(row.read(), row.expected) << row.rule;
+  std::vector<Xml::DocumentPtr> documents;
+  auto element = [&documents](const char* xml) { return Root(documents.emplace_back(Parse(xml))); };
+  // No Name: the AttributeID names the item; nothing else does, and attribute names are exact.
+  EXPECT_EQ(Show(Owned<IPPDataItemSpec>(IPPDataItemSpec::CreateIPPDataItemSpec(
+                     element("<DataItem AttributeID='printer-state'/>")))->GetName()),
+            "printer-state");
+  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem URI='/x'/>")))->GetName()),
+            "<null>");
+  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem name='x'/>")))->GetName()),
+            "<null>");
+  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(nullptr))->GetUri()), "<null>");
+  // A static item is its text content, not its Value, and has no conversions.
+  Owned<StaticDataItemSpec> fixed(StaticDataItemSpec::CreateStaticDataItemSpec(
+      element("<StaticDataItem Name='s' Value='v'>  text <b>and</b> more<Conversion Equals='a' Value='b'/></StaticDataItem>")));
+  EXPECT_EQ(Show(fixed->GetStaticDataItemValue()), "  text and more");
+  EXPECT_TRUE(fixed->GetEqualsConversions().empty());
+
+  // By hand: the job URI is kept only with a command.
+  Owned<IPPDataItemSpec> job(IPPDataItemSpec::CreateIPPDataItemSpec(u"JobState", u"Get-Job-Attributes", false, nullptr,
+                                                                    u"ipp://h/job/1", 5, u"enum"));
+  EXPECT_EQ(Show(job->GetJobUri()) + " " + Show(job->GetResourceUri()), "ipp://h/job/1 <null>");
+  EXPECT_EQ(Show(Owned<IPPDataItemSpec>(IPPDataItemSpec::CreateIPPDataItemSpec(u"x", nullptr, false, nullptr,
+                                                                               u"ipp://h/job/1", 5, nullptr))
+                     ->GetJobUri()),
+            "<null>");
+  Owned<NextOIDDataItemSpec> walk(
+      NextOIDDataItemSpec::CreateNextOidDataItemSpec(u"w", u"1.3", nullptr, false, nullptr, 0, nullptr, true, 3));
+  EXPECT_EQ(walk->Count(), 3);
+  EXPECT_TRUE(walk->IsUntilEnd());
+  // A lifespan keeps its low 32 bits; the N counter of a generated OID starts at 0.
+  EXPECT_EQ(Owned<OIDDataItemSpec>(OIDDataItemSpec::CreateOIDDataItemSpec(u"p", u"1.3", nullptr, true, nullptr,
+                                                                          0x1'0000'0064ull, nullptr))
+                ->GetLifespan(),
+            100u);
+  Owned<OIDGetDataItemsSpec> rows(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(
+      u"levels", u"1.3.N", nullptr, false, nullptr, 0, nullptr, true, 4, u"7"));
+  EXPECT_EQ(Show(rows->GetN()) + " " + Show(rows->GetOid().c_str()), "7 1.3.0");
+  // The empty forms hold nothing but an empty N.
+  Owned<OIDGetDataItemsSpec> none(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec());
+  EXPECT_EQ(Show(none->GetN()) + "|" + Show(none->GetName()) + "|" + Show(none->GetOid().c_str()), "|<null>|");
+  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem())->GetXPath()), "<null>");
 }
 
 TEST(DataItemElement, LifespanTransientAndCounts) {
@@ -115,6 +78,9 @@ TEST(DataItemElement, LifespanTransientAndCounts) {
       {"LifeSpan=\" 7\" Transient=\"yes\" Count=\"99999999999\"", 7, false, INT32_MAX},
       {"LifeSpan=\"99999999999\" Transient=\"true \" Count=\"-99999999999\"", 4294967295u, false, INT32_MIN},
       {"LifeSpan=\"s30\" Transient=\"\"", 0, false, 0},
+      {"LifeSpan=\"-4294967295\" Count=\"-2147483648\"", 1, false, INT32_MIN},
+      {"LifeSpan=\"+12abc\" Count=\"2147483648\"", 12, false, INT32_MAX},
+      {"Count=\"- 5\"", 0, false, 0},
   };
   for (const Case& c : cases) {
     auto document = Parse(std::string("<NextDataItem Name=\"n\" ") + c.attributes + "/>");
@@ -123,11 +89,6 @@ TEST(DataItemElement, LifespanTransientAndCounts) {
     EXPECT_EQ(item->IsTransient(), c.transient) << c.attributes;
     EXPECT_EQ(item->Count(), c.count) << c.attributes;
   }
-  EXPECT_EQ(DataMapDetail::ParseUnsigned("-4294967295"), 1u);
-  EXPECT_EQ(DataMapDetail::ParseUnsigned("+12abc"), 12u);
-  EXPECT_EQ(DataMapDetail::ParseSigned("-2147483648"), INT32_MIN);
-  EXPECT_EQ(DataMapDetail::ParseSigned("2147483648"), INT32_MAX);
-  EXPECT_EQ(DataMapDetail::ParseSigned("- 5"), 0);
 }
 
 TEST(DataItemCopies, CopiesOwnTheirTextsAndTables) {
@@ -162,36 +123,28 @@ TEST(DataItemCopies, CopiesOwnTheirTextsAndTables) {
   EXPECT_EQ(snapshot.GetNextOid(), u"1.1");  // the counter is copied too, then independent
 }
 
+// "o" is GetOid, "n" GetNextOid; the trace ends with the N counter.
 TEST(GeneratedOids, SequenceFromTheNAttribute) {
-  auto document = Parse(
-      "<m><GetDataItems Name=\"a\" OID=\"1.3.6.1.2.1.43.11.1.1.6.1.N\" N=\"1\"/>"
-      "<GetDataItems Name=\"b\" OID=\"1.3.6.N.1\"/>"
-      "<GetDataItems Name=\"c\" OID=\"1.N.2.N\" N=\"-2\"/>"
-      "<GetDataItems Name=\"d\" OID=\"1.3.6\" N=\"4\"/>"
-      "<GetDataItems Name=\"e\" N=\"1\"/></m>");
-  xmlNode* node = Root(document)->children;
-  Owned<OIDGetDataItemsSpec> a(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(node));
-  EXPECT_EQ(a->GetOid(), u"1.3.6.1.2.1.43.11.1.1.6.1.1");
-  EXPECT_EQ(a->GetOid(), u"1.3.6.1.2.1.43.11.1.1.6.1.2");
-  EXPECT_EQ(a->GetNextOid(), u"1.3.6.1.2.1.43.11.1.1.6.1.3");
-  EXPECT_EQ(a->GetNCounter(), 4);
-
-  Owned<OIDGetDataItemsSpec> b(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(node->next));
-  EXPECT_EQ(b->GetN(), nullptr);
-  EXPECT_EQ(b->GetOid(), u"");  // no N attribute: nothing generated, nothing advanced
-  EXPECT_EQ(b->GetNextOid(), u"1.3.6.0.1");
-  EXPECT_EQ(b->GetNextOid(), u"1.3.6.1.1");
-
-  Owned<OIDGetDataItemsSpec> c(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(node->next->next));
-  EXPECT_EQ(c->GetOid(), u"1.-2.2.N");  // only the first N
-  EXPECT_EQ(c->GetOid(), u"1.-1.2.N");
-
-  Owned<OIDGetDataItemsSpec> d(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(node->next->next->next));
-  EXPECT_EQ(d->GetNextOid(), u"1.3.6");
-  EXPECT_EQ(d->GetNCounter(), 5);
-
-  Owned<OIDGetDataItemsSpec> e(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(node->next->next->next->next));
-  EXPECT_EQ(e->GetNextOid(), u"");
+  const struct {
+    const char* attributes;
+    const char* calls;
+    std::string trace;
+  } rows[] = {
+      {"OID='1.3.N' N='1'", "oon", "1.3.1 1.3.2 1.3.3 #4"},
+      {"OID='1.3.6.N.1'", "onn", " 1.3.6.0.1 1.3.6.1.1 #2"},  // no N: GetOid generates nothing, advances nothing
+      {"OID='1.N.2.N' N='-2'", "oo", "1.-2.2.N 1.-1.2.N #0"},  // only the first N
+      {"OID='1.3.6' N='4'", "n", "1.3.6 #5"},
+      {"N='1'", "n", " #2"},
+  };
+  for (const auto& row : rows) {
+    auto document = Parse(std::string("<GetDataItems Name='a' ") + row.attributes + "/>");
+    Owned<OIDGetDataItemsSpec> item(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(Root(document)));
+    std::string trace;
+    for (const char* call = row.calls; *call != 0; ++call) {
+      trace += Show((*call == 'o' ? item->GetOid() : item->GetNextOid()).c_str()) + " ";
+    }
+    EXPECT_EQ(trace + "#" + std::to_string(item->GetNCounter()), row.trace) << row.attributes;
+  }
 }
 
 }  // namespace

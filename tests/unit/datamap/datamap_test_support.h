@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <libxml/tree.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -60,13 +61,9 @@ inline std::string FixturePath(const char* name) {
 
 using DataMapRef = QxUtils::Ref<Norvane::DataMapSpec>;
 
-struct CollectionRef {
-  Norvane::DataMapSpecCollection* collection;
-  explicit CollectionRef(Norvane::DataMapSpecCollection* c) : collection(c) {}
-  ~CollectionRef() { Norvane::DataMapSpecCollection::Dispose(collection); }
-  CollectionRef(const CollectionRef&) = delete;
-  CollectionRef& operator=(const CollectionRef&) = delete;
-  Norvane::DataMapSpecCollection* operator->() const { return collection; }
+struct DisposeCollection {
+  void operator()(Norvane::DataMapSpecCollection* c) const { Norvane::DataMapSpecCollection::Dispose(c); }
 };
+using CollectionRef = std::unique_ptr<Norvane::DataMapSpecCollection, DisposeCollection>;
 
 }  // namespace DataMapTest

@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "datamap/value_conversion.h"
 #include "datamap_test_support.h"
 
 namespace {
@@ -44,6 +43,17 @@ constexpr const char* kOrder =
 constexpr const char* kDefaults =
     "<Conversion Contains=\"DEFAULT\" Value=\"from contains\"/><Conversion Equals=\"Default\" Value=\"Other\"/>"
     "<Conversion Equals=\"3\" Value=\"idle\"/>";
+
+constexpr const char* kForms =
+    "<Conversion Equals=\"\" Value=\"blank\"/><Conversion Equals=\"-2147483648\" Value=\"min\"/>"
+    "<Conversion Equals=\"-2-2147483647\" Value=\"range\"/><Conversion Equals=\"\u00e9a\" Value=\"lowered\"/>";
+
+Variant NullText() {
+  VARIANT text;
+  VariantInit(&text);
+  text.vt = VT_BSTR;
+  return Variant(text);
+}
 
 TEST(ConvertValue, Rules) {
   const struct {
@@ -90,6 +100,14 @@ TEST(ConvertValue, Rules) {
       // An empty key is the only way, besides a default, to convert a boolean.
       {"<Conversion Equals=\"\" Value=\"blank\"/>", Flag(), "str:blank"},
       {"<Conversion Equals=\"\" Value=\"blank\"/>", Variant::FromString(u"x"), "str:x"},
+      {kForms, Bytes({0, 0, 0, 1}), "str:blank"},  // too short for a range: no text
+      {kForms, NullText(), "str:blank"},
+      {kForms, Variant::FromInt32(INT32_MIN), "str:min"},
+      {kForms, Bytes({0xff, 0xff, 0xff, 0xfe, 0x7f, 0xff, 0xff, 0xff}), "str:range"},
+      {kForms, Variant::FromString(u"\u00c9A"), "str:?A"},  // only ASCII letters are lowered
+      {"<Conversion Contains=\"x,\" Value=\"f\"/>", Variant::FromString(u"yxy"), "str:f"},  // an empty fragment
+      {"<Conversion Contains=\"\" Value=\"e\"/>", Variant::FromString(u"a,,b"), "str:e"},  // an empty token
+      {"<Conversion Contains=\"\" Value=\"e\"/>", Variant::FromString(u"a,b"), "str:a,b"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(ShowVariant(Adopt(ItemWith(row.conversions)->ConvertValue(row.raw.Get()))), row.expected)
@@ -103,38 +121,6 @@ TEST(ConvertValue, AnUnconvertedByteArrayIsACopy) {
   ASSERT_EQ(converted.Type(), VT_ARRAY | VT_UI1);
   EXPECT_NE(converted.Get().parray, bytes.Get().parray);
   EXPECT_EQ(converted.Get().parray->rgsabound[0].cElements, 3u);
-}
-
-TEST(ConvertValue, TextFormsAndContainsKeys) {
-  VARIANT nullString;
-  VariantInit(&nullString);
-  nullString.vt = VT_BSTR;
-  const struct {
-    Variant raw;
-    std::u16string text;
-  } forms[] = {
-      {Variant::FromInt32(INT32_MIN), u"-2147483648"},
-      {Bytes({0xff, 0xff, 0xff, 0xfe, 0x7f, 0xff, 0xff, 0xff}), u"-2-2147483647"},
-      {Bytes({0, 0, 0, 1}), u""},
-      {Variant::FromString(u"\u00c9A\u00e9Z"), u"\u00c9a\u00e9z"},  // only ASCII letters change
-      {Flag(), u""},
-      {Variant(nullString), u""},
-  };
-  for (const auto& form : forms) {
-    std::u16string text = u"stale";
-    DataMapDetail::LowerTextForm(form.raw.Get(), &text);
-    EXPECT_EQ(text, form.text) << ShowVariant(form.raw);
-  }
-  const struct {
-    const char16_t* key;
-    const char16_t* raw;
-    bool matches;
-  } keys[] = {
-      {u"a,", u"xa", true},  // an empty fragment always occurs
-      {u",", u"", true},     {u"", u"a,,b", true},  // an empty token of the raw text
-      {u"", u"a,b", false},  {u"b", u"a,b", true},   {u"a,b", u"a", false},
-  };
-  for (const auto& k : keys) EXPECT_EQ(DataMapDetail::ContainsKeyMatches(k.key, k.raw), k.matches);
 }
 
 TEST(ConvertValue, ConversionsAddedInMemoryAndOnStaticItems) {

@@ -4,15 +4,12 @@
 #include <libxml/tree.h>
 
 #include <chrono>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
 #include "datamap_test_support.h"
 #include "platform/xml.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 
@@ -48,8 +45,6 @@ TEST(XmlLoad, BytesTextAndFileGiveTheSameTreeWithoutBlankText) {
   Xml::DocumentPtr mixed = Parse("<a>x <b/> <c xml:space=\"preserve\"> </c><d>\n\t</d></a>");
   EXPECT_EQ(Xml::TextContentUtf8(Root(mixed)), "x  ");
   EXPECT_EQ(CountChildren(Root(mixed)->last), 0);
-  Xml::DocumentPtr onlyBlank = Parse("<DataMaps>\n</DataMaps>");
-  EXPECT_EQ(CountChildren(Root(onlyBlank)), 0);
 
   // UTF-16 text that claims UTF-16 in its declaration is still read correctly.
   Xml::DocumentPtr fromText;
@@ -85,23 +80,15 @@ TEST(XmlLoad, FailuresAreStatusesAndStaySilent) {
   EXPECT_EQ(Xml::LoadFile("/nonexistent/datamaps.xml", &document), S_FALSE);
   EXPECT_EQ(Xml::LoadFile("/tmp", &document), S_FALSE);
   EXPECT_EQ(Xml::LoadFile(static_cast<const char*>(nullptr), &document), E_INVALIDARG);
-  std::string errors = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(errors, "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(XmlLoad, ExternalEntitiesNeverReadFiles) {
-  char path[] = "/tmp/norvane_xxe_XXXXXX";
-  int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
+  NorvaneTest::TempDir dir;
+  const std::string path = dir.Path() + "/secret", dtdPath = dir.Path() + "/leak.dtd";
   const std::string secret = "NORVANE-SECRET-7f3a";
-  ASSERT_EQ(write(fd, secret.data(), secret.size()), static_cast<ssize_t>(secret.size()));
-  close(fd);
-  char dtdPath[] = "/tmp/norvane_xxe_dtd_XXXXXX";
-  int dtdFd = mkstemp(dtdPath);
-  ASSERT_GE(dtdFd, 0);
-  std::string dtd = "<!ENTITY leak SYSTEM \"file://" + std::string(path) + "\">";
-  ASSERT_EQ(write(dtdFd, dtd.data(), dtd.size()), static_cast<ssize_t>(dtd.size()));
-  close(dtdFd);
+  std::ofstream(path) << secret;
+  std::ofstream(dtdPath) << "<!ENTITY leak SYSTEM \"file://" << path << "\">";
 
   testing::internal::CaptureStderr();
   const std::string general = "<?xml version=\"1.0\"?><!DOCTYPE DataMaps [<!ENTITY xxe SYSTEM \"file://" +
@@ -119,11 +106,7 @@ TEST(XmlLoad, ExternalEntitiesNeverReadFiles) {
     EXPECT_EQ(Xml::TextContentUtf8(reinterpret_cast<xmlNode*>(document.get())).find(secret), std::string::npos);
     EXPECT_EQ(document->intSubset == nullptr ? nullptr : document->intSubset->entities, nullptr);
   }
-  std::string errors = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(errors.find(secret), std::string::npos);
-  EXPECT_EQ(errors, "");
-  std::remove(path);
-  std::remove(dtdPath);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(XmlLoad, EntityBombsHugeAttributesAndDeepNestingAreRefusedQuickly) {

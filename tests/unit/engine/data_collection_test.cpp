@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-
 #include "engine/data_collection_impl.h"
 #include "norvane/api.h"
 #include "platform/clock.h"
@@ -37,42 +36,29 @@ TEST(DataCollection, LifespansExpireAtTheirBoundary) {
   auto m = NewMapper();
   Variant v = Variant::FromString(u"idle");
   ASSERT_EQ(m->StoreValue(u"State", &v.Get(), 50), S_OK);
-  ASSERT_EQ(m->StoreValue(u"Model", &v.Get(), 0), S_OK);
-  VARIANT out;
-  VariantInit(&out);
-  {
-    ClockOffset later(49 * kTenthSecond);
-    ASSERT_EQ(m->GetValue(u"State", &out), S_OK);
-    EXPECT_EQ(Text(out), u"idle");
-    VariantClear(&out);
+  ASSERT_EQ(m->StoreValue(u"Model", &v.Get(), 0), S_OK);  // lifespan 0 never expires
+  const struct {
+    int64_t offset;
+    const char16_t* key;
+    HRESULT result;
+  } reads[] = {
+      {49 * kTenthSecond, u"State", S_OK},     {51 * kTenthSecond, u"State", E_FAIL}, {51 * kTenthSecond, u"Model", S_OK},
+      {-36000 * kTenthSecond, u"State", E_FAIL},  // the clock set back an hour: the stamp is in the future
+      {-36000 * kTenthSecond, u"Model", S_OK}, {0, u"Missing", E_FAIL},               {0, nullptr, E_FAIL},
+  };
+  for (const auto& read : reads) {
+    ClockOffset at(read.offset);
+    Variant out = Variant::FromInt32(77);
+    EXPECT_EQ(m->GetValue(read.key, out.Ptr()), read.result) << read.offset;
+    EXPECT_EQ(out.Get().vt, read.result == S_OK ? VT_BSTR : VT_I4);  // untouched on failure
   }
-  {
-    ClockOffset later(51 * kTenthSecond);
-    out.vt = VT_I4;
-    out.lVal = 77;
-    EXPECT_EQ(m->GetValue(u"State", &out), E_FAIL);
-    EXPECT_EQ(out.vt, VT_I4);  // untouched
-    EXPECT_EQ(out.lVal, 77);
-    ASSERT_EQ(m->GetValue(u"Model", &out), S_OK);  // lifespan 0 never expires
-    VariantClear(&out);
-  }
-  {
-    ClockOffset earlier(-3600LL * 10 * kTenthSecond);  // clock set back an hour
-    EXPECT_EQ(m->GetValue(u"State", &out), E_FAIL);    // stamp now in the future
-    ASSERT_EQ(m->GetValue(u"Model", &out), S_OK);
-    VariantClear(&out);
-  }
-  EXPECT_EQ(m->GetValue(u"Missing", &out), E_FAIL);
-  EXPECT_EQ(m->GetValue(nullptr, &out), E_FAIL);
   EXPECT_EQ(m->GetValue(u"Model", nullptr), E_FAIL);
   // A later store replaces the entry, stamp and all.
-  Variant fresh = Variant::FromInt32(3);
-  {
-    ClockOffset later(51 * kTenthSecond);
-    ASSERT_EQ(m->StoreValue(u"State", &fresh.Get(), 50), S_OK);
-    ASSERT_EQ(m->GetValue(u"State", &out), S_OK);
-    EXPECT_EQ(out.lVal, 3);
-  }
+  ClockOffset later(51 * kTenthSecond);
+  Variant fresh = Variant::FromInt32(3), out;
+  ASSERT_EQ(m->StoreValue(u"State", &fresh.Get(), 50), S_OK);
+  ASSERT_EQ(m->GetValue(u"State", out.Ptr()), S_OK);
+  EXPECT_EQ(out.Get().lVal, 3);
 }
 
 TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExactly) {
@@ -82,16 +68,13 @@ TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExac
                               u"dev:a:b", u"Dev:Upper"}) {
     m->StoreValue(key, &v.Get(), 0);
   }
-  VARIANT out;
-  VariantInit(&out);
-  EXPECT_EQ(m->GetValue(u"dev:Model", &out), S_OK);
-  VariantClear(&out);
+  Variant before, after;  // a read writes over its out value without clearing it
+  EXPECT_EQ(m->GetValue(u"dev:Model", before.Ptr()), S_OK);
   EXPECT_EQ(m->RemoveValuesWithPrefix(u"dev"), S_OK);
   // Lookups after a removal see the table as it is now.
-  EXPECT_EQ(m->GetValue(u"dev:Model", &out), E_FAIL);
+  EXPECT_EQ(m->GetValue(u"dev:Model", after.Ptr()), E_FAIL);
   m->StoreValue(u"dev:Model", &v.Get(), 0);
-  EXPECT_EQ(m->GetValue(u"dev:Model", &out), S_OK);
-  VariantClear(&out);
+  EXPECT_EQ(m->GetValue(u"dev:Model", after.Ptr()), S_OK);
   m->RemoveValuesWithPrefix(u"dev");
   std::vector<std::u16string> left;
   for (const auto& [key, value] : m->GetValueTable()) left.push_back(key);
@@ -103,32 +86,23 @@ TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExac
 
 TEST(DataCollection, StaticItemsAreStoredForeverAndLeaveTheDataMap) {
   auto m = NewMapper();
-  DataMapSpec* map = DataMapSpec::CreateDataMapSpec(DataMapTypeOID);
+  auto map = QxUtils::AdoptRef(DataMapSpec::CreateDataMapSpec(DataMapTypeOID));
   map->AddDataItemSpec(u"dev:Vendor", StaticDataItemSpec::CreateStaticDataItemSpec(u"Vendor", u"Acme", u"dev"));
   map->AddDataItemSpec(u"Alpha", StaticDataItemSpec::CreateStaticDataItemSpec(u"Alpha", u"first", nullptr));
   map->AddDataItemSpec(u"Model", XMLDataItemSpec::CreateXMLDataItem(u"Model", u"/u", u"//m", nullptr, false, 10, nullptr));
   map->AddDataItemSpec(u"zLast", StaticDataItemSpec::CreateStaticDataItemSpec(u"zLast", u"end", nullptr));
-  ASSERT_EQ(m->LoadStaticValues(map), S_OK);
-  VARIANT out;
-  VariantInit(&out);
-  {
-    ClockOffset muchLater(1000000LL * kTenthSecond);
-    ASSERT_EQ(m->GetValue(u"dev:Vendor", &out), S_OK);
-    EXPECT_EQ(Text(out), u"Acme");
-    VariantClear(&out);
-  }
-  ASSERT_EQ(m->GetValue(u"zLast", &out), S_OK);
-  VariantClear(&out);
+  ASSERT_EQ(m->LoadStaticValues(map.get()), S_OK);
+  ClockOffset muchLater(1000000LL * kTenthSecond);
+  Variant vendor, last;
+  ASSERT_EQ(m->GetValue(u"dev:Vendor", vendor.Ptr()), S_OK);
+  EXPECT_EQ(Text(vendor.Get()), u"Acme");
+  ASSERT_EQ(m->GetValue(u"zLast", last.Ptr()), S_OK);
   EXPECT_EQ(map->GetDataItemSpec(u"dev:Vendor"), nullptr);
   EXPECT_EQ(map->GetDataItemSpec(u"Alpha"), nullptr);
   EXPECT_NE(map->GetDataItemSpec(u"Model"), nullptr);
   EXPECT_NE(map->GetDataItemSpec(u"zLast"), nullptr);  // last in key order stays
   EXPECT_EQ(map->SizeOf(), 2);
-  map->Dispose();
-
-  DataMapSpec* empty = DataMapSpec::CreateDataMapSpec();
-  EXPECT_EQ(m->LoadStaticValues(empty), E_FAIL);
-  empty->Dispose();
+  EXPECT_EQ(m->LoadStaticValues(QxUtils::AdoptRef(DataMapSpec::CreateDataMapSpec()).get()), E_FAIL);
 }
 
 TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "norvane/api.h"
 #include "norvane/cache.h"
@@ -36,15 +37,8 @@ struct DataMap {
   }
 };
 
-
-CachedValue Cached(Variant v, uint64_t stamp, uint32_t lifespan) {
-  CachedValue c;
-  c.value = std::move(v);
-  c.stamp = stamp;
-  c.lifespan = lifespan;
-  return c;
-}
-
+// A value comes back with its type and stamp while the data map in force gives
+// it a lifespan that has not run out.
 TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   ScopedRegistryRoot root;
   uint64_t now = Now();
@@ -52,11 +46,15 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
     auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
     cache->SetDeviceIdentity(u"CN12345", u"VEXA");
     ValueTable table;
-    table[u"dev:Model"] = Cached(Variant::FromString(u"LX 9000"), now, 600);
-    table[u"Pages"] = Cached(Variant::FromInt32(-1), now, 600);
-    table[u"Forever"] = Cached(Variant::FromString(u"static"), 0, 0);
-    table[u"Stale"] = Cached(Variant::FromString(u"old"), now - 100 * kSecond, 10);
+    table[u"dev:Model"] = CachedValue{Variant::FromString(u"LX 9000"), now, 600};
+    table[u"Pages"] = CachedValue{Variant::FromInt32(-1), now, 600};
+    table[u"Forever"] = CachedValue{Variant::FromString(u"static"), 0, 0};
+    table[u"Stale"] = CachedValue{Variant::FromString(u"old"), now - 100 * kSecond, 10};
     ASSERT_EQ(cache->SetDataValues(table), S_OK);
+    Variant v = Variant::FromString(u"x");
+    for (auto [name, age] : {std::pair{u"Young", 59}, {u"Old", 61}, {u"Future", -3600}, {u"Unmapped", 0}}) {
+      ASSERT_EQ(cache->SetDataValue(name, &v.Get(), static_cast<int64_t>(now - age * kSecond)), S_OK);
+    }
   }
   EXPECT_TRUE(fs::exists(root.Path() + "/HKLM/Software/Norvane/Cache/CN12345/VEXA/values.reg"));
 
@@ -64,26 +62,27 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   reader->SetDeviceIdentity(u"CN12345", u"VEXA");
   DataMap map;
   map.Item(u"Model", u"dev", 600);
-  map.Item(u"Pages", nullptr, 600);
+  for (const char16_t* name : {u"Pages", u"Young", u"Old", u"Future"}) map.Item(name, nullptr, 600);
   map.Item(u"Stale", nullptr, 10);
   ValueTable table;
   ASSERT_EQ(reader->PopulateFromRegistry(map.map, &table), S_OK);
-  ASSERT_EQ(table.size(), 3u);
+  // "Forever" needs no item; expired entries are not written; a stamp after now
+  // is not trusted; an entry no item gives a lifespan is not read.
+  std::vector<std::u16string> keys;
+  for (const auto& [key, value] : table) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::u16string>{u"Forever", u"Pages", u"Young", u"dev:Model"}));
   EXPECT_EQ(std::u16string(table[u"dev:Model"].value.Get().bstrVal), u"LX 9000");
   EXPECT_EQ(table[u"dev:Model"].lifespan, 600u);
   EXPECT_EQ(table[u"dev:Model"].stamp, now);
   EXPECT_EQ(table[u"Pages"].value.Type(), VT_I4);
   EXPECT_EQ(table[u"Pages"].value.Get().lVal, -1);
-  EXPECT_EQ(table[u"Forever"].lifespan, 0u);  // "0" needs no item
-  EXPECT_EQ(table.count(u"Stale"), 0u);       // expired entries are not written
-  VARIANT v;
-  VariantInit(&v);
-  EXPECT_EQ(reader->GetDataValue(u"Pages", &v), S_OK);
-  EXPECT_EQ(v.lVal, -1);
-  EXPECT_EQ(reader->GetDataValue(u"Pages.Expires", &v), S_OK);  // companions are entries too
-  VariantClear(&v);
-  EXPECT_EQ(reader->GetDataValue(u"Missing", &v), S_FALSE);
-  EXPECT_EQ(reader->GetDataValue(nullptr, &v), S_FALSE);
+  EXPECT_EQ(table[u"Forever"].lifespan, 0u);
+  Variant pages, companion, missing;
+  EXPECT_EQ(reader->GetDataValue(u"Pages", pages.Ptr()), S_OK);
+  EXPECT_EQ(pages.Get().lVal, -1);
+  EXPECT_EQ(reader->GetDataValue(u"Pages.Expires", companion.Ptr()), S_OK);  // companions are entries too
+  EXPECT_EQ(reader->GetDataValue(u"Missing", missing.Ptr()), S_FALSE);
+  EXPECT_EQ(reader->GetDataValue(nullptr, missing.Ptr()), S_FALSE);
 
   // Another device or protocol has its own key.
   auto other = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Software\\Norvane\\Cache"));
@@ -91,27 +90,6 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   ValueTable none;
   EXPECT_EQ(other->PopulateFromRegistry(map.map, &none), S_FALSE);
   EXPECT_TRUE(none.empty());
-}
-
-TEST(RegCache, TheLifespanComesFromTheDataMapInForce) {
-  ScopedRegistryRoot root;
-  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Lifespans"));
-  Variant v = Variant::FromString(u"x");
-  uint64_t now = Now();
-  ASSERT_EQ(cache->SetDataValue(u"Young", &v.Get(), static_cast<int64_t>(now - 59 * kSecond)), S_OK);
-  ASSERT_EQ(cache->SetDataValue(u"Old", &v.Get(), static_cast<int64_t>(now - 61 * kSecond)), S_OK);
-  ASSERT_EQ(cache->SetDataValue(u"Future", &v.Get(), static_cast<int64_t>(now + 3600 * kSecond)), S_OK);
-  ASSERT_EQ(cache->SetDataValue(u"Unmapped", &v.Get(), static_cast<int64_t>(now)), S_OK);
-  DataMap map;
-  map.Item(u"Young", nullptr, 600);
-  map.Item(u"Old", nullptr, 600);
-  map.Item(u"Future", nullptr, 600);
-  ValueTable table;
-  ASSERT_EQ(cache->PopulateFromRegistry(map.map, &table), S_OK);
-  EXPECT_EQ(table.count(u"Young"), 1u);
-  EXPECT_EQ(table.count(u"Old"), 0u);
-  EXPECT_EQ(table.count(u"Future"), 0u);    // a stamp after now is not trusted
-  EXPECT_EQ(table.count(u"Unmapped"), 0u);  // no item gives it a lifespan
 }
 
 TEST(RegCache, ACompanionMustFollowItsValueDirectly) {
@@ -131,10 +109,10 @@ TEST(RegCache, ACompanionMustFollowItsValueDirectly) {
   EXPECT_EQ(table.count(u"Bad"), 0u);  // unreadable time
 }
 
-TEST(RegCache, NoPathNoStoreAndHostileIdentitiesStayInside) {
+TEST(RegCache, NoPathExpiredValuesAndHostileIdentitiesStoreNothing) {
   ScopedRegistryRoot root;
   ValueTable table;
-  table[u"a"] = Cached(Variant::FromString(u"1"), 0, 0);
+  table[u"a"] = CachedValue{Variant::FromString(u"1"), 0, 0};
   auto none = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(nullptr));
   EXPECT_EQ(none->SetDataValues(table), S_FALSE);
   Variant v = Variant::FromString(u"x");
@@ -152,90 +130,69 @@ TEST(RegCache, NoPathNoStoreAndHostileIdentitiesStayInside) {
   EXPECT_EQ(hostile->SetDataValue(u"a", &v.Get(), 0), S_FALSE);
   EXPECT_FALSE(fs::exists(root.Path() + "/escape"));
   EXPECT_FALSE(fs::exists(root.Path() + "/HKLM/Cache"));
-}
 
-TEST(RegCache, AllExpiredWritesNothing) {
-  ScopedRegistryRoot root;
-  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Expired"));
-  ValueTable table;
-  table[u"a"] = Cached(Variant::FromString(u"1"), Now() - 100 * kSecond, 1);
-  EXPECT_EQ(cache->SetDataValues(table), S_OK);
+  auto expired = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Expired"));
+  table[u"a"] = CachedValue{Variant::FromString(u"1"), Now() - 100 * kSecond, 1};
+  EXPECT_EQ(expired->SetDataValues(table), S_OK);  // all expired: nothing written
   EXPECT_FALSE(fs::exists(root.Path() + "/HKLM/Expired/values.reg"));
 }
 
-TEST(RegCache, ValuesOfOtherTypesWriteOnlyTheirCompanion) {
+// Values of other types write only their companion; a value too large for the
+// store fails, and the key keeps working.
+TEST(RegCache, WhatTheStoreCannotHold) {
   ScopedRegistryRoot root;
   auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Types"));
   Variant bytes = Variant::FromBytes("\x01\x02", 2);
   Variant machine = Variant::FromInt(7);
+  Variant small = Variant::FromString(u"kept");
+  Variant huge = Variant::FromString(std::u16string(1100000, u'x'));
   ASSERT_EQ(cache->SetDataValue(u"Blob", &bytes.Get(), 0), S_OK);
   ASSERT_EQ(cache->SetDataValue(u"Machine", &machine.Get(), 0), S_OK);
+  ASSERT_EQ(cache->SetDataValue(u"Small", &small.Get(), 0), S_OK);
+  EXPECT_EQ(cache->SetDataValue(u"Huge", &huge.Get(), 0), S_FALSE);
+  ValueTable table;
+  table[u"Huge"] = CachedValue{huge, 0, 0};
+  table[u"Later"] = CachedValue{small, 0, 0};
+  EXPECT_EQ(cache->SetDataValues(table), S_FALSE);  // the rest is still written
   Registry::Key key;
   ASSERT_EQ(Registry::Key::Open(Registry::Hive::LocalMachine, u"Types", &key), Registry::kSuccess);
   Registry::ValueList values;
   ASSERT_EQ(key.ReadValues(&values), Registry::kSuccess);
-  ASSERT_EQ(values.size(), 2u);
-  EXPECT_EQ(values[0].name, u"Blob.Expires");
-  EXPECT_EQ(values[1].name, u"Machine.Expires");
-}
-
-TEST(RegCache, AValueTooLargeForTheStoreFailsAndTheKeyKeepsWorking) {
-  ScopedRegistryRoot root;
-  auto cache = QxUtils::Ref<RegCacheProvider>::Adopt(RegCacheProvider::Create(u"Large"));
-  Variant small = Variant::FromString(u"kept");
-  Variant huge = Variant::FromString(std::u16string(1100000, u'x'));
-  ASSERT_EQ(cache->SetDataValue(u"Small", &small.Get(), 0), S_OK);
-  EXPECT_EQ(cache->SetDataValue(u"Huge", &huge.Get(), 0), S_FALSE);
-  ValueTable table;
-  table[u"Huge"] = Cached(huge, 0, 0);
-  table[u"Later"] = Cached(small, 0, 0);
-  EXPECT_EQ(cache->SetDataValues(table), S_FALSE);  // the rest is still written
-  DataMap map;
-  ValueTable read;
-  ASSERT_EQ(cache->PopulateFromRegistry(map.map, &read), S_OK);
-  EXPECT_EQ(read.size(), 2u);
-  EXPECT_EQ(read.count(u"Small") + read.count(u"Later"), 2u);
+  std::vector<std::u16string> names;
+  for (const auto& value : values) names.push_back(value.name);
+  EXPECT_EQ(names, (std::vector<std::u16string>{u"Blob.Expires", u"Later", u"Later.Expires", u"Machine.Expires",
+                                                 u"Small", u"Small.Expires"}));
 }
 
 TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {
   ScopedRegistryRoot root;
+  Variant level = Variant::FromInt32(-1);
+  auto none = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(PrintDataCacheProvider::kNoPrinter));
+  EXPECT_EQ(none->SetDataValue(u"a", &level.Get(), 0), S_FALSE);  // no printer, no store
+  EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));
+
   uintptr_t printer = OpenPrinterDataHandle(u"Front Desk");
+  DataMap map;
+  ValueTable table;
   {
     auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
-    auto* concrete = dynamic_cast<PrintDataCacheProvider*>(cache.get());
-    ASSERT_NE(concrete, nullptr);
-    DataMap map;
-    ValueTable table;
-    EXPECT_EQ(concrete->PopulateFromRegistry(map.map, &table), S_FALSE);  // no data yet
-    Variant v = Variant::FromInt32(-1);
-    ASSERT_EQ(cache->SetDataValue(u"Level", &v.Get(), 0), S_OK);
-    VARIANT out;
-    VariantInit(&out);
-    EXPECT_EQ(cache->GetDataValue(u"Level", &out), S_FALSE);  // not re-read
-    Variant null;
+    EXPECT_EQ(dynamic_cast<PrintDataCacheProvider*>(cache.get())->PopulateFromRegistry(map.map, &table), S_FALSE);
+    ASSERT_EQ(cache->SetDataValue(u"Level", &level.Get(), 0), S_OK);
+    Variant out, null;
+    EXPECT_EQ(cache->GetDataValue(u"Level", out.Ptr()), S_FALSE);  // not re-read
     null.Get().vt = VT_NULL;
     EXPECT_EQ(cache->SetDataValue(u"Nothing", &null.Get(), 0), S_FALSE);
   }
   auto again = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
-  VARIANT out;
-  VariantInit(&out);
-  ASSERT_EQ(again->GetDataValue(u"Level", &out), S_OK);
-  EXPECT_EQ(out.vt, VT_I4);
-  EXPECT_EQ(out.lVal, -1);
-  DataMap map;
-  ValueTable table;
-  ASSERT_EQ(dynamic_cast<PrintDataCacheProvider*>(again.get())->PopulateFromRegistry(map.map, &table), S_OK);
+  Variant out;
+  ASSERT_EQ(again->GetDataValue(u"Level", out.Ptr()), S_OK);
+  EXPECT_EQ(out.Type(), VT_I4);
+  EXPECT_EQ(out.Get().lVal, -1);
+  auto* concrete = dynamic_cast<PrintDataCacheProvider*>(again.get());
+  ASSERT_EQ(concrete->PopulateFromRegistry(map.map, &table), S_OK);
   EXPECT_EQ(table.count(u"Level"), 1u);
-  EXPECT_EQ(dynamic_cast<PrintDataCacheProvider*>(again.get())->PopulateFromRegistry(nullptr, &table), S_FALSE);
+  EXPECT_EQ(concrete->PopulateFromRegistry(nullptr, &table), S_FALSE);
   ClosePrinterDataHandle(printer);
-}
-
-TEST(PrintDataCache, NoPrinterMeansNoStore) {
-  ScopedRegistryRoot root;
-  auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(PrintDataCacheProvider::kNoPrinter));
-  Variant v = Variant::FromString(u"x");
-  EXPECT_EQ(cache->SetDataValue(u"a", &v.Get(), 0), S_FALSE);
-  EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));
 }
 
 TEST(PrintDataCache, LongPrinterNamesKeepTheirOwnCache) {
@@ -253,12 +210,10 @@ TEST(PrintDataCache, LongPrinterNamesKeepTheirOwnCache) {
   }
   auto again = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
   auto twinCache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(other));
-  VARIANT out;
-  VariantInit(&out);
-  ASSERT_EQ(again->GetDataValue(u"Model", &out), S_OK);
-  EXPECT_EQ(std::u16string(out.bstrVal), u"LX 9000");
-  VariantClear(&out);
-  EXPECT_EQ(twinCache->GetDataValue(u"Model", &out), S_FALSE);
+  Variant model, none;
+  ASSERT_EQ(again->GetDataValue(u"Model", model.Ptr()), S_OK);
+  EXPECT_EQ(std::u16string(model.Get().bstrVal), u"LX 9000");
+  EXPECT_EQ(twinCache->GetDataValue(u"Model", none.Ptr()), S_FALSE);
   ClosePrinterDataHandle(printer);
   ClosePrinterDataHandle(other);
 }
