@@ -10,7 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <vector>
+#include <tuple>
 
 #include "../bench_env.h"
 #include "norvane/api.h"

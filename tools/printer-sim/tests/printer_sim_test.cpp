@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <vector>
 
 namespace printersim {
 namespace {
