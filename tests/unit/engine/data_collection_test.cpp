@@ -14,16 +14,14 @@ constexpr int64_t kTenthSecond = 1000000;
 
 // The smallest mapper: the collection's own table and nothing behind it.
 class TestMapper : public DisposableObject<DataCollectionImpl> {
- public:
-  static TestMapper* Create() {
-    auto* m = new TestMapper();
-    m->AddRef();
-    return m;
-  }
   std::u16string GetDataMapName() override { return u"Test"; }
 };
 
-QxUtils::Ref<TestMapper> NewMapper() { return QxUtils::AdoptRef(TestMapper::Create()); }
+QxUtils::Ref<DataCollectionImpl> NewMapper() {
+  DataCollectionImpl* m = new TestMapper();
+  m->AddRef();
+  return QxUtils::AdoptRef(m);
+}
 
 struct ClockOffset {
   explicit ClockOffset(int64_t ticks) { SetFileTimeOffsetForTesting(ticks); }
