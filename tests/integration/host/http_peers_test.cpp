@@ -92,7 +92,7 @@ class HostHttpPeers : public ::testing::Test {
     return stream;
   }
 
-  // A whole-body request on the second web port; untyped unless a type is given.
+  // A whole-body request on the second web port, sent when a response is asked for.
   HRESULT Post(Ref<Norvane::HTTPRequest>& request, const char16_t* resource, const std::string& body,
                Norvane::HTTPResponse** response, const char16_t* method = u"POST") {
     EXPECT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
