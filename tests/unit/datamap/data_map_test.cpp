@@ -43,30 +43,23 @@ TEST(DataMapElement, NameCaseRulesAndProtocols) {
       "<ippDataMap><ippparams Name=\"p\"/></ippDataMap><Unknown/>text</dataMAPS>");
   CollectionRef collection(DataMapSpecCollection::CreateDataMapSpecCollection(Root(document)));
   ASSERT_EQ(collection->GetCount(), 9);
-
-  DataMapSpec* vexa = collection->GetDataMapSpec(0);
-  EXPECT_EQ(vexa->GetProtocolType(), u"vexa");  // kept as written, compared without case
-  EXPECT_EQ(vexa->GetDataMapType(), DataMapTypeVEXA);
-  EXPECT_EQ(Walk(vexa), (std::vector<std::string>{"Model", "PageCount"}));
-  EXPECT_EQ(vexa->GetDataItemSpec(u"pagecount"), nullptr);  // keys compare exactly
-
-  // The attribute is "Protocol", exactly.
+  // The attribute is "Protocol", exactly; its value compares without case and is
+  // kept as written. <Unknown/> and the text node are data maps of no type.
+  const DataMapTypeEnum types[] = {DataMapTypeVEXA, DataMapTypeNone, DataMapTypeWS,   DataMapTypePLSXML, DataMapTypeNone,
+                                   DataMapTypeOID,  DataMapTypeIPP,  DataMapTypeNone, DataMapTypeNone};
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(collection->GetDataMapSpec(i)->GetDataMapType(), types[i]) << i;
+  EXPECT_EQ(collection->GetDataMapSpec(0)->GetProtocolType(), u"vexa");
   EXPECT_EQ(collection->GetDataMapSpec(1)->GetProtocolType(), u"");
-  EXPECT_EQ(collection->GetDataMapSpec(1)->GetDataMapType(), DataMapTypeNone);
-  EXPECT_EQ(collection->GetDataMapSpec(2)->GetDataMapType(), DataMapTypeWS);
-  EXPECT_EQ(collection->GetDataMapSpec(3)->GetDataMapType(), DataMapTypePLSXML);
-  EXPECT_EQ(collection->GetDataMapSpec(4)->GetDataMapType(), DataMapTypeNone);
   EXPECT_EQ(collection->GetDataMapSpec(4)->GetProtocolType(), u"SOAP");
 
+  DataMapSpec* vexa = collection->GetDataMapSpec(0);
+  EXPECT_EQ(Walk(vexa), (std::vector<std::string>{"Model", "PageCount"}));
+  EXPECT_EQ(vexa->GetDataItemSpec(u"pagecount"), nullptr);  // keys compare exactly
   DataMapSpec* oid = collection->GetDataMapSpec(5);
   EXPECT_EQ(oid->GetProtocolType(), u"OID");  // whatever its attributes say
   EXPECT_NE(dynamic_cast<OIDDataItemSpec*>(oid->GetDataItemSpec(u"d")), nullptr);
   EXPECT_NE(static_cast<OIDDataItemSpec*>(oid->GetDataItemSpec(u"n"))->GetNextOIDDataItemSpec(), nullptr);
-
-  EXPECT_EQ(collection->GetDataMapSpec(6)->GetDataMapType(), DataMapTypeIPP);
   EXPECT_NE(collection->GetDataMapSpec(6)->GetDataItemSpec(u"IPPParams"), nullptr);
-  EXPECT_EQ(collection->GetDataMapSpec(7)->GetDataMapType(), DataMapTypeNone);  // <Unknown/>
-  EXPECT_EQ(collection->GetDataMapSpec(8)->GetDataMapType(), DataMapTypeNone);  // the text node
 }
 
 TEST(DataMapElement, LastOfTheSameNameWinsAndNamelessItemsAreDropped) {
