@@ -12,6 +12,7 @@
 #include "logging_test_util.h"
 #include "norvane/platform.h"
 #include "support/logging/log_file.h"
+#include "support/logging/parameter_block.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -187,6 +188,19 @@ TEST_F(LogFileOutput, AStartingFileIsAppendedToUnlessAskedToReplaceItAndItsNameI
   QxLogging::RefreshLogSettings();
   Probe(module, 0);
   EXPECT_EQ(ReadLog(File("replace.log")), "(->) Printer::Probe\r\n");
+}
+
+// A record that cannot have the settings lock within its wait is dropped
+// rather than holding up its caller.
+TEST_F(LogFileOutput, ARecordWaitingTooLongForTheSettingsIsDropped) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Text(u"LogFileName", File("held.log"))});
+  CLogModule module("HeldModule", "01:02:03");
+  Probe(module, 1);
+  std::unique_lock<std::recursive_timed_mutex> held(QxLogging::CLogParameterBlock::Instance().Lock());
+  std::thread([&module] { Probe(module, 2); }).join();
+  held.unlock();
+  Probe(module, 3);
+  EXPECT_EQ(ReadLog(File("held.log")), "(I0) probing 1\r\n(I0) probing 3\r\n");
 }
 
 TEST_F(LogFileOutput, LinesOfConcurrentThreadsNeverInterleave) {

@@ -33,9 +33,7 @@ TEST_F(LogSettings, WithoutConfigurationNothingIsWrittenAndTheGateCloses) {
   EXPECT_EQ(GetLastError(), 5u);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   // After the first record found no settings, records cost only the gate.
-  for (uint32_t category : {0x10u, 0x20u, 0x80u, 0x400u, 0x800u, 0x20000000u}) {
-    EXPECT_FALSE(module.MayWant(category)) << category;
-  }
+  for (uint32_t category : {0x10u, 0x20u, 0x80u, 0x400u, 0x800u, 0x20000000u}) EXPECT_FALSE(module.MayWant(category));
   // A root key whose categories have no output also keeps the gate closed.
   SetKey(RootKey(), {Dword(u"LogCategories", 0x400 | 0x800)});
   QxLogging::RefreshLogSettings();
