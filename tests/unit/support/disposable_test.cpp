@@ -36,10 +36,8 @@ TEST(Disposable, CountsAreLoggedAndOnlyTheLastDisposeDestroysUnlessKeptAlive) {
   Probe* p = Probe::Create();
   const ::IDisposable* registered = p;
   EXPECT_TRUE(QxUtils::IsRegisteredDisposable(registered));
-  EXPECT_EQ(p->AddRef(), 2u);
-  EXPECT_EQ(p->AddRef(), 3u);
-  EXPECT_EQ(p->Dispose(), 2u);
-  EXPECT_EQ(p->Dispose(), 1u);
+  EXPECT_EQ((std::vector<uint32_t>{p->AddRef(), p->AddRef(), p->Dispose(), p->Dispose()}),
+            (std::vector<uint32_t>{2, 3, 2, 1}));
   EXPECT_EQ(g_destroyed.load(), before);
   EXPECT_EQ(p->Dispose(), 0u);
   EXPECT_EQ(g_destroyed.load(), before + 1);
