@@ -17,9 +17,9 @@ namespace {
 
 using Norvane::Variant;
 
-TEST(Platform, BstrCarriesItsByteLengthAndMayHoldZeros) {
-  const char16_t text[] = {u'a', 0, u'b'};
-  BSTR b = SysAllocStringLen(text, 3);
+TEST(Platform, BstrCarriesItsByteLengthAndVariantsCopyDeepAndFailAllocationsWithAnError) {
+  const char16_t withZero[] = {u'a', 0, u'b'};
+  BSTR b = SysAllocStringLen(withZero, 3);
   ASSERT_NE(b, nullptr);
   EXPECT_EQ(SysStringLen(b), 3u);
   EXPECT_EQ(b[3], 0);  // terminated past the length
@@ -29,9 +29,8 @@ TEST(Platform, BstrCarriesItsByteLengthAndMayHoldZeros) {
   SysFreeString(b);
   EXPECT_EQ(SysAllocString(nullptr), nullptr);
   EXPECT_EQ(SysStringLen(nullptr), 0u);
-}
 
-TEST(Platform, VariantCopyIsDeepForStringsAndByteArraysAndAllocationFailureThrows) {
+  // Variant copies are deep for strings and byte arrays.
   Variant bytes = Variant::FromBytes("\x01\x02\x03", 3);
   Variant copy = bytes;
   ASSERT_NE(copy.Get().parray, bytes.Get().parray);

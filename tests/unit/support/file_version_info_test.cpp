@@ -55,15 +55,13 @@ TEST(FileVersionInfo, LastTranslationHoldingTheNameWinsInTheTranslationTablesOrd
   }
 }
 
-TEST(FileVersionInfo, TheLibraryCarriesItsOwnVersion) {
+// The library carries its own version; a copy of it cut short or with its
+// version section's header pointing past the end yields nothing, and so do
+// files without the section.
+TEST(FileVersionInfo, TheLibraryCarriesItsOwnVersionAndDamagedOrForeignFilesNone) {
   CFileVersionInfo info(NORVANE_LIBRARY_PATH);
   EXPECT_EQ(Narrow(info.GetFileVersion()), NORVANE_VERSION_STRING);
   EXPECT_EQ(Narrow(info.GetProductName()), "Norvane");
-}
-
-// A copy of the library, cut short or with its version section's header
-// pointing past the end, yields nothing; so do files without the section.
-TEST(FileVersionInfo, DamagedOrForeignFilesHaveNoInformation) {
   std::ifstream in(NORVANE_LIBRARY_PATH, std::ios::binary);
   const std::string library{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   NorvaneTest::TempDir dir;
