@@ -131,6 +131,7 @@ TEST_F(IppSimFaults, ProviderCreationOutcomes) {
     EXPECT_EQ(provider->GetPrinterURI(), u"ipp://127.0.0.1" + std::u16string(kPath, kPath + sizeof kPath - 1));
     EXPECT_FALSE(provider->IsSecure());
     EXPECT_EQ(provider->GetSecurityFlags(), 0u);  // plain IPP keeps no TLS flags
+    EXPECT_EQ(provider->GetTimeValue(0), 30000u);
   }
   // Arguments and URIs are refused before anything is sent.
   EXPECT_EQ(IPPProviderImpl::Create2(nullptr, uri.c_str(), 0), nullptr);

@@ -12,8 +12,10 @@ namespace {
 using Norvane::IPPAttributeStruct;
 using Norvane::IPPRequestAttributes;
 
-TEST(IppRequestAttributes, TextsAreCopiesAndResolutionUnitsOnlyInchesOrCentimetres) {
+TEST(IppRequestAttributes, TextsAndAttributesAreCopiesAndBadValuesAreRefused) {
   auto r = QxUtils::AdoptRef(CreateIPPRequest());
+  auto* impl = dynamic_cast<IPPRequestAttributes*>(r.get());
+  ASSERT_NE(impl, nullptr);
   char source[] = "report";
   r->SetJobName(source);
   source[0] = 'X';
@@ -26,28 +28,20 @@ TEST(IppRequestAttributes, TextsAreCopiesAndResolutionUnitsOnlyInchesOrCentimetr
   EXPECT_EQ(std::u16string(r->GetUsername()), u"alice");
   EXPECT_EQ(r->GetPrintContentOptimize(), 0u);  // host-only defaults: the encoder never sends them
   EXPECT_TRUE(r->GetMarginsPreApplied());
+  // Resolution units are inches or centimetres only.
   for (auto [set, kept] : {std::pair{5, 0}, {4, 4}, {0, 4}, {3, 3}}) {
     r->SetPrinterResolutionUnits(set);
     EXPECT_EQ(r->GetPrinterResolutionUnits(), kept) << set;
   }
-}
-
-TEST(IppRequestAttributes, HeadersAreReplacedByNameAndRemovedByANullValue) {
-  auto r = QxUtils::AdoptRef(CreateIPPRequest());
+  // Headers are replaced by their exact name and removed by a null value.
   r->AddExtraHTTPHeader(u"X-Trace", u"1");
   r->AddExtraHTTPHeader(u"X-Trace", u"2");
   r->AddExtraHTTPHeader(u"x-trace", u"3");
   r->AddExtraHTTPHeader(nullptr, u"ignored");
-  EXPECT_EQ(r->GetExtraHTTPHeader(),
-            (std::map<std::u16string, std::u16string>{{u"X-Trace", u"2"}, {u"x-trace", u"3"}}));
+  EXPECT_EQ(r->GetExtraHTTPHeader(), (std::map<std::u16string, std::u16string>{{u"X-Trace", u"2"}, {u"x-trace", u"3"}}));
   r->AddExtraHTTPHeader(u"X-Trace", nullptr);
   EXPECT_EQ(r->GetExtraHTTPHeader(), (std::map<std::u16string, std::u16string>{{u"x-trace", u"3"}}));
-}
-
-TEST(IppRequestAttributes, AttributesAreCopiedWithTerminatedTextsAndEmptyOnesRefused) {
-  auto r = QxUtils::AdoptRef(CreateIPPRequest());
-  auto* impl = dynamic_cast<IPPRequestAttributes*>(r.get());
-  ASSERT_NE(impl, nullptr);
+  // Encoded attributes are copied; empty ones are refused.
   uint8_t bytes[] = {0x44, 0x00, 0x01, 'k', 0x00, 0x01, 'v'};
   EXPECT_EQ(r->AddIPPRequest(1, bytes, 0), E_INVALIDARG);
   EXPECT_EQ(r->AddIPPRequest(1, nullptr, 7), E_INVALIDARG);
@@ -57,7 +51,7 @@ TEST(IppRequestAttributes, AttributesAreCopiedWithTerminatedTextsAndEmptyOnesRef
   ASSERT_EQ(impl->GetBlobVector().size(), 1u);
   EXPECT_EQ(std::string(impl->GetBlobVector()[0].blobArray.begin(), impl->GetBlobVector()[0].blobArray.end()),
             std::string("\x44\0\x01k", 4));
-
+  // Structured ones get their texts terminated.
   IPPAttributeStruct a;
   std::memset(&a, 'x', sizeof a);  // no terminators anywhere
   a.valueTag = 0x44;

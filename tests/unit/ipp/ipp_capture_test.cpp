@@ -55,8 +55,6 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
       {epson, "media-col-ready.COL2.media-type", "photographic"},
       {epson, "media-col-ready[1].media-source", "photo"},
       {epson, "media-col-ready[media-source=photo].media-size.x-dimension", "10160"},
-      {epson, "media-col-ready[0].media-size.y-dimension", "27940"},
-      {xerox, "printer-state-reasons", "none"},
       {xerox, "printer-state-message", "Printer is ready to print."},
       {xerox, "marker-levels", "62"},
       {xerox, "media-col-ready.COL1.media-source", "tray-1"},
@@ -65,10 +63,8 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
       {toner, "printer-state-reasons", "toner-empty-error"},
       {brother, "marker-levels", "11,9,45,11"},
       {brother, "marker-names", "<vt 0>"},  // names with a language are read past
-      {hp, "marker-levels", "20,20,20,20"},
       {hp, "printer-alert.severity", "other"},
       {kyocera, "status-code", "1"},  // partial success
-      {kyocera, "printer-state", "3"},
       {jobs, "job-name", "Microsoft Word - \xD0\xA2\xD0\xA1\xD0\x94"},
   };
   for (const Case& c : cases) {
