@@ -73,10 +73,7 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
     *response = response_;
     return S_OK;
   }
-  HRESULT SetSecurityFlags(uint32_t flags) override {
-    exchange_.securityFlags = flags;
-    return S_OK;
-  }
+  HRESULT SetSecurityFlags(uint32_t) override { return S_OK; }
   uint32_t GetErrorCode() override { return 0; }
 
  private:
@@ -116,12 +113,6 @@ HRESULT FakeAddress::GetMIBConnection(Norvane::MIBConnection** connection) {
 
 HRESULT FakeAddress::SetPortText(const char16_t* port) {
   portText_ = port == nullptr ? u"" : port;
-  return S_OK;
-}
-
-HRESULT FakeAddress::SetSecure(bool value) {
-  std::lock_guard<std::recursive_mutex> lock(mutex);
-  secure = value;
   return S_OK;
 }
 

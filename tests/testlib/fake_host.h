@@ -17,7 +17,6 @@ namespace NorvaneTest {
 struct FakeExchange {
   std::u16string resource;
   uint32_t port = 0;
-  uint32_t securityFlags = 0;
   std::string body;  // SetBody / SendBody, then every chunk as written
 };
 
@@ -38,7 +37,7 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   HRESULT GetMIBConnection(Norvane::MIBConnection** connection) override;
   HRESULT SetPortText(const char16_t* port) override;
   const char16_t* GetPortText() override { return portText_.c_str(); }
-  HRESULT SetSecure(bool secure) override;
+  HRESULT SetSecure(bool) override { return S_OK; }
 
   // Held while a request is made, answered or destroyed, so that a provider's
   // polling threads may share the address; tests read the fields below once
@@ -49,7 +48,6 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   // Every exchange sent so far.
   std::vector<FakeExchange> exchanges;
   HRESULT createRequestResult = S_OK;
-  bool secure = false;
   int requestsCreated = 0;
   int requestsAlive = 0;  // requests not yet destroyed
 

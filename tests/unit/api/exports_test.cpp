@@ -13,15 +13,12 @@ using NorvaneTest::FakeAddress;
 // never probed).
 TEST(Exports, PrintProviderFactoriesRefuseOtherSchemesBeforeAnyNetworkActivity) {
   auto address = QxUtils::AdoptRef(FakeAddress::Create(u"USB001"));
-  struct Case {
-    bool secure;
-    const char16_t* uri;
-  } cases[] = {{false, u"ipps://host/ipp/print"}, {false, u"IPP://host/ipp/print"}, {false, u"http://host/ipp/print"},
-               {false, u""}, {false, nullptr}, {true, u"ipp://host/ipp/print"}, {true, u"IPPS://host/ipp/print"}};
-  for (const Case& c : cases) {
+  for (auto [secure, uri] : std::initializer_list<std::pair<bool, const char16_t*>>{
+           {false, u"ipps://host/ipp/print"}, {false, u"IPP://host/ipp/print"}, {false, u"http://host/ipp/print"},
+           {false, u""}, {false, nullptr}, {true, u"ipp://host/ipp/print"}, {true, u"IPPS://host/ipp/print"}}) {
     SetLastError(0);
-    EXPECT_EQ(c.secure ? CreateSecureIPPPrintProvider(address.get(), c.uri, 0)
-                       : CreateIPPPrintProvider(address.get(), c.uri), nullptr);
+    EXPECT_EQ(secure ? CreateSecureIPPPrintProvider(address.get(), uri, 0) : CreateIPPPrintProvider(address.get(), uri),
+              nullptr);
     EXPECT_EQ(GetLastError(), 87u);
   }
   EXPECT_EQ(address->requestsCreated, 0);

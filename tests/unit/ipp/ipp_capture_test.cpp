@@ -81,23 +81,9 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
   EXPECT_STREQ(response->GetJobStateReasons(), "job-completed-successfully");
 }
 
-TEST(IppCaptures, Ipp1ResponsesAreRefused) {
-  for (const char* name : {"python-ipp__get-printer-attributes-error-0x0503.bin",
-                           "ipp-client-kotlin__Xerox_B210_Printer__printer-stopped-media-jam.res",
-                           "ipp-client-kotlin__invalidHpNameWithLanguage.response",
-                           "ipp-client-kotlin__invalidXeroxMediaCol.response",
-                           "ipp-client-kotlin__invalidBrotherMediaTypeSupported.response",
-                           "ipp-client-kotlin__CUPS__Cups-Get-Printers.ipp",
-                           "SharpIppNext__GetPrinterAttributes_Canon_MX490_series_low_supply.bin",
-                           "SharpIppNext__GetPrinterAttributes_HP_Color_LaserJet_MFP_M476dn.bin"}) {
-    Decoded d(Capture(name));
-    EXPECT_EQ(d.result, E_FAIL) << name;
-    EXPECT_TRUE(d.ops.GetValueMap().Empty()) << name;
-  }
-}
-
-// The same bytes relabelled IPP/2.0: the sound ones decode, the two that
-// their printers malformed still fail.
+// Answers of IPP/1.1 printers (refused as they are: only IPP/2.x is read)
+// relabelled IPP/2.0: the sound ones decode, the two that their printers
+// malformed still fail.
 std::string AsIpp2(std::string bytes) {
   bytes[0] = 2;
   bytes[1] = 0;

@@ -173,6 +173,7 @@ TEST(IppResponseStructure, JobValuesComeFromTheFirstJob) {
   auto r = QxUtils::Ref<Norvane::IPPResponseBase>::Adopt(CreateIPPResponse());
   ASSERT_EQ(ops.FormResponseStructure(10, r.get()), S_OK);
   EXPECT_STREQ(r->GetSuccessStatus(), "0");
+  EXPECT_STREQ(r->GetRequestID(), "100");
   EXPECT_EQ(r->GetJobID(), 93);
   EXPECT_STREQ(r->GetJobURI(), "ipp://p/jobs/93");
   EXPECT_STREQ(r->GetJobState(), "Processing");

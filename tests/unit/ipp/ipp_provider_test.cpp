@@ -12,11 +12,10 @@
 #include <string>
 
 #include "ipp/ipp_provider_impl.h"
-#include "ipp_test_util.h"
+#include "support/string_utils.h"
 
 namespace {
 
-using namespace IppTest;
 using Norvane::IppUriScheme;
 using Norvane::IPPProviderImpl;
 

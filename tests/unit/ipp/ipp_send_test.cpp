@@ -3,6 +3,7 @@
 // request. Exchanges with a printer are in the integration bench.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "ipp/ipp_operations.h"
@@ -44,16 +45,12 @@ TEST(IppSend, RefusalsMakeNoRequest) {
 }
 
 TEST(IppSend, PortFollowsSecurityAndThePortText) {
-  struct Case {
-    bool secure;
-    const char16_t* portText;
-    uint32_t port;
-  } cases[] = {{false, u"", 631}, {false, u"443", 631}, {true, u"", 443},
-               {true, u"443", 443}, {true, u"631", 631}, {true, u"8631", 443}};
-  for (const Case& c : cases) {
-    auto address = NewAddress();
-    address->SetPortText(c.portText);
-    EXPECT_EQ(IPPOperations::ChoosePort(address.get(), c.secure), c.port);
+  auto address = NewAddress();
+  for (auto [secure, text, port] : std::initializer_list<std::tuple<bool, const char16_t*, uint32_t>>{
+           {false, u"", 631}, {false, u"443", 631}, {true, u"", 443}, {true, u"443", 443}, {true, u"631", 631},
+           {true, u"8631", 443}}) {
+    address->SetPortText(text);
+    EXPECT_EQ(IPPOperations::ChoosePort(address.get(), secure), port) << secure << QxUtils::WideToUtf8(text);
   }
 }
 
