@@ -87,7 +87,7 @@ TEST(IppProviderUri, CrackingGivesTheResourceOrTheCreationErrorCode) {
       EXPECT_EQ(resource, u"untouched");
     }
   }
-  // The longest parts that crack, and one character more.
+  // The longest host, scheme and path that crack, and one character more.
   std::u16string resource, full;
   EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://" + std::u16string(255, u'h') + u"/ipp", &resource, &full), 0u);
   EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://" + std::u16string(256, u'h') + u"/ipp", &resource, &full), 87u);
