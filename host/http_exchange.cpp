@@ -25,14 +25,14 @@ constexpr int kMaxPollMs = 1000;
 HttpExchange::~HttpExchange() { Detach(); }
 
 void HttpExchange::Detach() {
-  if (attached_) {
-    curl_multi_remove_handle(channel_.Multi(), channel_.Easy());
-    attached_ = false;
-  }
+  if (!multi_) return;
+  curl_multi_remove_handle(multi_.get(), channel_.Easy());
+  ReturnMulti(std::move(multi_));
 }
 
 CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   CURL* easy = channel_.Easy();
+  Detach();
   // Options of the previous exchange go; the channel's connection stays.
   curl_easy_reset(easy);
   response_ = ExchangeResponse();
@@ -119,8 +119,12 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   }
   if (rc != CURLE_OK) return rc;
 
-  if (curl_multi_add_handle(channel_.Multi(), easy) != CURLM_OK) return CURLE_FAILED_INIT;
-  attached_ = true;
+  CurlMultiPtr multi = TakeMulti();
+  if (!multi || curl_multi_add_handle(multi.get(), easy) != CURLM_OK) {
+    ReturnMulti(std::move(multi));
+    return CURLE_FAILED_INIT;
+  }
+  multi_ = std::move(multi);
   return CURLE_OK;
 }
 
@@ -132,20 +136,25 @@ void HttpExchange::End(CURLcode result) {
 }
 
 CURLcode HttpExchange::Drive(const std::function<bool()>& done) {
-  CURLM* multi = channel_.Multi();
   for (;;) {
     if (ended_) return result_;
+    CURLM* multi = multi_.get();
     int running = 0;
     if (curl_multi_perform(multi, &running) != CURLM_OK) {
       End(CURLE_OUT_OF_MEMORY);
       return result_;
     }
+    // Ended only once the queue is read: ending gives the multi handle away.
+    bool finished = false;
+    CURLcode result = CURLE_OK;
     int queued = 0;
     while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
       if (message->msg == CURLMSG_DONE && message->easy_handle == channel_.Easy()) {
-        End(message->data.result);
+        finished = true;
+        result = message->data.result;
       }
     }
+    if (finished) End(result);
     if (ended_) return result_;
     if (done && done()) return CURLE_OK;
 

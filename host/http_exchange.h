@@ -1,5 +1,5 @@
-// One HTTP exchange on a channel, driven on the caller's thread through the
-// channel's multi handle. A body is either given whole up front, or streamed:
+// One HTTP exchange on a channel, driven on the caller's thread through a
+// multi handle of its own while it runs. A body is either given whole up front, or streamed:
 // Write hands one piece at a time to libcurl's read callback and returns once
 // libcurl has taken all of it, so the exchange never holds more than the piece
 // being written (plus libcurl's own upload buffer).
@@ -52,7 +52,7 @@ class HttpExchange {
   HttpExchange(const HttpExchange&) = delete;
   HttpExchange& operator=(const HttpExchange&) = delete;
 
-  // Configures the easy handle and attaches it to the multi handle.
+  // Configures the easy handle and attaches it to a multi handle.
   CURLcode Start(const ExchangeSetup& setup);
   // Drives the exchange to its end.
   CURLcode Finish();
@@ -91,7 +91,7 @@ class HttpExchange {
 
   CurlChannel& channel_;
   CurlListPtr headers_;
-  bool attached_ = false;
+  CurlMultiPtr multi_;  // while attached
   bool ended_ = false;
   CURLcode result_ = CURLE_OK;
   std::chrono::milliseconds readTimeout_{30000};
