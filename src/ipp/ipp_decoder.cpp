@@ -3,7 +3,7 @@
 // before anything is read, names and values are capped, and collections may
 // nest only so deep, so a hostile response costs at most memory proportional
 // to its size.
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -133,6 +133,10 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
   bool haveLastCollection = false;
   int32_t collectionIndex = 0;
   int depth = 0;
+  // The store keeps values inside collections only: most values never reach it.
+  const auto keep = [&](IppValueMap::Kind kind, std::string_view text) {
+    if (depth > 0) collections_.AddValue(member, kind, text);
+  };
   for (;;) {
     if (in.Remaining() == 0) {
       // A response cut short of its end tag still counts, without a value.
@@ -167,14 +171,14 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
         const uint8_t* p = in.Take(4);
         if (p == nullptr) return -1;
         std::string_view text = valueMap_.AddDecimal(ReadI32(p));
-        collections_.AddValue(member, IppValueMap::Kind::kText, text);
+        keep(IppValueMap::Kind::kText, text);
         break;
       }
       case kTagBoolean: {
         const uint8_t* p = in.Take(1);
         if (p == nullptr) return -1;
         std::string_view text = valueMap_.AddDecimal(*p);
-        collections_.AddValue(member, IppValueMap::Kind::kText, text);
+        keep(IppValueMap::Kind::kText, text);
         break;
       }
       case kTagOctetString: {
@@ -182,7 +186,7 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
         if (p == nullptr) return -1;
         valueMap_.AddText(kIppSetStart);
         std::string_view text = valueMap_.AddOctetStringText(AsText(p, valueLength));
-        collections_.AddValue(member, IppValueMap::Kind::kText, text);
+        keep(IppValueMap::Kind::kText, text);
         valueMap_.AddText(kIppSetEnd);
         break;
       }
@@ -195,7 +199,7 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
         const uint8_t* p = in.Take(size);
         if (p == nullptr) return -1;
         std::string_view bytes = valueMap_.AddBytes(p, size);
-        collections_.AddValue(member, IppValueMap::Kind::kBytes, bytes);
+        keep(IppValueMap::Kind::kBytes, bytes);
         break;
       }
       case kTagBeginCollection: {
@@ -206,9 +210,9 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
           lastCollection = attribute;
           haveLastCollection = true;
           valueMap_.AddText(kIppSetStart);
-          char index[24];
-          int n = std::snprintf(index, sizeof index, "COL%d", collectionIndex);
-          valueMap_.AddText({index, static_cast<size_t>(n)});
+          char index[24] = {'C', 'O', 'L'};
+          auto end = std::to_chars(index + 3, index + sizeof index, collectionIndex).ptr;
+          valueMap_.AddText({index, static_cast<size_t>(end - index)});
         }
         ++depth;
         collections_.Open(member.empty() ? attribute : member);
@@ -237,7 +241,7 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
         if (p == nullptr) return -1;
         if (IsPlainStringTag(tag)) {
           std::string_view text = valueMap_.AddText(AsText(p, valueLength));
-          collections_.AddValue(member, IppValueMap::Kind::kText, text);
+          keep(IppValueMap::Kind::kText, text);
         }
         break;
       }

@@ -1,7 +1,6 @@
 #include "ipp/ipp_value_map.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace Norvane {
 
@@ -18,40 +17,6 @@ void IppValueMap::Reserve(size_t responseBytes) {
   arena_.reserve(responseBytes + 256);
   entries_.reserve(responseBytes / 20 + 16);
   runs_.reserve(responseBytes / 40 + 16);
-}
-
-void IppValueMap::BeginName(std::string_view name) {
-  auto offset = static_cast<uint32_t>(arena_.size());
-  arena_.append(name);
-  auto count = static_cast<uint32_t>(entries_.size());
-  runs_.push_back({offset, static_cast<uint32_t>(name.size()), count, count});
-}
-
-void IppValueMap::Push(Kind kind, uint32_t offset, uint32_t length) {
-  // A value before any name belongs to the empty name.
-  if (runs_.empty()) BeginName({});
-  entries_.push_back({offset, length, kind});
-  runs_.back().end = static_cast<uint32_t>(entries_.size());
-}
-
-std::string_view IppValueMap::AddText(std::string_view text) {
-  auto offset = static_cast<uint32_t>(arena_.size());
-  arena_.append(text);
-  Push(Kind::kText, offset, static_cast<uint32_t>(text.size()));
-  return {arena_.data() + offset, text.size()};
-}
-
-std::string_view IppValueMap::AddDecimal(int32_t number) {
-  char digits[16];
-  auto result = std::to_chars(digits, digits + sizeof digits, number);
-  return AddText({digits, static_cast<size_t>(result.ptr - digits)});
-}
-
-std::string_view IppValueMap::AddBytes(const uint8_t* bytes, size_t length) {
-  auto offset = static_cast<uint32_t>(arena_.size());
-  arena_.append(reinterpret_cast<const char*>(bytes), length);
-  Push(Kind::kBytes, offset, static_cast<uint32_t>(length));
-  return {arena_.data() + offset, length};
 }
 
 std::string_view IppValueMap::AddOctetStringText(std::string_view text) {

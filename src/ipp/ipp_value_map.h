@@ -11,6 +11,7 @@
 // set markers with a COLn index, resolutions and ranges as raw bytes.
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -35,12 +36,26 @@ class IppValueMap {
   // grows no buffer more than a few times.
   void Reserve(size_t responseBytes);
 
+  // The decoder calls these for every name and value of a response; they are
+  // defined here so that they compile into its loop.
+
   // Starts a new occurrence of `name`; values added later belong to it.
-  void BeginName(std::string_view name);
+  void BeginName(std::string_view name) {
+    auto offset = static_cast<uint32_t>(arena_.size());
+    arena_.append(name);
+    auto count = static_cast<uint32_t>(entries_.size());
+    runs_.push_back({offset, static_cast<uint32_t>(name.size()), count, count});
+  }
   // Each adder returns the stored copy, valid until the next change.
-  std::string_view AddText(std::string_view text);
-  std::string_view AddDecimal(int32_t number);
-  std::string_view AddBytes(const uint8_t* bytes, size_t length);
+  std::string_view AddText(std::string_view text) { return Add(Kind::kText, text); }
+  std::string_view AddDecimal(int32_t number) {
+    char digits[16];
+    auto result = std::to_chars(digits, digits + sizeof digits, number);
+    return AddText({digits, static_cast<size_t>(result.ptr - digits)});
+  }
+  std::string_view AddBytes(const uint8_t* bytes, size_t length) {
+    return Add(Kind::kBytes, {reinterpret_cast<const char*>(bytes), length});
+  }
   // Appends `text` with every "=" and ";" replaced by ",", as the middle entry
   // of an octet string; returns the stored text.
   std::string_view AddOctetStringText(std::string_view text);
@@ -81,7 +96,18 @@ class IppValueMap {
     const Entry& e = entries_[i];
     return {e.kind, {arena_.data() + e.offset, e.length}};
   }
-  void Push(Kind kind, uint32_t offset, uint32_t length);
+  void Push(Kind kind, uint32_t offset, uint32_t length) {
+    // A value before any name belongs to the empty name.
+    if (runs_.empty()) BeginName({});
+    entries_.push_back({offset, length, kind});
+    runs_.back().end = static_cast<uint32_t>(entries_.size());
+  }
+  std::string_view Add(Kind kind, std::string_view bytes) {
+    auto offset = static_cast<uint32_t>(arena_.size());
+    arena_.append(bytes);
+    Push(kind, offset, static_cast<uint32_t>(bytes.size()));
+    return {arena_.data() + offset, bytes.size()};
+  }
 
   std::string arena_;
   std::vector<Entry> entries_;
