@@ -7,19 +7,19 @@ namespace NorvaneHost {
 
 namespace {
 
-// Idle multi handles kept; more exchanges at once than this make handles that
-// close when their exchange ends.
-constexpr size_t kMaxIdleMultis = 8;
+// Idle engines kept; more exchanges at once than this make engines that close
+// when their exchange ends.
+constexpr size_t kMaxIdleEngines = 8;
 
-struct MultiPool {
+struct EnginePool {
   std::mutex mutex;
-  std::vector<CurlMultiPtr> idle;
+  std::vector<std::unique_ptr<CurlEngine>> idle;
 };
 
-MultiPool& Pool() {
+EnginePool& Pool() {
   // Never destroyed: an exchange may still end on another thread while the
   // process exits.
-  static auto* pool = new MultiPool;
+  static auto* pool = new EnginePool;
   return *pool;
 }
 
@@ -36,36 +36,37 @@ bool EnsureCurlStarted() {
 std::unique_ptr<CurlChannel> CurlChannel::Create() {
   if (!EnsureCurlStarted()) return nullptr;
   CurlSharePtr share(curl_share_init());
-  if (!share || curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT) != CURLSHE_OK ||
-      curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS) != CURLSHE_OK) {
-    return nullptr;
+  if (!share) return nullptr;
+  for (curl_lock_data data : {CURL_LOCK_DATA_CONNECT, CURL_LOCK_DATA_DNS, CURL_LOCK_DATA_SSL_SESSION}) {
+    if (curl_share_setopt(share.get(), CURLSHOPT_SHARE, data) != CURLSHE_OK) return nullptr;
   }
-  CurlEasyPtr easy(curl_easy_init());
-  // The share outlives every reset of the easy handle.
-  if (!easy || curl_easy_setopt(easy.get(), CURLOPT_SHARE, share.get()) != CURLE_OK) return nullptr;
-  return std::unique_ptr<CurlChannel>(new CurlChannel(std::move(share), std::move(easy)));
+  return std::unique_ptr<CurlChannel>(new CurlChannel(std::move(share)));
 }
 
-CurlMultiPtr TakeMulti() {
+std::unique_ptr<CurlEngine> TakeEngine() {
   if (!EnsureCurlStarted()) return nullptr;
-  MultiPool& pool = Pool();
+  EnginePool& pool = Pool();
   {
     std::lock_guard<std::mutex> lock(pool.mutex);
     if (!pool.idle.empty()) {
-      CurlMultiPtr multi = std::move(pool.idle.back());
+      std::unique_ptr<CurlEngine> engine = std::move(pool.idle.back());
       pool.idle.pop_back();
-      return multi;
+      return engine;
     }
   }
-  return CurlMultiPtr(curl_multi_init());
+  auto engine = std::make_unique<CurlEngine>();
+  engine->multi.reset(curl_multi_init());
+  engine->easy.reset(curl_easy_init());
+  if (!engine->multi || !engine->easy) return nullptr;
+  return engine;
 }
 
-void ReturnMulti(CurlMultiPtr multi) {
-  if (!multi) return;
-  MultiPool& pool = Pool();
+void ReturnEngine(std::unique_ptr<CurlEngine> engine) {
+  if (!engine) return;
+  EnginePool& pool = Pool();
   std::lock_guard<std::mutex> lock(pool.mutex);
   // One the pool has no room for closes on return, after the lock.
-  if (pool.idle.size() < kMaxIdleMultis) pool.idle.push_back(std::move(multi));
+  if (pool.idle.size() < kMaxIdleEngines) pool.idle.push_back(std::move(engine));
 }
 
 }  // namespace NorvaneHost

@@ -1,5 +1,5 @@
 // libcurl handles owned by unique_ptr, the channel that keeps a printer's
-// connection alive between requests, and the multi handles that drive them.
+// connection alive between requests, and the handles that drive exchanges.
 #pragma once
 
 #include <curl/curl.h>
@@ -28,32 +28,38 @@ using CurlListPtr = std::unique_ptr<curl_slist, CurlListDeleter>;
 // libcurl's process-wide start, done once whatever the thread.
 bool EnsureCurlStarted();
 
-// One easy handle and the share that holds its connections and name lookups,
-// so that an exchange run on the same channel after another reuses the open
-// connection whichever multi handle drives it. A channel is used by one
-// exchange at a time (the share is never touched by two threads at once, so it
-// needs no lock); idle channels wait in their address's pool, and a channel's
-// connections close with it.
+// What a printer's connection leaves behind between requests: a libcurl share
+// holding the connections, name lookups and TLS sessions, so that an exchange
+// run on the same channel after another reuses the open connection whichever
+// handles drive it. A channel is used by one exchange at a time (the share is
+// never touched by two threads at once, so it needs no lock); idle channels
+// wait in their address's pool, and a channel's connections close with it.
 class CurlChannel {
  public:
   static std::unique_ptr<CurlChannel> Create();
 
-  CURL* Easy() const { return easy_.get(); }
+  CURLSH* Share() const { return share_.get(); }
 
  private:
-  CurlChannel(CurlSharePtr share, CurlEasyPtr easy) : share_(std::move(share)), easy_(std::move(easy)) {}
-  // Declared first so that it is destroyed last: libcurl keeps a share that an
-  // easy handle still uses.
+  explicit CurlChannel(CurlSharePtr share) : share_(std::move(share)) {}
   CurlSharePtr share_;
-  CurlEasyPtr easy_;
 };
 
-// Multi handles for exchanges, one per exchange while it runs. A multi handle
-// costs a socket pair (its wake-up), more than a whole channel, so a handle
-// whose exchange ended waits here for the next exchange of any address: it
-// holds no connection, those stay in the channels. Null when libcurl cannot
-// make one.
-CurlMultiPtr TakeMulti();
-void ReturnMulti(CurlMultiPtr multi);
+// The handles that run one exchange: an easy handle and the multi handle that
+// drives it. A multi handle costs a socket pair (its wake-up), more than
+// everything else an exchange sets up, so handles whose exchange ended wait
+// here for the next exchange of any address. They hold nothing of a printer:
+// connections, lookups and TLS sessions stay in the channel, and the easy
+// handle's options are reset for each exchange.
+struct CurlEngine {
+  // Declared first so that it is destroyed last, after the easy handle.
+  CurlMultiPtr multi;
+  CurlEasyPtr easy;
+};
+
+// Null when libcurl cannot make the handles.
+std::unique_ptr<CurlEngine> TakeEngine();
+// The easy handle must be out of the multi handle and off any share.
+void ReturnEngine(std::unique_ptr<CurlEngine> engine);
 
 }  // namespace NorvaneHost

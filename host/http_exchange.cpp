@@ -25,15 +25,22 @@ constexpr int kMaxPollMs = 1000;
 HttpExchange::~HttpExchange() { Detach(); }
 
 void HttpExchange::Detach() {
-  if (!multi_) return;
-  curl_multi_remove_handle(multi_.get(), channel_.Easy());
-  ReturnMulti(std::move(multi_));
+  if (!engine_) return;
+  CURL* easy = Easy();
+  if (attached_) curl_multi_remove_handle(engine_->multi.get(), easy);
+  attached_ = false;
+  curl_easy_getinfo(easy, CURLINFO_HTTPAUTH_AVAIL, &offeredAuth_);
+  // Off the share, which stays with the channel (and closes its connections).
+  curl_easy_setopt(easy, CURLOPT_SHARE, static_cast<CURLSH*>(nullptr));
+  ReturnEngine(std::move(engine_));
 }
 
 CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
-  CURL* easy = channel_.Easy();
   Detach();
-  // Options of the previous exchange go; the channel's connection stays.
+  engine_ = TakeEngine();
+  if (!engine_) return CURLE_FAILED_INIT;
+  CURL* easy = Easy();
+  // Options of the previous exchange go (whichever address it was for).
   curl_easy_reset(easy);
   response_ = ExchangeResponse();
   headComplete_ = bodyTooLarge_ = false;
@@ -64,6 +71,8 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   const auto set = [&](CURLoption option, auto value) {
     if (rc == CURLE_OK) rc = curl_easy_setopt(easy, option, value);
   };
+  // The channel's connection, lookups and TLS sessions.
+  set(CURLOPT_SHARE, channel_.Share());
   set(CURLOPT_URL, setup.url.c_str());
   set(CURLOPT_PROTOCOLS_STR, "http,https");
   set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -119,12 +128,8 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   }
   if (rc != CURLE_OK) return rc;
 
-  CurlMultiPtr multi = TakeMulti();
-  if (!multi || curl_multi_add_handle(multi.get(), easy) != CURLM_OK) {
-    ReturnMulti(std::move(multi));
-    return CURLE_FAILED_INIT;
-  }
-  multi_ = std::move(multi);
+  if (curl_multi_add_handle(engine_->multi.get(), easy) != CURLM_OK) return CURLE_FAILED_INIT;
+  attached_ = true;
   return CURLE_OK;
 }
 
@@ -138,18 +143,18 @@ void HttpExchange::End(CURLcode result) {
 CURLcode HttpExchange::Drive(const std::function<bool()>& done) {
   for (;;) {
     if (ended_) return result_;
-    CURLM* multi = multi_.get();
+    CURLM* multi = engine_->multi.get();
     int running = 0;
     if (curl_multi_perform(multi, &running) != CURLM_OK) {
       End(CURLE_OUT_OF_MEMORY);
       return result_;
     }
-    // Ended only once the queue is read: ending gives the multi handle away.
+    // Ended only once the queue is read: ending gives the engine away.
     bool finished = false;
     CURLcode result = CURLE_OK;
     int queued = 0;
     while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
-      if (message->msg == CURLMSG_DONE && message->easy_handle == channel_.Easy()) {
+      if (message->msg == CURLMSG_DONE && message->easy_handle == Easy()) {
         finished = true;
         result = message->data.result;
       }
@@ -185,7 +190,7 @@ CURLcode HttpExchange::Write(const uint8_t* data, size_t length) {
   pieceLeft_ = length;
   if (paused_) {
     paused_ = false;
-    curl_easy_pause(channel_.Easy(), CURLPAUSE_CONT);
+    curl_easy_pause(Easy(), CURLPAUSE_CONT);
   }
   CURLcode rc = Drive([this] { return pieceLeft_ == 0; });
   // The caller's bytes are not touched after Write returns.
@@ -199,13 +204,14 @@ void HttpExchange::EndBody() {
   bodyEnded_ = true;
   if (paused_ && !ended_) {
     paused_ = false;
-    curl_easy_pause(channel_.Easy(), CURLPAUSE_CONT);
+    curl_easy_pause(Easy(), CURLPAUSE_CONT);
   }
 }
 
 long HttpExchange::OfferedAuthSchemes() const {
+  if (!engine_) return offeredAuth_;
   long schemes = 0;
-  curl_easy_getinfo(channel_.Easy(), CURLINFO_HTTPAUTH_AVAIL, &schemes);
+  curl_easy_getinfo(Easy(), CURLINFO_HTTPAUTH_AVAIL, &schemes);
   return schemes;
 }
 
@@ -280,7 +286,7 @@ size_t HttpExchange::OnWrite(char* buffer, size_t size, size_t count, void* self
     // Room for the announced body and the zero the response puts after it,
     // so that neither growing nor that zero copies the bytes again.
     curl_off_t announced = -1;
-    curl_easy_getinfo(exchange->channel_.Easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    curl_easy_getinfo(exchange->Easy(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
     if (announced > 0 && static_cast<size_t>(announced) < kMaxResponseBody) {
       body.reserve(static_cast<size_t>(announced) + 1);
     }

@@ -1,5 +1,5 @@
-// One HTTP exchange on a channel, driven on the caller's thread through a
-// multi handle of its own while it runs. A body is either given whole up front, or streamed:
+// One HTTP exchange on a channel, driven on the caller's thread through the
+// handles of an engine it holds while it runs. A body is either given whole up front, or streamed:
 // Write hands one piece at a time to libcurl's read callback and returns once
 // libcurl has taken all of it, so the exchange never holds more than the piece
 // being written (plus libcurl's own upload buffer).
@@ -52,7 +52,8 @@ class HttpExchange {
   HttpExchange(const HttpExchange&) = delete;
   HttpExchange& operator=(const HttpExchange&) = delete;
 
-  // Configures the easy handle and attaches it to a multi handle.
+  // Takes an engine, configures its easy handle for the channel and attaches
+  // it to the multi handle.
   CURLcode Start(const ExchangeSetup& setup);
   // Drives the exchange to its end.
   CURLcode Finish();
@@ -89,9 +90,13 @@ class HttpExchange {
   void Detach();
   void MarkProgress() { lastProgress_ = std::chrono::steady_clock::now(); }
 
+  CURL* Easy() const { return engine_->easy.get(); }
+
   CurlChannel& channel_;
   CurlListPtr headers_;
-  CurlMultiPtr multi_;  // while attached
+  std::unique_ptr<CurlEngine> engine_;  // from Start to the end
+  bool attached_ = false;
+  long offeredAuth_ = 0;  // kept when the engine goes
   bool ended_ = false;
   CURLcode result_ = CURLE_OK;
   std::chrono::milliseconds readTimeout_{30000};

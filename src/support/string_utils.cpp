@@ -55,6 +55,8 @@ bool IsIPv4Address(const char16_t* text) {
 
 bool IsIPv6Address(const char16_t* text) {
   if (text == nullptr) return false;
+  // Every IPv6 literal has a colon; the resolver is asked only about those.
+  if (std::u16string_view(text).find(u':') == std::u16string_view::npos) return false;
   std::string host = WideToUtf8(text);
   addrinfo hints{};
   hints.ai_flags = AI_NUMERICHOST;
