@@ -242,6 +242,8 @@ size_t HttpExchange::OnHeader(char* buffer, size_t size, size_t count, void* sel
     // A new status line: an interim answer, or the 401 before an
     // authenticated retry, is forgotten.
     response = ExchangeResponse();
+    // Printers send a dozen fields or so: one allocation for all of them.
+    response.headers.reserve(16);
     exchange->headComplete_ = false;
     std::string_view status = TrimSpaces(line);
     response.statusLine.assign(status);

@@ -50,6 +50,10 @@ HttpResponseImpl::HttpResponseImpl(ExchangeResponse&& response)
       body_(std::move(response.body)) {
   length_ = body_.size();
   body_.push_back(0);
+}
+
+void HttpResponseImpl::MergeFields() {
+  fieldsMerged_ = true;
   for (const auto& [name, value] : received_) {
     bool merged = false;
     for (Field& known : fields_) {
@@ -90,6 +94,7 @@ HRESULT HttpResponseImpl::GetAllHeaders(const char16_t** text) {
 const char16_t* HttpResponseImpl::GetHeader(const char16_t* name) {
   if (name == nullptr) return nullptr;
   std::string wanted = WideToUtf8(name);
+  if (!fieldsMerged_) MergeFields();
   for (Field& field : fields_) {
     if (!EqualsIgnoreAsciiCase(field.name, wanted)) continue;
     if (!field.wide) field.wide = Utf8ToWide(field.value);

@@ -19,8 +19,9 @@ namespace NorvaneHost {
 class NetAddressImpl;
 
 // A received response. Text bodies are followed by a zero byte that the length
-// does not count. Header values are kept as received and widened on the first
-// GetHeader that asks for them: most callers read the body and one header.
+// does not count. Header values are kept as received; the first GetHeader
+// merges repeated fields, and widens only the value it asks for: most callers
+// read the body and at most one header.
 class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPResponse> {
  public:
   explicit HttpResponseImpl(ExchangeResponse&& response);
@@ -42,10 +43,13 @@ class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPRes
     std::optional<std::u16string> wide;  // the value widened, once asked for
   };
 
+  void MergeFields();
+
   uint32_t status_;
   std::string statusLine_;
   std::vector<std::pair<std::string, std::string>> received_;  // each field as received, in order
-  std::vector<Field> fields_;  // one entry per field name
+  std::vector<Field> fields_;  // one entry per field name, once merged
+  bool fieldsMerged_ = false;
   std::optional<std::u16string> statusText_;
   std::optional<std::u16string> allHeaders_;
   std::vector<uint8_t> body_;  // the bytes, then a zero

@@ -25,17 +25,22 @@ constexpr uint16_t kMaxNameOrValue = 1023;
 constexpr int32_t kStatusNotPossible = 0x0404;  // client-error-not-possible
 
 // The unread part of a response. Take hands out the next bytes only when that
-// many remain, and keeps the owner's bytes-remaining count current.
+// many remain. The count is the reader's own while it decodes (a count behind
+// a pointer would be reloaded after every byte the decoder stores) and goes
+// back to the owner when the reader does.
 class Reader {
  public:
-  Reader(const uint8_t* data, uint32_t* remaining) : next_(data), remaining_(remaining) {}
+  Reader(const uint8_t* data, uint32_t* owner) : next_(data), remaining_(*owner), owner_(owner) {}
+  ~Reader() { *owner_ = remaining_; }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
 
-  uint32_t Remaining() const { return *remaining_; }
+  uint32_t Remaining() const { return remaining_; }
   const uint8_t* Take(uint32_t count) {
-    if (count > *remaining_) return nullptr;
+    if (count > remaining_) return nullptr;
     const uint8_t* p = next_;
     next_ += count;
-    *remaining_ -= count;
+    remaining_ -= count;
     return p;
   }
   bool ReadU16(uint16_t* value) {
@@ -47,7 +52,8 @@ class Reader {
 
  private:
   const uint8_t* next_;
-  uint32_t* remaining_;
+  uint32_t remaining_;
+  uint32_t* owner_;
 };
 
 int32_t ReadI32(const uint8_t* p) {
