@@ -129,6 +129,19 @@ TEST_F(HostHttpPeers, ReadsTheDeviceXmlResourcesOnOneKeptConnection) {
   ASSERT_EQ(S_OK, Get(altPort_, u"/DevMgmt/DiscoveryTree.xml", request, &response));
   EXPECT_GT(kept.size(), before.size());
   EXPECT_EQ(kept, OpenSockets());
+
+  // Another address of the same device never gets that connection: it opens
+  // its own, which closes with it.
+  {
+    auto other = Ref<Norvane::QxNetAddress>::Adopt(
+        CreateNetAddress(Wide(BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str()));
+    Ref<Norvane::HTTPRequest> otherRequest;
+    ASSERT_EQ(S_OK, other->CreateRequestEx(otherRequest.Out(), altPort_));
+    otherRequest->SetResource(u"/DevMgmt/DiscoveryTree.xml");
+    ASSERT_EQ(S_OK, otherRequest->Send(&response));
+    EXPECT_EQ(kept.size() + 1, OpenSockets().size());
+  }
+  EXPECT_EQ(kept, OpenSockets());
 }
 
 TEST_F(HostHttpPeers, WholeBodiesGoOnceTypedWithoutExpectContinue) {
