@@ -6,6 +6,8 @@
 #include <cstring>
 #include <cwchar>
 #include <new>
+#include <optional>
+#include <string_view>
 
 namespace QxUtils {
 
@@ -41,8 +43,42 @@ bool StartsWith(std::u16string_view text, std::u16string_view prefix) {
   return text.size() >= prefix.size() && text.compare(0, prefix.size(), prefix) == 0;
 }
 
+namespace {
+
+// One to `maxDigits` ASCII digits at `*at`, read into `value`; false when
+// there are none or more.
+bool ReadDigits(std::u16string_view text, size_t* at, size_t maxDigits, unsigned* value) {
+  size_t start = *at;
+  unsigned number = 0;
+  for (; *at < text.size() && text[*at] >= u'0' && text[*at] <= u'9'; ++*at) {
+    if (*at - start == maxDigits) return false;
+    number = number * 10 + static_cast<unsigned>(text[*at] - u'0');
+  }
+  *value = number;
+  return *at > start;
+}
+
+// Text of the plain form, four groups of one to three digits and perhaps a
+// colon and one to five digits, answered without the scanner (which reads that
+// form the same way); other text is left to the scanner.
+std::optional<bool> PlainIPv4Address(std::u16string_view text) {
+  unsigned parts[5] = {};
+  size_t at = 0;
+  for (int i = 0; i < 4; ++i) {
+    if (i > 0 && (at >= text.size() || text[at++] != u'.')) return std::nullopt;
+    if (!ReadDigits(text, &at, 3, &parts[i])) return std::nullopt;
+  }
+  if (at < text.size() && (text[at++] != u':' || !ReadDigits(text, &at, 5, &parts[4]) || at != text.size())) {
+    return std::nullopt;
+  }
+  return parts[0] < 256 && parts[1] < 256 && parts[2] < 256 && parts[3] < 256 && parts[4] < 65536;
+}
+
+}  // namespace
+
 bool IsIPv4Address(const char16_t* text) {
   if (text == nullptr) return false;
+  if (std::optional<bool> plain = PlainIPv4Address(text)) return *plain;
   std::wstring wide(text, text + std::char_traits<char16_t>::length(text));
   unsigned a = 0, b = 0, c = 0, d = 0, port = 0;
   wchar_t separator = 0, trailing = 0;
