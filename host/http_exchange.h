@@ -1,8 +1,8 @@
 // One HTTP exchange on a channel, driven on the caller's thread through the
-// handles of an engine it holds while it runs. A body is either given whole up front, or streamed:
-// Write hands one piece at a time to libcurl's read callback and returns once
-// libcurl has taken all of it, so the exchange never holds more than the piece
-// being written (plus libcurl's own upload buffer).
+// handles of an engine it holds while it runs. A body is either given whole up
+// front, or streamed: Write hands one piece at a time to libcurl's read
+// callback and returns once libcurl has taken all of it, so the exchange never
+// holds more than the piece being written (plus libcurl's own upload buffer).
 #pragma once
 
 #include <chrono>
