@@ -1,6 +1,7 @@
 #include "curl_channel.h"
 
 #include <mutex>
+#include <new>
 #include <vector>
 
 namespace NorvaneHost {
@@ -12,6 +13,10 @@ namespace {
 constexpr size_t kMaxIdleEngines = 8;
 
 struct EnginePool {
+  // Room for every idle engine from the start: engines go back from a
+  // destructor, which must not throw, so the list never grows after this.
+  EnginePool() { idle.reserve(kMaxIdleEngines); }
+
   std::mutex mutex;
   std::vector<std::unique_ptr<CurlEngine>> idle;
 };
@@ -54,7 +59,8 @@ std::unique_ptr<CurlEngine> TakeEngine() {
       return engine;
     }
   }
-  auto engine = std::make_unique<CurlEngine>();
+  std::unique_ptr<CurlEngine> engine(new (std::nothrow) CurlEngine);
+  if (!engine) return nullptr;
   engine->multi.reset(curl_multi_init());
   engine->easy.reset(curl_easy_init());
   if (!engine->multi || !engine->easy) return nullptr;
