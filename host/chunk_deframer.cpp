@@ -95,6 +95,7 @@ bool ChunkDeframer::Feed(const uint8_t* data, size_t length, const Sink& sink) {
         break;
       case State::kDone:
         // Bytes after the end of the body would be taken for a second request.
+        overran_ = true;
         return Fail();
       case State::kError:
         return false;

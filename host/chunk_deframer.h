@@ -26,6 +26,8 @@ class ChunkDeframer {
   // The last chunk and the trailer section have been read.
   bool Finished() const { return state_ == State::kDone; }
   bool Failed() const { return state_ == State::kError; }
+  // Failed because bytes came after the last chunk, the payload being whole.
+  bool Overran() const { return overran_; }
 
  private:
   enum class State {
@@ -52,6 +54,7 @@ class ChunkDeframer {
   uint64_t size_ = 0;
   int sizeDigits_ = 0;
   uint64_t remaining_ = 0;
+  bool overran_ = false;
 };
 
 }  // namespace NorvaneHost

@@ -14,6 +14,7 @@
 
 #include "adopted_connection.h"
 #include "curl_channel.h"
+#include "http_response_reader.h"
 
 namespace NorvaneHost {
 
@@ -33,13 +34,6 @@ struct ExchangeSetup {
   // A connection to use when libcurl opens one to the same place; it stays
   // with the caller, who closes it when it was not handed out.
   AdoptedConnection* adopted = nullptr;
-};
-
-struct ExchangeResponse {
-  long status = 0;
-  std::string statusLine;
-  std::vector<std::pair<std::string, std::string>> headers;  // in order received
-  std::vector<uint8_t> body;
 };
 
 class HttpExchange {

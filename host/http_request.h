@@ -94,6 +94,15 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   // One exchange of the whole body on the channel, on `adopted` when libcurl
   // opens a connection to where it leads.
   CURLcode ExchangeWholeBody(AdoptedConnection* adopted);
+  // The whole body on the adopted connection when it leads where this request
+  // goes, else through libcurl.
+  HRESULT SendWhole();
+  // The adopted connection's socket when this request can be written on it
+  // directly: plain HTTP to an address literal, no credentials to negotiate
+  // and no proxy to go through. -1 otherwise (the connection stays adopted).
+  int TakeDirectSocket(AdoptedConnection* adopted) const;
+  // The request line and fields as written on a connection directly.
+  std::string DirectRequestHead() const;
   // Ends the exchange in progress: keeps its response when one came, gives the
   // channel back to the address, and answers S_OK or E_FAIL.
   HRESULT Conclude(CURLcode result);
