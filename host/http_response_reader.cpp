@@ -111,6 +111,10 @@ bool HttpResponseReader::TakeStatusLine(std::string_view line) {
   }
   http11_ = line[7] != '0';
   response_.status = (line[9] - '0') * 100 + (line[10] - '0') * 10 + (line[11] - '0');
+  if (response_.status < 100) {
+    Fail(Fault::kMalformed);
+    return false;
+  }
   response_.statusLine.assign(TrimSpaces(line));
   sawStatus_ = true;
   return true;
