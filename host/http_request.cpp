@@ -332,7 +332,8 @@ std::string HttpRequestImpl::DirectRequestHead() const {
   if (!named) {
     head.append("Host: ");
     if (host_.ipv6) {
-      head.append("[").append(host_.text).append("]");
+      // A zone names an interface of this machine: nothing for the device.
+      head.append("[").append(std::string_view(host_.text).substr(0, host_.text.find('%'))).append("]");
     } else {
       head.append(host_.text);
     }
