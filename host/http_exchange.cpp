@@ -12,6 +12,8 @@
 
 namespace NorvaneHost {
 
+const char kUserAgent[] = "norvane-host/" NORVANE_HOST_VERSION;
+
 namespace {
 
 // Upload buffer: libcurl frames each read as one chunk, so a large buffer keeps
@@ -79,7 +81,7 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   set(CURLOPT_NOSIGNAL, 1L);
   set(CURLOPT_TCP_KEEPALIVE, 1L);
   set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(setup.connectTimeoutMs));
-  set(CURLOPT_USERAGENT, "norvane-host/" NORVANE_HOST_VERSION);
+  set(CURLOPT_USERAGENT, kUserAgent);
   set(CURLOPT_HTTPHEADER, headers_.get());
   set(CURLOPT_HEADERFUNCTION, &HttpExchange::OnHeader);
   set(CURLOPT_HEADERDATA, this);

@@ -18,6 +18,9 @@
 
 namespace NorvaneHost {
 
+// The User-Agent of every request the host sends, through libcurl or not.
+extern const char kUserAgent[];
+
 struct ExchangeSetup {
   std::string url;
   std::string method = "GET";  // an HTTP token, upper case

@@ -13,10 +13,6 @@
 #include "socket_exchange.h"
 #include "text.h"
 
-#ifndef NORVANE_HOST_VERSION
-#define NORVANE_HOST_VERSION "0"
-#endif
-
 namespace NorvaneHost {
 
 namespace {
@@ -253,7 +249,7 @@ std::vector<std::string> HttpRequestImpl::HeaderLines(bool streamed) const {
   }
   if (!typed && !contentType_.empty()) {
     lines.push_back("Content-Type: " + contentType_);
-  } else if (!typed && method_ != "GET" && method_ != "HEAD") {
+  } else if (!typed && SendsBody()) {
     // Otherwise libcurl would label the body as a form.
     lines.push_back("Content-Type:");
   }
@@ -340,14 +336,14 @@ std::string HttpRequestImpl::DirectRequestHead() const {
     if (port_ != 80) head.append(":").append(std::to_string(port_));
     head.append("\r\n");
   }
-  if (!agent) head.append("User-Agent: norvane-host/" NORVANE_HOST_VERSION "\r\n");
+  if (!agent) head.append("User-Agent: ").append(kUserAgent).append("\r\n");
   if (!accepts) head.append("Accept: */*\r\n");
   for (const auto& [name, value] : headers_) {
     if (IsOneOf(name, {"Content-Length", "Transfer-Encoding", "Expect"})) continue;
     head.append(name).append(value.empty() ? ":" : ": ").append(value).append("\r\n");
   }
   if (!typed && !contentType_.empty()) head.append("Content-Type: ").append(contentType_).append("\r\n");
-  if (method_ != "GET" && method_ != "HEAD") {
+  if (SendsBody()) {
     head.append("Content-Length: ").append(std::to_string(body_.size())).append("\r\n");
   }
   head.append("\r\n");
@@ -360,9 +356,8 @@ HRESULT HttpRequestImpl::SendWhole() {
   if (socket >= 0) {
     SocketRequest request;
     request.head = DirectRequestHead();
-    bool bodied = method_ != "GET" && method_ != "HEAD";
-    request.body = bodied ? body_.data() : nullptr;
-    request.bodyLength = bodied ? body_.size() : 0;
+    request.body = SendsBody() ? body_.data() : nullptr;
+    request.bodyLength = SendsBody() ? body_.size() : 0;
     request.noBody = method_ == "HEAD";
     request.maxBody = HttpExchange::kMaxResponseBody;
     request.readTimeoutMs = settings_.readTimeoutMs;
@@ -376,11 +371,7 @@ HRESULT HttpRequestImpl::SendWhole() {
     // A connection the device closed before answering took no request: a
     // fresh one carries it, as libcurl does with a kept connection.
     if (outcome.answered || outcome.result == CURLE_OPERATION_TIMEDOUT) {
-      errorCode_ = static_cast<uint32_t>(outcome.result);
-      if (received.status == 401) address_->NoteAuthSchemes(OfferedSchemes(received.headers));
-      if (outcome.result != CURLE_OK) return E_FAIL;
-      response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
-      return S_OK;
+      return Answer(outcome.result, outcome.result == CURLE_OK, received, OfferedSchemes(received.headers));
     }
   }
   if (!TakeChannel()) return E_OUTOFMEMORY;
@@ -406,15 +397,17 @@ HRESULT HttpRequestImpl::Conclude(CURLcode result) {
                    // The device answered before taking the whole streamed body
                    // and closed: its answer stands.
                    (streamed && (result == CURLE_SEND_ERROR || result == CURLE_SEND_FAIL_REWIND)));
-  errorCode_ = static_cast<uint32_t>(result);
-  ExchangeResponse& received = exchange_->Response();
-  if (received.status == 401) address_->NoteAuthSchemes(exchange_->OfferedAuthSchemes());
-  if (answered) {
-    response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
-  }
+  HRESULT hr = Answer(result, answered, exchange_->Response(), exchange_->OfferedAuthSchemes());
   exchange_.reset();
   address_->ReturnChannel(std::move(channel_));
   phase_ = Phase::kIdle;
+  return hr;
+}
+
+HRESULT HttpRequestImpl::Answer(CURLcode result, bool answered, ExchangeResponse& received, long offeredSchemes) {
+  errorCode_ = static_cast<uint32_t>(result);
+  if (received.status == 401) address_->NoteAuthSchemes(offeredSchemes);
+  if (answered) response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
   return answered ? S_OK : E_FAIL;
 }
 

@@ -103,6 +103,11 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   int TakeDirectSocket(AdoptedConnection* adopted) const;
   // The request line and fields as written on a connection directly.
   std::string DirectRequestHead() const;
+  // Keeps what an exchange ended with: its error code, the schemes a 401
+  // offered, and the response when one came; S_OK then, else E_FAIL.
+  HRESULT Answer(CURLcode result, bool answered, ExchangeResponse& received, long offeredSchemes);
+  // Whether the method carries the request's body (all but GET and HEAD).
+  bool SendsBody() const { return method_ != "GET" && method_ != "HEAD"; }
   // Ends the exchange in progress: keeps its response when one came, gives the
   // channel back to the address, and answers S_OK or E_FAIL.
   HRESULT Conclude(CURLcode result);

@@ -106,15 +106,11 @@ bool HttpResponseReader::TakeStatusLine(std::string_view line) {
   // a space, which may be empty or missing.
   if (line.size() < 12 || line.substr(0, 7) != "HTTP/1." || !IsDigit(line[7]) || line[8] != ' ' ||
       !IsDigit(line[9]) || !IsDigit(line[10]) || !IsDigit(line[11]) || (line.size() > 12 && line[12] != ' ')) {
-    Fail(Fault::kMalformed);
-    return false;
+    return Refuse(Fault::kMalformed);
   }
   http11_ = line[7] != '0';
   response_.status = (line[9] - '0') * 100 + (line[10] - '0') * 10 + (line[11] - '0');
-  if (response_.status < 100) {
-    Fail(Fault::kMalformed);
-    return false;
-  }
+  if (response_.status < 100) return Refuse(Fault::kMalformed);
   response_.statusLine.assign(TrimSpaces(line));
   sawStatus_ = true;
   return true;
@@ -140,26 +136,14 @@ bool HttpResponseReader::BeginBody() {
     } else if (EqualsIgnoreAsciiCase(name, "Content-Length")) {
       std::string_view digits = value;
       uint64_t parsed = 0;
-      if (digits.empty()) {
-        Fail(Fault::kMalformed);
-        return false;
-      }
+      if (digits.empty()) return Refuse(Fault::kMalformed);
       for (char c : digits) {
-        if (!IsDigit(c)) {
-        Fail(Fault::kMalformed);
-        return false;
-      }
+        if (!IsDigit(c)) return Refuse(Fault::kMalformed);
         parsed = parsed * 10 + static_cast<uint64_t>(c - '0');
         // Beyond any body kept; the exact figure no longer matters.
-        if (parsed > maxBody_) {
-        Fail(Fault::kTooLarge);
-        return false;
+        if (parsed > maxBody_) return Refuse(Fault::kTooLarge);
       }
-      }
-      if (sized && parsed != length) {
-        Fail(Fault::kMalformed);
-        return false;
-      }
+      if (sized && parsed != length) return Refuse(Fault::kMalformed);
       sized = true;
       length = parsed;
     }

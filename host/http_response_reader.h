@@ -56,6 +56,11 @@ class HttpResponseReader {
     fault_ = fault;
     return state_ = State::kFailed;
   }
+  // Fails, for the steps that answer whether reading may go on.
+  bool Refuse(Fault fault) {
+    Fail(fault);
+    return false;
+  }
   // One line of the head, without its line end.
   bool TakeLine(std::string_view line);
   bool TakeStatusLine(std::string_view line);
