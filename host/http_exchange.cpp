@@ -12,9 +12,9 @@
 
 namespace NorvaneHost {
 
-const char kUserAgent[] = "norvane-host/" NORVANE_HOST_VERSION;
-
 namespace {
+
+const char kUserAgent[] = "norvane-host/" NORVANE_HOST_VERSION;
 
 // Upload buffer: libcurl frames each read as one chunk, so a large buffer keeps
 // the framing overhead and the number of socket writes low.
@@ -52,8 +52,6 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   pieceLeft_ = 0;
   bodyAsked_ = bodyEnded_ = paused_ = false;
   lastUl_ = lastDl_ = 0;
-  adopted_ = setup.adopted;
-  adoptedSocket_ = CURL_SOCKET_BAD;
   readTimeout_ = std::chrono::milliseconds(setup.readTimeoutMs);
   // The first wait may take the connect time-out as well.
   lastProgress_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(setup.connectTimeoutMs);
@@ -93,12 +91,6 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   // Connected: from here on the read time-out alone bounds the waits.
   set(CURLOPT_PREREQFUNCTION, &HttpExchange::OnConnected);
   set(CURLOPT_PREREQDATA, this);
-  if (adopted_ != nullptr && adopted_->Holds()) {
-    set(CURLOPT_OPENSOCKETFUNCTION, &HttpExchange::OnOpenSocket);
-    set(CURLOPT_OPENSOCKETDATA, this);
-    set(CURLOPT_SOCKOPTFUNCTION, &HttpExchange::OnSocketOptions);
-    set(CURLOPT_SOCKOPTDATA, this);
-  }
 
   bool ignoreChain = (setup.securityFlags &
                       (NORVANE_SECURITY_IGNORE_UNKNOWN_CA | NORVANE_SECURITY_IGNORE_CERT_DATE_INVALID)) != 0;
@@ -297,27 +289,6 @@ size_t HttpExchange::OnWrite(char* buffer, size_t size, size_t count, void* self
   }
   body.insert(body.end(), reinterpret_cast<uint8_t*>(buffer), reinterpret_cast<uint8_t*>(buffer) + length);
   return length;
-}
-
-curl_socket_t HttpExchange::OnOpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address) {
-  auto* exchange = static_cast<HttpExchange*>(self);
-  if (purpose == CURLSOCKTYPE_IPCXN) {
-    int adopted = exchange->adopted_->HandOut(&address->addr);
-    if (adopted >= 0) {
-      exchange->adoptedSocket_ = adopted;
-      return adopted;
-    }
-  }
-  // What libcurl does without this callback.
-  return socket(address->family, address->socktype, address->protocol);
-}
-
-int HttpExchange::OnSocketOptions(void* self, curl_socket_t socket, curlsocktype) {
-  auto* exchange = static_cast<HttpExchange*>(self);
-  if (socket != exchange->adoptedSocket_) return CURL_SOCKOPT_OK;
-  // Told once: a later socket of this exchange may get the same number.
-  exchange->adoptedSocket_ = CURL_SOCKET_BAD;
-  return CURL_SOCKOPT_ALREADY_CONNECTED;
 }
 
 int HttpExchange::OnConnected(void* self, char*, char*, int, int) {

@@ -12,14 +12,18 @@
 #include <utility>
 #include <vector>
 
-#include "adopted_connection.h"
 #include "curl_channel.h"
-#include "http_response_reader.h"
 
 namespace NorvaneHost {
 
-// The User-Agent of every request the host sends, through libcurl or not.
-extern const char kUserAgent[];
+// What came back: the last response's status line, fields in the order
+// received, and body.
+struct ExchangeResponse {
+  long status = 0;
+  std::string statusLine;
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::vector<uint8_t> body;
+};
 
 struct ExchangeSetup {
   std::string url;
@@ -34,9 +38,6 @@ struct ExchangeSetup {
   uint32_t securityFlags = 0;
   uint32_t connectTimeoutMs = 5000;
   uint32_t readTimeoutMs = 30000;
-  // A connection to use when libcurl opens one to the same place; it stays
-  // with the caller, who closes it when it was not handed out.
-  AdoptedConnection* adopted = nullptr;
 };
 
 class HttpExchange {
@@ -76,8 +77,6 @@ class HttpExchange {
   static size_t OnRead(char* buffer, size_t size, size_t count, void* self);
   static size_t OnHeader(char* buffer, size_t size, size_t count, void* self);
   static size_t OnWrite(char* buffer, size_t size, size_t count, void* self);
-  static curl_socket_t OnOpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
-  static int OnSocketOptions(void* self, curl_socket_t socket, curlsocktype purpose);
   static int OnConnected(void* self, char* primaryIp, char* localIp, int primaryPort, int localPort);
   static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                         curl_off_t ulNow);
@@ -107,9 +106,6 @@ class HttpExchange {
   bool bodyAsked_ = false;
   bool bodyEnded_ = false;
   bool paused_ = false;
-
-  AdoptedConnection* adopted_ = nullptr;
-  curl_socket_t adoptedSocket_ = CURL_SOCKET_BAD;  // handed to libcurl, not yet told it is connected
 
   ExchangeResponse response_;
   bool headComplete_ = false;

@@ -1,16 +1,6 @@
 #include "http_request.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
-
 #include "net_address.h"
-#include "socket_exchange.h"
 #include "text.h"
 
 namespace NorvaneHost {
@@ -47,40 +37,6 @@ bool IsOneOf(const std::string& name, std::initializer_list<std::string_view> na
     if (EqualsIgnoreAsciiCase(name, candidate)) return true;
   }
   return false;
-}
-
-// libcurl sends plain HTTP through a proxy when one of these names it.
-bool ProxyConfigured() {
-  for (const char* name : {"http_proxy", "all_proxy", "ALL_PROXY"}) {
-    const char* value = std::getenv(name);
-    if (value != nullptr && *value != 0) return true;
-  }
-  return false;
-}
-
-// The authentication schemes a 401's challenges offer, in libcurl's terms.
-long OfferedSchemes(const std::vector<std::pair<std::string, std::string>>& fields) {
-  long schemes = 0;
-  for (const auto& [name, value] : fields) {
-    if (!EqualsIgnoreAsciiCase(name, "WWW-Authenticate")) continue;
-    // Challenges and their parameters share the commas; a scheme is the first
-    // word of a piece without '=' in it.
-    std::string_view rest = value;
-    while (!rest.empty()) {
-      size_t comma = rest.find(',');
-      std::string_view piece = TrimSpaces(rest.substr(0, comma));
-      std::string_view word = piece.substr(0, piece.find(' '));
-      if (word.find('=') == std::string_view::npos) {
-        if (EqualsIgnoreAsciiCase(word, "Basic")) schemes |= CURLAUTH_BASIC;
-        if (EqualsIgnoreAsciiCase(word, "Digest")) schemes |= CURLAUTH_DIGEST;
-        if (EqualsIgnoreAsciiCase(word, "NTLM")) schemes |= CURLAUTH_NTLM;
-        if (EqualsIgnoreAsciiCase(word, "Negotiate")) schemes |= CURLAUTH_NEGOTIATE;
-      }
-      if (comma == std::string_view::npos) break;
-      rest.remove_prefix(comma + 1);
-    }
-  }
-  return schemes;
 }
 
 }  // namespace
@@ -281,108 +237,11 @@ ExchangeSetup HttpRequestImpl::MakeSetup(bool streamed, const uint8_t* body, siz
   return setup;
 }
 
-CURLcode HttpRequestImpl::ExchangeWholeBody(AdoptedConnection* adopted) {
-  exchange_ = std::make_unique<HttpExchange>(*channel_);
-  ExchangeSetup setup = MakeSetup(false, body_.data(), body_.size());
-  setup.adopted = adopted;
-  CURLcode rc = exchange_->Start(setup);
-  return rc == CURLE_OK ? exchange_->Finish() : rc;
-}
-
-int HttpRequestImpl::TakeDirectSocket(AdoptedConnection* adopted) const {
-  if (!adopted->Holds() || tls_ || !userName_.empty() || ProxyConfigured()) return -1;
-  sockaddr_storage to{};
-  if (host_.ipv6) {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST;
-    hints.ai_family = AF_INET6;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (getaddrinfo(host_.text.c_str(), nullptr, &hints, &found) != 0) return -1;
-    std::memcpy(&to, found->ai_addr, std::min<size_t>(found->ai_addrlen, sizeof to));
-    freeaddrinfo(found);
-    reinterpret_cast<sockaddr_in6*>(&to)->sin6_port = htons(static_cast<uint16_t>(port_));
-  } else {
-    auto* v4 = reinterpret_cast<sockaddr_in*>(&to);
-    // A host name would need a lookup: libcurl's.
-    if (inet_pton(AF_INET, host_.text.c_str(), &v4->sin_addr) != 1) return -1;
-    v4->sin_family = AF_INET;
-    v4->sin_port = htons(static_cast<uint16_t>(port_));
-  }
-  return adopted->HandOut(reinterpret_cast<const sockaddr*>(&to));
-}
-
-std::string HttpRequestImpl::DirectRequestHead() const {
-  bool named = false, agent = false, accepts = false, typed = false;
-  for (const auto& [name, value] : headers_) {
-    named |= EqualsIgnoreAsciiCase(name, "Host");
-    agent |= EqualsIgnoreAsciiCase(name, "User-Agent");
-    accepts |= EqualsIgnoreAsciiCase(name, "Accept");
-    typed |= EqualsIgnoreAsciiCase(name, "Content-Type");
-  }
-  std::string head;
-  head.reserve(256);
-  head.append(method_).append(" ").append(ResourcePath(resource_)).append(" HTTP/1.1\r\n");
-  // The fields libcurl writes of its own accord, so that a device sees the
-  // same request whichever way it went.
-  if (!named) {
-    head.append("Host: ");
-    if (host_.ipv6) {
-      // A zone names an interface of this machine: nothing for the device.
-      head.append("[").append(std::string_view(host_.text).substr(0, host_.text.find('%'))).append("]");
-    } else {
-      head.append(host_.text);
-    }
-    if (port_ != 80) head.append(":").append(std::to_string(port_));
-    head.append("\r\n");
-  }
-  if (!agent) head.append("User-Agent: ").append(kUserAgent).append("\r\n");
-  if (!accepts) head.append("Accept: */*\r\n");
-  for (const auto& [name, value] : headers_) {
-    if (IsOneOf(name, {"Content-Length", "Transfer-Encoding", "Expect"})) continue;
-    head.append(name).append(value.empty() ? ":" : ": ").append(value).append("\r\n");
-  }
-  if (!typed && !contentType_.empty()) head.append("Content-Type: ").append(contentType_).append("\r\n");
-  if (SendsBody()) {
-    head.append("Content-Length: ").append(std::to_string(body_.size())).append("\r\n");
-  }
-  head.append("\r\n");
-  return head;
-}
-
 HRESULT HttpRequestImpl::SendWhole() {
-  AdoptedConnection adopted = address_->TakeAdoptedConnection();
-  int socket = TakeDirectSocket(&adopted);
-  if (socket >= 0) {
-    SocketRequest request;
-    request.head = DirectRequestHead();
-    request.body = SendsBody() ? body_.data() : nullptr;
-    request.bodyLength = SendsBody() ? body_.size() : 0;
-    request.noBody = method_ == "HEAD";
-    request.maxBody = HttpExchange::kMaxResponseBody;
-    request.readTimeoutMs = settings_.readTimeoutMs;
-    ExchangeResponse received;
-    SocketOutcome outcome = ExchangeOnSocket(socket, request, &received);
-    if (outcome.reusable) {
-      address_->AdoptConnection(socket);
-    } else {
-      close(socket);
-    }
-    // A connection the device closed before answering took no request: a
-    // fresh one carries it, as libcurl does with a kept connection.
-    if (outcome.answered || outcome.result == CURLE_OPERATION_TIMEDOUT) {
-      return Answer(outcome.result, outcome.result == CURLE_OK, received, OfferedSchemes(received.headers));
-    }
-  }
   if (!TakeChannel()) return E_OUTOFMEMORY;
-  CURLcode rc = ExchangeWholeBody(&adopted);
-  // libcurl before 8.0 calls connect() on a socket it was told is connected.
-  // The kernel answers that with success while the socket's own non-blocking
-  // connect has not yet been reported as done to a second connect() (so it is
-  // for the library's probe), and refuses it otherwise: then nothing has been
-  // sent, and the request goes once more on a connection of its own.
-  if (rc == CURLE_COULDNT_CONNECT && adopted.HandedOut()) rc = ExchangeWholeBody(nullptr);
-  return Conclude(rc);
+  exchange_ = std::make_unique<HttpExchange>(*channel_);
+  CURLcode rc = exchange_->Start(MakeSetup(false, body_.data(), body_.size()));
+  return Conclude(rc == CURLE_OK ? exchange_->Finish() : rc);
 }
 
 bool HttpRequestImpl::TakeChannel() {
@@ -397,17 +256,13 @@ HRESULT HttpRequestImpl::Conclude(CURLcode result) {
                    // The device answered before taking the whole streamed body
                    // and closed: its answer stands.
                    (streamed && (result == CURLE_SEND_ERROR || result == CURLE_SEND_FAIL_REWIND)));
-  HRESULT hr = Answer(result, answered, exchange_->Response(), exchange_->OfferedAuthSchemes());
+  errorCode_ = static_cast<uint32_t>(result);
+  ExchangeResponse& received = exchange_->Response();
+  if (received.status == 401) address_->NoteAuthSchemes(exchange_->OfferedAuthSchemes());
+  if (answered) response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
   exchange_.reset();
   address_->ReturnChannel(std::move(channel_));
   phase_ = Phase::kIdle;
-  return hr;
-}
-
-HRESULT HttpRequestImpl::Answer(CURLcode result, bool answered, ExchangeResponse& received, long offeredSchemes) {
-  errorCode_ = static_cast<uint32_t>(result);
-  if (received.status == 401) address_->NoteAuthSchemes(offeredSchemes);
-  if (answered) response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
   return answered ? S_OK : E_FAIL;
 }
 

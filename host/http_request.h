@@ -91,25 +91,13 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   std::vector<std::string> HeaderLines(bool streamed) const;
   ExchangeSetup MakeSetup(bool streamed, const uint8_t* body, size_t length) const;
   bool TakeChannel();
-  // One exchange of the whole body on the channel, on `adopted` when libcurl
-  // opens a connection to where it leads.
-  CURLcode ExchangeWholeBody(AdoptedConnection* adopted);
-  // The whole body on the adopted connection when it leads where this request
-  // goes, else through libcurl.
+  // One exchange of the whole body on the channel.
   HRESULT SendWhole();
-  // The adopted connection's socket when this request can be written on it
-  // directly: plain HTTP to an address literal, no credentials to negotiate
-  // and no proxy to go through. -1 otherwise (the connection stays adopted).
-  int TakeDirectSocket(AdoptedConnection* adopted) const;
-  // The request line and fields as written on a connection directly.
-  std::string DirectRequestHead() const;
-  // Keeps what an exchange ended with: its error code, the schemes a 401
-  // offered, and the response when one came; S_OK then, else E_FAIL.
-  HRESULT Answer(CURLcode result, bool answered, ExchangeResponse& received, long offeredSchemes);
   // Whether the method carries the request's body (all but GET and HEAD).
   bool SendsBody() const { return method_ != "GET" && method_ != "HEAD"; }
-  // Ends the exchange in progress: keeps its response when one came, gives the
-  // channel back to the address, and answers S_OK or E_FAIL.
+  // Ends the exchange in progress: keeps its error code, the schemes a 401
+  // offered and its response when one came, gives the channel back to the
+  // address, and answers S_OK (a response came) or E_FAIL.
   HRESULT Conclude(CURLcode result);
   bool CallerFramesChunks() const;
 

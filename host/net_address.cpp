@@ -219,18 +219,6 @@ void NetAddressImpl::ReturnChannel(std::unique_ptr<CurlChannel> channel) {
   // else: the channel and its connection close here
 }
 
-void NetAddressImpl::AdoptConnection(int socket) {
-  AdoptedConnection connection(socket);
-  std::lock_guard<std::mutex> lock(mutex_);
-  std::swap(adopted_, connection);
-  // The connection it replaces closes on return, after the lock.
-}
-
-AdoptedConnection NetAddressImpl::TakeAdoptedConnection() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return std::move(adopted_);
-}
-
 void NetAddressImpl::NoteAuthSchemes(long schemes) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (schemes != 0) authSchemes_ = schemes;

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "adopted_connection.h"
 #include "curl_channel.h"
 #include "norvane/transport.h"
 #include "settings.h"
@@ -17,7 +16,7 @@
 
 namespace NorvaneHost {
 
-class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddress>, public Norvane::ConnectionAdopter {
+class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddress> {
  public:
   // One reference for the caller; null for a null or empty host.
   static NetAddressImpl* Create(const char16_t* host);
@@ -57,12 +56,6 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   std::unique_ptr<CurlChannel> TakeChannel();
   void ReturnChannel(std::unique_ptr<CurlChannel> channel);
 
-  // Keeps the connection for the next request whose whole body is sent, which
-  // uses it when it goes to the same place and closes it otherwise; a
-  // connection adopted earlier and not yet taken is closed.
-  void AdoptConnection(int socket) override;
-  AdoptedConnection TakeAdoptedConnection();
-
   // Authentication schemes the device asked for in its last challenge.
   void NoteAuthSchemes(long schemes);
   long KnownAuthSchemes();
@@ -87,7 +80,6 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   HttpSettings http_;
   SnmpSettings snmp_;
   std::vector<std::unique_ptr<CurlChannel>> idle_;
-  AdoptedConnection adopted_;
   long authSchemes_ = 0;
 };
 

@@ -24,10 +24,6 @@
 //    on the wire, so the peer sees exactly one valid chunked body. Without that
 //    header the written bytes are the body itself. At most one chunk is held in
 //    memory whatever the document size.
-//  - The address is a ConnectionAdopter: the connection the IPP provider's
-//    connect probe opened is kept for the address's next whole-body request,
-//    which sends on it when it goes to that address and port (so a provider's
-//    creation connects once); any other next request closes it unused.
 //  - HTTPRequest::GetErrorCode answers the libcurl code (CURLcode) of the last
 //    exchange; NetAddressErrorText describes it.
 #pragma once

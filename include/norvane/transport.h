@@ -131,21 +131,6 @@ class NORVANE_API Address : public IDisposable {
   virtual uint32_t GetTimeout();                        // not called
 };
 
-// Optional for a host's Address, found by a run-time type test: takes over the
-// TCP connection that the IPP provider's connect probe has just opened to the
-// device, so that the creation request which follows uses it instead of
-// connecting a second time. Without it the library closes the probe's socket.
-class NORVANE_API ConnectionAdopter {
- public:
-  // `socket` is a non-blocking TCP stream socket connected to the device; its
-  // peer address says which address and port. The host owns it from this call
-  // on, and closes it when its next request does not go there.
-  virtual void AdoptConnection(int socket) = 0;
-
- protected:
-  ~ConnectionAdopter() = default;
-};
-
 // Host-side address class; the data collection looks for the web-service port
 // flag through a run-time type test.
 class NORVANE_API QxNetAddress : public Address {

@@ -15,49 +15,39 @@
 #include <string>
 
 #include "ipp/ipp_provider_impl.h"
+#include "platform/unique_fd.h"
 #include "support/string_utils.h"
 
 namespace Norvane {
 
 namespace {
 
-// Waits for a non-blocking connect on `s`; 0, or the socket error.
-int AwaitConnect(int s, uint32_t timeoutMs) {
+// Connects within `timeoutMs`; 0, or the socket error.
+int ConnectWithin(const sockaddr* address, socklen_t length, uint32_t timeoutMs) {
+  UniqueFd s(socket(address->sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
+  if (s.get() < 0) return errno;
+  if (connect(s.get(), address, length) == 0) return 0;
+  if (errno != EINPROGRESS) return errno;
+
   auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   for (;;) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) return ETIMEDOUT;
-    pollfd p{s, POLLOUT, 0};
+    pollfd p{s.get(), POLLOUT, 0};
     int ready = poll(&p, 1, static_cast<int>(left.count()));
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) return errno;
     if (ready == 0) return ETIMEDOUT;
     int error = 0;
     socklen_t size = sizeof error;
-    if (getsockopt(s, SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
+    if (getsockopt(s.get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) return errno;
     return error;
   }
 }
 
-// Connects within `timeoutMs`; 0, or the socket error. A connected socket goes
-// to `kept` when the caller wants it. It is connected once only: the host that
-// takes it over may still rely on its connect never having been called again.
-int ConnectWithin(const sockaddr* address, socklen_t length, uint32_t timeoutMs, UniqueFd* kept) {
-  UniqueFd s(socket(address->sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
-  if (s.get() < 0) return errno;
-  int result = 0;
-  if (connect(s.get(), address, length) != 0) {
-    if (errno != EINPROGRESS) return errno;
-    result = AwaitConnect(s.get(), timeoutMs);
-  }
-  if (result == 0 && kept != nullptr) *kept = std::move(s);
-  return result;
-}
-
 }  // namespace
 
-bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, int* error, uint32_t timeoutMs,
-                                   UniqueFd* connection) {
+bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, int* error, uint32_t timeoutMs) {
   int ignored = 0;
   int& result = error != nullptr ? *error : ignored;
   result = EINVAL;
@@ -75,7 +65,7 @@ bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, i
       return false;
     }
     std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(found, &freeaddrinfo);
-    result = ConnectWithin(owned->ai_addr, owned->ai_addrlen, timeoutMs, connection);
+    result = ConnectWithin(owned->ai_addr, owned->ai_addrlen, timeoutMs);
     return result == 0;
   }
 
@@ -86,7 +76,7 @@ bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, i
     v4.sin_family = AF_INET;
     if (inet_aton(address.c_str(), &v4.sin_addr) == 0) return false;
     v4.sin_port = htons(portText == "80" ? 80 : 631);
-    result = ConnectWithin(reinterpret_cast<const sockaddr*>(&v4), sizeof v4, timeoutMs, connection);
+    result = ConnectWithin(reinterpret_cast<const sockaddr*>(&v4), sizeof v4, timeoutMs);
     return result == 0;
   }
   return false;

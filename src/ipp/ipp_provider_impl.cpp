@@ -33,17 +33,12 @@ IPPProviderImpl* IPPProviderImpl::Create(Address* address, const char* resourceU
   // A port name (USB001) has no TCP stack to probe: ask over IPP straight away.
   if (!IsUSBPort(host)) {
     int error = 0;
-    UniqueFd connection;
-    if (!DeviceExists(host, u"631", &error, kDeviceProbeTimeoutMs, &connection)) {
+    if (!DeviceExists(host, u"631", &error)) {
       QX_LOG(QxLogging::kStandout, "IPP support is not present in the device");
       QX_LOG(QxLogging::kStandout, "Failed with error %d", error);
       SetLastError(DeviceExists(host, u"80") ? kIppErrorOnlyPort80 : kIppErrorNotReachable);
       return nullptr;
     }
-    // The creation request goes to the device next: a host that can, sends it
-    // on the probe's connection rather than opening another.
-    auto* adopter = dynamic_cast<ConnectionAdopter*>(address);
-    if (adopter != nullptr && connection.valid()) adopter->AdoptConnection(connection.Release());
   }
 
   auto operations = std::make_unique<IPPOperations>(address);

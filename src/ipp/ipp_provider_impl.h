@@ -25,7 +25,6 @@
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/sync.h"
-#include "platform/unique_fd.h"
 #include "support/ref.h"
 
 namespace Norvane {
@@ -156,10 +155,9 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   static uint32_t CrackPrinterURI(std::u16string_view uri, std::u16string* resource, std::u16string* full);
   // TCP connect probe of an IPv4 or IPv6 address text. IPv4 probes port 80 when
   // `port` is "80" and 631 otherwise; IPv6 probes the port text. `error`
-  // receives the socket error of a failed probe; `connection`, when given,
-  // the connected socket of a successful one (otherwise it is closed).
+  // receives the socket error of a failed probe.
   static bool DeviceExists(const char16_t* host, const char16_t* port, int* error = nullptr,
-                           uint32_t timeoutMs = kDeviceProbeTimeoutMs, UniqueFd* connection = nullptr);
+                           uint32_t timeoutMs = kDeviceProbeTimeoutMs);
 
   const std::u16string& GetResourceURI() const { return resourceURI_; }
   const std::u16string& GetPrinterURI() const { return printerURI_; }

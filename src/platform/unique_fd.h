@@ -22,8 +22,6 @@ class UniqueFd {
   int get() const { return fd_; }
   bool valid() const { return fd_ >= 0; }
   void Reset(int fd = -1);
-  // Gives up ownership: the caller closes what this returns.
-  int Release() { return std::exchange(fd_, -1); }
 
  private:
   int fd_ = -1;

@@ -4,11 +4,7 @@
 // The web-services exchange as the providers post it runs in tests/integration/xml.
 #include <curl/curl.h>
 #include <gtest/gtest.h>
-#include <arpa/inet.h>
-#include <poll.h>
 #include <strings.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <set>
@@ -48,24 +44,6 @@ std::set<std::string> OpenSockets() {
   return sockets;
 }
 
-// A non-blocking connect waited for with poll, as the IPP provider's probe
-// does; `confirm` calls connect() once more afterwards, as many programs do.
-// The socket and its name in /proc.
-std::pair<int, std::string> ConnectTo(const std::string& host, uint32_t port, bool confirm) {
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(static_cast<uint16_t>(port));
-  inet_pton(AF_INET, host.c_str(), &to.sin_addr);
-  int s = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  connect(s, reinterpret_cast<const sockaddr*>(&to), sizeof to);
-  pollfd p{s, POLLOUT, 0};
-  poll(&p, 1, 5000);
-  if (confirm) connect(s, reinterpret_cast<const sockaddr*>(&to), sizeof to);
-  struct stat status {};
-  fstat(s, &status);
-  return {s, "socket:[" + std::to_string(status.st_ino) + "]"};
-}
-
 class HostHttpPeers : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -75,20 +53,9 @@ class HostHttpPeers : public ::testing::Test {
     ASSERT_NE(nullptr, address_.get());
   }
 
-  // With `adopt_`, each request finds a connection to its port adopted, as
-  // after the IPP provider's probe: the host then writes it on that socket
-  // itself instead of through libcurl, and must answer the same.
-  void AdoptOneTo(uint32_t port) {
-    if (!adopt_) return;
-    auto* adopter = dynamic_cast<Norvane::ConnectionAdopter*>(address_.get());
-    ASSERT_NE(nullptr, adopter);
-    adopter->AdoptConnection(ConnectTo(BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1"), port, false).first);
-  }
-
   // GET through CreateRequestEx, as the XML providers do: resource only.
   HRESULT Get(uint32_t port, const std::u16string& resource, Ref<Norvane::HTTPRequest>& request,
               Norvane::HTTPResponse** response) {
-    AdoptOneTo(port);
     HRESULT hr = address_->CreateRequestEx(request.Out(), port);
     if (FAILED(hr)) return hr;
     request->SetResource(resource.c_str());
@@ -124,7 +91,6 @@ class HostHttpPeers : public ::testing::Test {
   // A whole-body request on the second web port, sent when a response is asked for.
   HRESULT Post(Ref<Norvane::HTTPRequest>& request, const char16_t* resource, const std::string& body,
                Norvane::HTTPResponse** response, const char16_t* method = u"POST") {
-    AdoptOneTo(altPort_);
     EXPECT_EQ(S_OK, address_->CreateRequest(request.Out(), altPort_));
     request->SetMethod(method);
     request->SetResource(resource);
@@ -132,10 +98,7 @@ class HostHttpPeers : public ::testing::Test {
     return response == nullptr ? S_OK : request->Send(response);
   }
 
-  void WholeBodiesGoOnceTyped();
-
   Ref<Norvane::QxNetAddress> address_;
-  bool adopt_ = false;
   uint32_t webPort_ = BenchPort("NORVANE_SIM_HTTP_PORT", 80);
   uint32_t altPort_ = BenchPort("NORVANE_SIM_ALT_PORT", 8080);
 };
@@ -178,14 +141,6 @@ TEST_F(HostHttpPeers, ReadsTheDeviceXmlResourcesOnOneKeptConnection) {
 }
 
 TEST_F(HostHttpPeers, WholeBodiesGoOnceTypedWithoutExpectContinue) {
-  for (bool adopt : {false, true}) {
-    SCOPED_TRACE(adopt ? "written on an adopted connection" : "through libcurl");
-    adopt_ = adopt;
-    WholeBodiesGoOnceTyped();
-  }
-}
-
-void HostHttpPeers::WholeBodiesGoOnceTyped() {
   // Large enough that libcurl would ask for 100-continue (answered 417) if allowed to.
   const std::string body = Pattern(3 << 20, 7);
   Ref<Norvane::HTTPRequest> request;
@@ -256,31 +211,27 @@ TEST_F(HostHttpPeers, FaultsAreAnswersOrFailuresWithinTheTimeOuts) {
   // Connected, the read time-out alone bounds the waits.
   ASSERT_EQ(S_OK, NetAddressSetHttpTimeouts(address_.get(), 2000, 1000));
   for (const Case& c : cases) {
-    for (bool adopt : {false, true}) {
-      SCOPED_TRACE(std::string(c.resource, c.resource + std::char_traits<char16_t>::length(c.resource)) +
-                   (adopt ? " on an adopted connection" : " through libcurl"));
-      adopt_ = adopt && c.port != 9;
-      Ref<Norvane::HTTPRequest> request;
-      Norvane::HTTPResponse* response = reinterpret_cast<Norvane::HTTPResponse*>(1);
-      auto start = std::chrono::steady_clock::now();
-      ASSERT_EQ(c.result, Get(c.port == 8080 ? altPort_ : c.port == 80 ? webPort_ : c.port, c.resource, request,
-                              &response));
-      double waited = SecondsSince(start);
-      EXPECT_GE(waited, c.atLeast);
-      EXPECT_LT(waited, c.atLeast + 1.5);
-      EXPECT_EQ(static_cast<uint32_t>(c.error), request->GetErrorCode());
-      if (FAILED(c.result)) {
-        EXPECT_EQ(nullptr, response);
-        EXPECT_STRNE("", NetAddressErrorText(request->GetErrorCode()));
-        continue;
-      }
-      EXPECT_EQ(c.status, response->GetStatus());
-      const char16_t* reason = nullptr;
-      ASSERT_EQ(S_OK, response->GetStatusText(&reason));
-      EXPECT_EQ(c.status == 404 ? u"Not Found" : u"OK", std::u16string(reason));
-      // The answer on the second web port is the product information.
-      EXPECT_NE(std::string::npos, BodyOf(response).find(c.port == 80 && c.status == 200 ? "NV42A17Q9X" : "<"));
+    SCOPED_TRACE(std::string(c.resource, c.resource + std::char_traits<char16_t>::length(c.resource)));
+    Ref<Norvane::HTTPRequest> request;
+    Norvane::HTTPResponse* response = reinterpret_cast<Norvane::HTTPResponse*>(1);
+    auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(c.result, Get(c.port == 8080 ? altPort_ : c.port == 80 ? webPort_ : c.port, c.resource, request,
+                            &response));
+    double waited = SecondsSince(start);
+    EXPECT_GE(waited, c.atLeast);
+    EXPECT_LT(waited, c.atLeast + 1.5);
+    EXPECT_EQ(static_cast<uint32_t>(c.error), request->GetErrorCode());
+    if (FAILED(c.result)) {
+      EXPECT_EQ(nullptr, response);
+      EXPECT_STRNE("", NetAddressErrorText(request->GetErrorCode()));
+      continue;
     }
+    EXPECT_EQ(c.status, response->GetStatus());
+    const char16_t* reason = nullptr;
+    ASSERT_EQ(S_OK, response->GetStatusText(&reason));
+    EXPECT_EQ(c.status == 404 ? u"Not Found" : u"OK", std::u16string(reason));
+    // The answer on the second web port is the product information.
+    EXPECT_NE(std::string::npos, BodyOf(response).find(c.port == 80 && c.status == 200 ? "NV42A17Q9X" : "<"));
   }
 }
 
@@ -384,40 +335,6 @@ TEST_F(HostHttpPeers, CredentialsAnswerTheChallengeAndStreamsSendThemAtOnce) {
   ASSERT_EQ(S_OK, stream->Send(&response));
   EXPECT_EQ(404u, response->GetStatus());
   EXPECT_TRUE(Journal("/ipp/print").body == payload);
-}
-
-TEST_F(HostHttpPeers, AnAdoptedConnectionCarriesTheNextRequestOnlyWhereItLeads) {
-  // A request the host writes itself never connects again; libcurl before 8.0
-  // (which has credentials to negotiate) connects an adopted socket once more:
-  // a confirmed one refuses that, and the request goes on a connection of its own.
-  const bool curlTrustsTheSocket = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080000;
-  struct Case { const char* name; bool toOtherPort; bool confirm; bool credentials; bool carries; } cases[] = {
-      {"probe's connection", false, false, false, true},
-      {"confirmed connection", false, true, false, true},
-      {"probe's connection, through libcurl", false, false, true, true},
-      {"confirmed connection, through libcurl", false, true, true, curlTrustsTheSocket},
-      {"connection to another port", true, false, false, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::string host = BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1");
-    auto address = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(Wide(host).c_str()));
-    auto* adopter = dynamic_cast<Norvane::ConnectionAdopter*>(address.get());
-    ASSERT_NE(nullptr, adopter);
-    auto [socket, name] = ConnectTo(host, c.toOtherPort ? altPort_ : webPort_, c.confirm);
-    adopter->AdoptConnection(socket);
-    Ref<Norvane::HTTPRequest> request;
-    ASSERT_EQ(S_OK, address->CreateRequestEx(request.Out(), webPort_));
-    request->SetMethod(u"POST");
-    request->SetResource(u"/ipp/print");
-    if (c.credentials) request->SetUserName(u"someone");
-    request->SetBody(Bytes("adopted"), 7);
-    Norvane::HTTPResponse* response = nullptr;
-    ASSERT_EQ(S_OK, request->Send(&response));
-    EXPECT_EQ("adopted", Journal("/ipp/print").body);
-    // The address keeps the connection the request went on; any other is closed.
-    EXPECT_EQ(c.carries, OpenSockets().count(name) == 1);
-  }
 }
 
 }  // namespace
