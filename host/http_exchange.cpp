@@ -1,10 +1,13 @@
 #include "http_exchange.h"
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
 
 #include "norvane/host.h"
 #include "text.h"
+#include "trace.h"
 
 #ifndef NORVANE_HOST_VERSION
 #define NORVANE_HOST_VERSION "0"
@@ -45,6 +48,7 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   // Options of the previous exchange go (whichever address it was for).
   curl_easy_reset(easy);
   response_ = ExchangeResponse();
+  traceTarget_.clear();
   headComplete_ = bodyTooLarge_ = false;
   ended_ = false;
   result_ = CURLE_OK;
@@ -74,6 +78,9 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   // The channel's connection, lookups and TLS sessions.
   set(CURLOPT_SHARE, channel_.Share());
   set(CURLOPT_URL, setup.url.c_str());
+  // The path goes out as the library wrote it: "/a/../b" is not ours to
+  // shorten, a device may mean something by it.
+  set(CURLOPT_PATH_AS_IS, 1L);
   set(CURLOPT_PROTOCOLS_STR, "http,https");
   set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   set(CURLOPT_NOSIGNAL, 1L);
@@ -120,6 +127,15 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
     set(CURLOPT_POSTFIELDS, setup.body != nullptr ? reinterpret_cast<const char*>(setup.body) : "");
     if (setup.method != "POST") set(CURLOPT_CUSTOMREQUEST, setup.method.c_str());
   }
+  if (uint32_t level = TraceLevel(); level != 0 && rc == CURLE_OK) {
+    traceTarget_ = setup.method + " " + setup.url;
+    started_ = std::chrono::steady_clock::now();
+    if (level >= NORVANE_HOST_TRACE_WIRE) {
+      set(CURLOPT_DEBUGFUNCTION, &HttpExchange::OnDebug);
+      set(CURLOPT_DEBUGDATA, this);
+      set(CURLOPT_VERBOSE, 1L);
+    }
+  }
   if (rc != CURLE_OK) return rc;
 
   if (curl_multi_add_handle(engine_->multi.get(), easy) != CURLM_OK) return CURLE_FAILED_INIT;
@@ -131,7 +147,60 @@ void HttpExchange::End(CURLcode result) {
   if (ended_) return;
   ended_ = true;
   result_ = bodyTooLarge_ && result == CURLE_WRITE_ERROR ? CURLE_FILESIZE_EXCEEDED : result;
+  if (!traceTarget_.empty()) TraceEnd(result_);
   Detach();
+}
+
+void HttpExchange::TraceEnd(CURLcode result) {
+  curl_off_t sent = 0, received = 0;
+  long connects = 0;
+  curl_easy_getinfo(Easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
+  curl_easy_getinfo(Easy(), CURLINFO_SIZE_DOWNLOAD_T, &received);
+  curl_easy_getinfo(Easy(), CURLINFO_NUM_CONNECTS, &connects);
+  double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started_).count();
+  std::string outcome;
+  if (HasResponseHead()) {
+    // The status line without its protocol: "200 OK".
+    std::string_view status = response_.statusLine;
+    outcome = status.substr(std::min(status.size(), status.find(' ') + 1));
+  }
+  if (result != CURLE_OK) {
+    if (!outcome.empty()) outcome += ", then ";
+    outcome += "failed: ";
+    outcome += curl_easy_strerror(result);
+    outcome += " (" + std::to_string(static_cast<int>(result)) + ")";
+  }
+  char figures[160];
+  std::snprintf(figures, sizeof figures, " (sent %" PRId64 " B, received %" PRId64 " B, %s connection, %.1f ms)",
+                static_cast<int64_t>(sent), static_cast<int64_t>(received), connects > 0 ? "new" : "kept", ms);
+  TraceLine("http " + traceTarget_ + " -> " + outcome + figures);
+}
+
+int HttpExchange::OnDebug(CURL*, curl_infotype type, char* data, size_t size, void*) {
+  const char* mark;
+  switch (type) {
+    case CURLINFO_TEXT: mark = "http * "; break;
+    case CURLINFO_HEADER_IN: mark = "http < "; break;
+    case CURLINFO_HEADER_OUT: mark = "http > "; break;
+    case CURLINFO_DATA_IN:
+    case CURLINFO_DATA_OUT:
+      // Sizes only: a body may hold anything a user would not want in a log.
+      TraceLine(std::string(type == CURLINFO_DATA_IN ? "http < " : "http > ") + "[" + std::to_string(size) +
+                " body bytes]");
+      return 0;
+    default: return 0;  // TLS records
+  }
+  // Header blocks come whole, several lines at once.
+  std::string_view text(data, size);
+  while (!text.empty()) {
+    size_t end = text.find('\n');
+    std::string_view line = text.substr(0, end);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (!line.empty()) TraceLine(mark + std::string(line));
+    if (end == std::string_view::npos) break;
+    text.remove_prefix(end + 1);
+  }
+  return 0;
 }
 
 CURLcode HttpExchange::Drive(const std::function<bool()>& done) {

@@ -80,6 +80,9 @@ class HttpExchange {
   static int OnConnected(void* self, char* primaryIp, char* localIp, int primaryPort, int localPort);
   static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
                         curl_off_t ulNow);
+  static int OnDebug(CURL* easy, curl_infotype type, char* data, size_t size, void* self);
+  // The exchange's trace line, while the engine is still held.
+  void TraceEnd(CURLcode result);
 
   CURLcode Drive(const std::function<bool()>& done);
   void End(CURLcode result);
@@ -106,6 +109,10 @@ class HttpExchange {
   bool bodyAsked_ = false;
   bool bodyEnded_ = false;
   bool paused_ = false;
+
+  // What the trace line names, kept only while tracing.
+  std::string traceTarget_;
+  std::chrono::steady_clock::time_point started_;
 
   ExchangeResponse response_;
   bool headComplete_ = false;

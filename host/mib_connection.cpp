@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 
 #include "mib_user_security.h"
 #include "support/ref.h"
 #include "text.h"
+#include "trace.h"
 
 namespace NorvaneHost {
 
@@ -33,6 +35,51 @@ uint64_t NowMs() {
 void ClearOut(VARIANT* value) {
   VariantClear(value);
   VariantInit(value);
+}
+
+const char* PduName(int command) {
+  switch (command) {
+    case SNMP_MSG_GET: return "GET";
+    case SNMP_MSG_GETNEXT: return "GETNEXT";
+    case SNMP_MSG_GETBULK: return "GETBULK";
+    case SNMP_MSG_SET: return "SET";
+    default: return "PDU";
+  }
+}
+
+const char* TypeName(u_char type) {
+  switch (type) {
+    case ASN_INTEGER: return "INTEGER";
+    case ASN_OCTET_STR: return "OCTET STRING";
+    case ASN_OBJECT_ID: return "OID";
+    case ASN_NULL: return "NULL";
+    case ASN_IPADDRESS: return "IpAddress";
+    case ASN_COUNTER: return "Counter32";
+    case ASN_GAUGE: return "Gauge32";
+    case ASN_TIMETICKS: return "TimeTicks";
+    case ASN_OPAQUE: return "Opaque";
+    case ASN_COUNTER64: return "Counter64";
+    case SNMP_NOSUCHOBJECT: return "noSuchObject";
+    case SNMP_NOSUCHINSTANCE: return "noSuchInstance";
+    case SNMP_ENDOFMIBVIEW: return "endOfMibView";
+    default: return "unknown type";
+  }
+}
+
+// The objects of a PDU for the trace, with their types when `typed` (never
+// their values); the first few only, a walk's bulk answer has dozens.
+std::string DescribeVariables(const netsnmp_variable_list* variable, bool typed) {
+  constexpr int kShown = 4;
+  std::string text;
+  int count = 0;
+  for (; variable != nullptr; variable = variable->next_variable, ++count) {
+    if (count >= kShown) continue;
+    if (count > 0) text += ", ";
+    text += WideToUtf8(FormatOid(variable->name, variable->name_length));
+    if (typed) text.append(" ").append(TypeName(variable->type));
+  }
+  if (count > kShown) text += " and " + std::to_string(count - kShown) + " more";
+  return text;
 }
 
 }  // namespace
@@ -114,6 +161,15 @@ HRESULT MibConnectionImpl::ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* resp
     snmp_free_pdu(request);
     return E_FAIL;
   }
+  std::string traced;
+  auto started = std::chrono::steady_clock::now();
+  if (Tracing()) {
+    // Before sending, which consumes the request. A SET's values are not
+    // traced, only their types.
+    traced = std::string("snmp ") + PduName(request->command) + " " + SnmpPeerName(host_, settings_.port) +
+             (UserSecurity() ? " v3 user " + settings_.v3.user : settings_.version == 1 ? " v1" : " v2c") + " " +
+             DescribeVariables(request->variables, request->command == SNMP_MSG_SET);
+  }
   netsnmp_pdu* answer = nullptr;
   int status;
   if (UserSecurity()) {
@@ -124,6 +180,22 @@ HRESULT MibConnectionImpl::ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* resp
     status = snmp_sess_synch_response(session_.get(), request, &answer);
   }
   response->reset(answer);
+  if (!traced.empty()) {
+    double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
+    char elapsed[32];
+    std::snprintf(elapsed, sizeof elapsed, " (%.1f ms)", ms);
+    if (status == STAT_TIMEOUT) {
+      traced += " -> no answer in time";
+    } else if (status != STAT_SUCCESS || answer == nullptr) {
+      traced += " -> failed";
+    } else {
+      // net-snmp's text starts with the status's name: "(noError) No Error".
+      std::string_view error = snmp_errstring(static_cast<int>(answer->errstat));
+      if (error.starts_with('(')) error = error.substr(1, error.find(')') - 1);
+      traced += " -> " + DescribeVariables(answer->variables, true) + "; " + std::string(error);
+    }
+    TraceLine(traced + elapsed);
+  }
   if (status == STAT_TIMEOUT) return kSnmpTimeout;
   if (status != STAT_SUCCESS || answer == nullptr) return E_FAIL;
   return S_OK;

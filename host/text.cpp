@@ -36,4 +36,43 @@ void Wipe(std::string& secret) {
   secret.clear();
 }
 
+namespace {
+
+bool StartsWithIgnoreCase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() && EqualsIgnoreAsciiCase(text.substr(0, prefix.size()), prefix);
+}
+
+}  // namespace
+
+std::string Redact(std::string_view line) {
+  std::string out;
+  out.reserve(line.size());
+  size_t at = 0;
+  while (at < line.size()) {
+    std::string_view rest = line.substr(at);
+    if (StartsWithIgnoreCase(rest, "authorization:") || StartsWithIgnoreCase(rest, "proxy-authorization:")) {
+      // The field name and the scheme stay: which scheme went is worth knowing.
+      size_t colon = rest.find(':');
+      size_t scheme = rest.find_first_not_of(' ', colon + 1);
+      size_t end = scheme == std::string_view::npos ? rest.size() : rest.find(' ', scheme);
+      if (end == std::string_view::npos) end = colon + 1;  // a bare credential: all of it goes
+      out.append(rest.substr(0, end)).append(" ***");
+      break;  // nothing after the value but the line's end
+    }
+    if (rest.starts_with("://")) {
+      std::string_view authority = rest.substr(3, rest.find_first_of("/?# ", 3) - 3);
+      size_t userEnd = authority.rfind('@');
+      out.append("://");
+      at += 3;
+      if (userEnd != std::string_view::npos) {
+        out.append("***");
+        at += userEnd;
+      }
+      continue;
+    }
+    out.push_back(line[at++]);
+  }
+  return out;
+}
+
 }  // namespace NorvaneHost

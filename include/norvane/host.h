@@ -1,6 +1,7 @@
 // The reference host transport (libnorvane-host): a real Address for a network
-// printer, with HTTP(S) requests over libcurl and SNMP v1/v2c/v3 over net-snmp, so
-// the library can talk to real devices. Link with -lnorvane-host -lnorvane
+// printer, so the library can talk to real devices. Every HTTP(S) request goes
+// through libcurl and every SNMP v1/v2c/v3 request through net-snmp; the host
+// writes and parses no protocol itself. Link with -lnorvane-host -lnorvane
 // (pkg-config norvane-host). This header is not part of <norvane/norvane.h>: a
 // host that brings its own transport never includes it.
 //
@@ -11,7 +12,8 @@
 // Behaviour of the address's requests:
 //  - URL: http://HOST:PORT/RESOURCE with the port the library asks for; an IPv6
 //    literal host is written in brackets. A resource given as an absolute URL
-//    (scheme://authority/path) contributes only its path and query.
+//    (scheme://authority/path) contributes only its path and query. The path
+//    goes on the wire as given: dot segments ("/a/../b") are not resolved.
 //  - The port text (SetPortText) replaces the port of IPP requests, i.e. when the
 //    library asks for 631 or 443; other ports are used as asked.
 //  - https is used for port 443, and for IPP requests (631 or 443 asked) while
@@ -115,6 +117,30 @@ NORVANE_API const char* NetAddressErrorText(uint32_t code);
 // library's connect probe and its requests then use that address (GetHost),
 // while GetName keeps the name as given.
 NORVANE_API const char* NetAddressResolveError(Norvane::QxNetAddress* address);
+
+// Tracing, for finding out what the host said to a device and what came back.
+// At NORVANE_HOST_TRACE_EXCHANGES each HTTP exchange gives one line (method,
+// URL, status, body bytes sent and received, whether the connection was new,
+// time) and so does each SNMP exchange (PDU type, agent, OIDs asked, the type
+// of each value answered, error status, time); NORVANE_HOST_TRACE_WIRE adds
+// libcurl's account of each HTTP exchange (header lines both ways, connection
+// events, sizes of body pieces; never body bytes). Credentials never appear:
+// Authorization values and the user information of URLs are masked, and SNMP
+// communities and pass phrases are not traced at all.
+#define NORVANE_HOST_TRACE_OFF 0u
+#define NORVANE_HOST_TRACE_EXCHANGES 1u
+#define NORVANE_HOST_TRACE_WIRE 2u
+
+// Receives one trace line (UTF-8, no line break) on the thread that made the
+// exchange; calls never overlap. It must not call into the host.
+typedef void (*NorvaneHostTraceSink)(void* context, const char* line);
+
+// Sets the trace level for the whole process, and where lines go: `sink` with
+// `context`, or standard error (each line prefixed "norvane-host: ") when
+// `sink` is null. Until a host calls this, the environment variable
+// NORVANE_HOST_TRACE sets the level (1: exchanges, 2: wire) with lines on
+// standard error. E_INVALIDARG for an unknown level.
+NORVANE_API HRESULT NorvaneHostSetTrace(uint32_t level, NorvaneHostTraceSink sink, void* context);
 
 // A few words (static storage, no final period) for a status the library or a
 // single request returned, and for a thread last-error code the library set.

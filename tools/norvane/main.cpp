@@ -75,6 +75,11 @@ int main(int argc, char** argv) {
   app.fallthrough();
   Common common;
   app.add_flag("--json", common.json, "Print JSON instead of a table");
+  // Set as the flag is read, before any command runs.
+  app.add_flag_callback(
+         "--trace", [] { NorvaneHostSetTrace(NORVANE_HOST_TRACE_EXCHANGES, nullptr, nullptr); },
+         "Trace each exchange with the printer on standard error (NORVANE_HOST_TRACE=2 adds the wire)")
+      ->trigger_on_parse();
   app.add_option("--timeout", common.timeoutMs, "Milliseconds to wait for a printer (default 5000)")
       ->check(CLI::Range(100u, 600000u));
   app.add_option("--community", common.community, "SNMP community (default public)");

@@ -11,6 +11,7 @@ namespace NorvaneHostTest {
 namespace {
 
 using namespace NorvaneBench;
+using namespace std::string_literals;
 
 constexpr char16_t kDeviceDescr[] = u"1.3.6.1.2.1.25.3.2.1.3.1";
 constexpr char16_t kLevelColumn[] = u"1.3.6.1.2.1.43.11.1.1.9.1";
@@ -135,6 +136,45 @@ TEST_F(HostSnmpPeer, AnUnknownCommunityTimesOutWithinTheSetBound) {
   // The connection's own community can be changed after the fact.
   ASSERT_EQ(S_OK, connection_->SetCommunity(community_.c_str()));
   ASSERT_EQ(S_OK, connection_->GetValue(kDeviceDescr, value.Ptr()));
+}
+
+TEST_F(HostSnmpPeer, TracesEachExchangeWithoutItsSecrets) {
+  std::vector<std::string> lines;
+  ASSERT_EQ(S_OK, NorvaneHostSetTrace(
+                      NORVANE_HOST_TRACE_EXCHANGES,
+                      [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); },
+                      &lines));
+  Norvane::Variant value, renamed = Norvane::Variant::FromString(u"Front Desk");
+  ASSERT_EQ(S_OK, connection_->GetValue(kDeviceDescr, value.Ptr()));
+  EXPECT_EQ("62 -", GetMany({kBlackLevel, kMissing}));
+  EXPECT_EQ(E_FAIL, connection_->SetValue(kSerial, &renamed.Get()));
+  const std::string pass = BenchValue("NORVANE_SNMP_V3_AUTH_PASS"), priv = BenchValue("NORVANE_SNMP_V3_PRIV_PASS");
+  ASSERT_EQ(S_OK, NetAddressSetSnmpUser(address_.get(), Wide(BenchValue("NORVANE_SNMP_V3_USER")).c_str(),
+                                        NORVANE_SNMP_AUTH_PRIV, nullptr));
+  ASSERT_EQ(S_OK, NetAddressSetSnmpAuthentication(address_.get(), NORVANE_SNMP_AUTH_SHA256, Wide(pass).c_str()));
+  ASSERT_EQ(S_OK, NetAddressSetSnmpPrivacy(address_.get(), NORVANE_SNMP_PRIV_AES128, Wide(priv).c_str()));
+  ASSERT_EQ(S_OK, address_->GetMIBConnection(connection_.Out()));
+  ASSERT_EQ(S_OK, connection_->GetValue(kDeviceDescr, value.Ptr()));
+  NorvaneHostSetTrace(NORVANE_HOST_TRACE_OFF, nullptr, nullptr);
+
+  const std::string agent = "udp:" + BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1") + ":" +
+                            std::to_string(BenchPort("NORVANE_SNMP_PORT", 161));
+  const std::string descr = "1.3.6.1.2.1.25.3.2.1.3.1", serial = "1.3.6.1.2.1.43.5.1.1.17.1";
+  const std::string expected[] = {
+      "snmp GET " + agent + " v2c " + descr + " -> " + descr + " OCTET STRING; noError (",
+      "snmp GET " + agent + " v2c 1.3.6.1.2.1.43.11.1.1.9.1.1, 1.3.6.1.2.1.43.11.1.1.9.1.77 -> " +
+          "1.3.6.1.2.1.43.11.1.1.9.1.1 INTEGER, 1.3.6.1.2.1.43.11.1.1.9.1.77 noSuchInstance; noError (",
+      "snmp SET " + agent + " v2c " + serial + " OCTET STRING -> " + serial + " OCTET STRING; notWritable (",
+      "snmp GET " + agent + " v3 user " + BenchValue("NORVANE_SNMP_V3_USER") + " " + descr + " -> " + descr +
+          " OCTET STRING; noError (",
+  };
+  ASSERT_EQ(std::size(expected), lines.size());
+  for (size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(expected[i], lines[i].substr(0, expected[i].size()));
+    for (const std::string& secret : {pass, priv, BenchValue("NORVANE_SNMP_COMMUNITY", "public"), "Front Desk"s}) {
+      EXPECT_EQ(std::string::npos, lines[i].find(secret)) << lines[i];
+    }
+  }
 }
 
 }  // namespace
