@@ -12,7 +12,10 @@ failed=0
 # shellcheck source=../expect.sh
 source "$(dirname "$0")/../expect.sh"
 
-"$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-status-ipp.xml" >"$work/ipp.json" || failed=1
+# Traced: the exchanges go to stderr, the answer alone to stdout.
+"$norvane" --json --trace collect 127.0.0.1 --datamap "$samples/printer-status-ipp.xml" >"$work/ipp.json" \
+  2>"$work/ipp.trace" || failed=1
+expect "$work/ipp.trace" 'norvane-host: http POST http://127.0.0.1:631/' ' -> 200 OK (sent '
 expect "$work/ipp.json" '"protocol":"IPP"' \
   '{"key":"ipp:State","source":"device","value":"idle"}' \
   '{"key":"ipp:StateReasons","source":"device","value":"no problems"}' \
@@ -21,7 +24,9 @@ expect "$work/ipp.json" '"protocol":"IPP"' \
   '"key":"ipp:UUID","source":"device","value":"urn:uuid:' \
   '{"key":"ipp:Source","source":"static","value":"IPP Everywhere"}'
 
-"$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-supplies-snmp.xml" >"$work/snmp.json" || failed=1
+NORVANE_HOST_TRACE=1 "$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-supplies-snmp.xml" \
+  >"$work/snmp.json" 2>"$work/snmp.trace" || failed=1
+expect "$work/snmp.trace" 'norvane-host: snmp GET udp:127.0.0.1:161 v2c ' '; noError ('
 expect "$work/snmp.json" '"protocol":"OID"' \
   '{"key":"snmp:PrinterStatus","source":"device","value":"idle"}' \
   '{"key":"snmp:DeviceStatus","source":"device","value":"running"}' \

@@ -163,7 +163,7 @@ TEST_F(HostSnmpPeer, TracesEachExchangeWithoutItsSecrets) {
   const std::string expected[] = {
       "snmp GET " + agent + " v2c " + descr + " -> " + descr + " OCTET STRING; noError (",
       "snmp GET " + agent + " v2c 1.3.6.1.2.1.43.11.1.1.9.1.1, 1.3.6.1.2.1.43.11.1.1.9.1.77 -> " +
-          "1.3.6.1.2.1.43.11.1.1.9.1.1 INTEGER, 1.3.6.1.2.1.43.11.1.1.9.1.77 noSuchInstance; noError (",
+          "1.3.6.1.2.1.43.11.1.1.9.1.1 INTEGER, 1.3.6.1.2.1.43.11.1.1.9.1.77 noSuchObject; noError (",
       "snmp SET " + agent + " v2c " + serial + " OCTET STRING -> " + serial + " OCTET STRING; notWritable (",
       "snmp GET " + agent + " v3 user " + BenchValue("NORVANE_SNMP_V3_USER") + " " + descr + " -> " + descr +
           " OCTET STRING; noError (",
