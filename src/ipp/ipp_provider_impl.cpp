@@ -34,7 +34,13 @@ IPPProviderImpl* IPPProviderImpl::Create(Address* address, const char* resourceU
   if (!IsUSBPort(host)) {
     int error = 0;
     UniqueFd connection;
-    if (!DeviceExists(host, u"631", &error, kDeviceProbeTimeoutMs, &connection)) {
+    // A host that named the printer's port asks for the probe to go there.
+    std::u16string probePort = u"631";
+    auto* net = dynamic_cast<QxNetAddress*>(address);
+    const char16_t* portText = address->GetPortText();
+    const bool ownPort = net != nullptr && net->GetProbePortTextFlag() && portText != nullptr && *portText != 0;
+    if (ownPort) probePort = portText;
+    if (!DeviceExists(host, probePort.c_str(), &error, kDeviceProbeTimeoutMs, &connection, ownPort)) {
       QX_LOG(QxLogging::kStandout, "IPP support is not present in the device");
       QX_LOG(QxLogging::kStandout, "Failed with error %d", error);
       SetLastError(DeviceExists(host, u"80") ? kIppErrorOnlyPort80 : kIppErrorNotReachable);

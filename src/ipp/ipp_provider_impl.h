@@ -109,6 +109,9 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // lists no value for it, 0x80004005 on failure. `completed` asks about
   // finished jobs (their job-state) instead of jobs in progress (their reasons).
   HRESULT GetJobs(IPPRequestBase* attributes, IPPResponseBase* response, bool completed);
+  // One Get-Jobs request, each name's values over all listed jobs (GetIPPJobValues).
+  HRESULT GetJobValues(const char* user, bool completed, const char* const* names, VARIANT* values,
+                       uint32_t count);
 
   // Status polling while a chunked print streams (ipp_status_polling.cpp).
   // Lock A guards writes of the print-status flag, lock B the printer-status
@@ -158,8 +161,11 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // `port` is "80" and 631 otherwise; IPv6 probes the port text. `error`
   // receives the socket error of a failed probe; `connection`, when given,
   // the connected socket of a successful one (otherwise it is closed).
+  // `exactPort` connects to the port text as it is; otherwise any text but "80"
+  // means 631.
   static bool DeviceExists(const char16_t* host, const char16_t* port, int* error = nullptr,
-                           uint32_t timeoutMs = kDeviceProbeTimeoutMs, UniqueFd* connection = nullptr);
+                           uint32_t timeoutMs = kDeviceProbeTimeoutMs, UniqueFd* connection = nullptr,
+                           bool exactPort = false);
 
   const std::u16string& GetResourceURI() const { return resourceURI_; }
   const std::u16string& GetPrinterURI() const { return printerURI_; }
