@@ -36,7 +36,7 @@ median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] 
 # Waits until the printer has no job left, so that each run finds it idle.
 idle() {
   local i
-  for ((i = 0; i < 100; i++)); do
+  for ((i = 0; i < 600; i++)); do
     ipptool -tv "$NORVANE_IPP_URI" get-printer-attributes.test 2>/dev/null |
       grep -q 'printer-state (enum) = idle' && return 0
     sleep 0.1

@@ -89,6 +89,16 @@ NORVANE_API HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePo
 NORVANE_API HRESULT GetIPPJobValues(Norvane::IPPProvider* provider, const char* user, bool completed,
                                     const char* const* names, VARIANT* values, uint32_t count);
 
+// Cancel-Job for the job that attributes->GetJobURI() names (as the printer's job
+// list gives it) on behalf of attributes->GetRequestingUserName(), without the
+// Get-Jobs step of the provider's CancelJob, which cancels the user's first
+// unfinished job and finds none on a printer whose job list leaves out
+// job-state-reasons. 0 when the printer cancelled the job; 0x80004005 when it
+// refused (the response then holds nothing) or could not be asked; 0x80070057
+// without a job URI.
+NORVANE_API HRESULT CancelIPPJobByURI(Norvane::IPPProvider* provider, Norvane::IPPRequestBase* attributes,
+                                      Norvane::IPPResponseBase* response);
+
 // Spooler printer data of a printer, for CreatePrintDataCacheProvider.
 NORVANE_API uintptr_t OpenPrinterDataHandle(const char16_t* printerName);
 NORVANE_API void ClosePrinterDataHandle(uintptr_t handle);

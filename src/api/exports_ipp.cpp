@@ -47,6 +47,13 @@ extern "C" HRESULT GetIPPJobValues(Norvane::IPPProvider* provider, const char* u
   return impl->GetJobValues(user, completed, names, values, count);
 }
 
+extern "C" HRESULT CancelIPPJobByURI(Norvane::IPPProvider* provider, Norvane::IPPRequestBase* attributes,
+                                     Norvane::IPPResponseBase* response) {
+  auto* impl = dynamic_cast<Norvane::IPPProviderImpl*>(provider);
+  if (impl == nullptr || attributes == nullptr || response == nullptr) return E_INVALIDARG;
+  return impl->CancelJobByURI(attributes, response);
+}
+
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
   return Norvane::IPPRequestAttributes::Create();

@@ -109,6 +109,8 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // lists no value for it, 0x80004005 on failure. `completed` asks about
   // finished jobs (their job-state) instead of jobs in progress (their reasons).
   HRESULT GetJobs(IPPRequestBase* attributes, IPPResponseBase* response, bool completed);
+  // Cancel-Job for the attributes' job URI alone (CancelIPPJobByURI).
+  HRESULT CancelJobByURI(IPPRequestBase* attributes, IPPResponseBase* response);
   // One Get-Jobs request, each name's values over all listed jobs (GetIPPJobValues).
   HRESULT GetJobValues(const char* user, bool completed, const char* const* names, VARIANT* values,
                        uint32_t count);

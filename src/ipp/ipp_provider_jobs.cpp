@@ -136,6 +136,12 @@ HRESULT IPPProviderImpl::GetJobValues(const char* user, bool completed, const ch
   return S_OK;
 }
 
+HRESULT IPPProviderImpl::CancelJobByURI(IPPRequestBase* attributes, IPPResponseBase* response) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::CancelJobByURI");
+  if (!HasText(attributes->GetJobURI())) return E_INVALIDARG;
+  return SendJobRequest(kIppCancelJob, attributes, response, secure_, queryOperations_->GetSecurityFlags());
+}
+
 HRESULT IPPProviderImpl::CancelJob(IPPRequestBase* attributes, IPPResponseBase* response) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::CancelJob");
   cancelFlag_.store(1);

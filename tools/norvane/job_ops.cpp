@@ -57,15 +57,16 @@ struct ListedJob {
   std::string state;
   std::string reasons;
   std::string name;
+  std::string uri;
 };
 
 // The user's jobs as one Get-Jobs request lists them; an attribute that not every
 // job carries cannot be matched to its job and is left out.
 bool ListJobs(Norvane::IPPProvider* provider, bool completed, std::vector<ListedJob>* jobs) {
-  const char* names[] = {"job-id", "job-state", "job-name", "job-state-reasons"};
-  VARIANT values[4];
+  const char* names[] = {"job-id", "job-state", "job-name", "job-state-reasons", "job-uri"};
+  VARIANT values[5];
   for (auto& value : values) VariantInit(&value);
-  HRESULT hr = GetIPPJobValues(provider, JobUser().c_str(), completed, names, values, 4);
+  HRESULT hr = GetIPPJobValues(provider, JobUser().c_str(), completed, names, values, 5);
   std::vector<std::string> texts;
   for (auto& value : values) {
     texts.push_back(value.vt == VT_EMPTY ? "" : VariantText(value));
@@ -73,13 +74,15 @@ bool ListJobs(Norvane::IPPProvider* provider, bool completed, std::vector<Listed
   }
   if (FAILED(hr)) return false;
   std::vector<std::string> ids = SplitLines(texts[0]), states = SplitLines(texts[1]),
-                           jobNames = SplitLines(texts[2]), reasons = SplitLines(texts[3]);
+                           jobNames = SplitLines(texts[2]), reasons = SplitLines(texts[3]),
+                           uris = SplitLines(texts[4]);
   for (size_t i = 0; i < ids.size(); ++i) {
     ListedJob job;
     job.id = std::atoi(ids[i].c_str());
     if (states.size() == ids.size()) job.state = JobStateName(states[i]);
     if (jobNames.size() == ids.size()) job.name = jobNames[i];
     if (reasons.size() == ids.size()) job.reasons = reasons[i];
+    if (uris.size() == ids.size()) job.uri = uris[i];
     jobs->push_back(job);
   }
   return true;
@@ -322,8 +325,7 @@ bool AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcom
     std::string state = JobAttribute(provider, target, jobUri, "job-state", &refused);
     if (!refused && !state.empty()) {
       NoteState(outcome, JobStateName(state));
-      std::string reasons = JobAttribute(provider, target, jobUri, "job-state-reasons", &refused);
-      if (!reasons.empty()) outcome->reasons = reasons;
+      outcome->reasons = JobAttribute(provider, target, jobUri, "job-state-reasons", &refused);
       if (outcome->name.empty()) outcome->name = JobAttribute(provider, target, jobUri, "job-name", &refused);
       return true;
     }
@@ -335,7 +337,9 @@ bool AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcom
     for (const ListedJob& job : jobs) {
       if (job.id != outcome->jobId) continue;
       NoteState(outcome, job.state);
-      if (!job.reasons.empty()) outcome->reasons = job.reasons;
+      // Reasons belong to the state they came with.
+      outcome->reasons = job.reasons;
+      if (!job.uri.empty()) outcome->jobUri = job.uri;
       if (outcome->name.empty()) outcome->name = job.name;
       return true;
     }
@@ -434,6 +438,16 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   NoteResponse(&outcome, response.get());
   const char* status = response->GetSuccessStatus();
   if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0) outcome.status = IppStatusName(status);
+  if (status != nullptr && std::atoi(status) >= 0x400) {
+    // A refused Print-Job made no job: what the response holds besides the
+    // status is the user's earlier job, found by the library's Get-Jobs.
+    const std::string refused = outcome.status;
+    outcome = JobOutcome{};
+    outcome.status = refused;
+    outcome.bytes = total;
+    report();
+    return outcome;
+  }
   if (hr == S_DEVICECANCELED) {
     // The job ended at the printer while it streamed: what it ended as is read next.
     if (outcome.state.empty() || !IsFinalJobState(outcome.state)) AskJobState(provider, target, &outcome);
@@ -468,28 +482,14 @@ JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, i
     throw Failure(kExitFailed, "no " + name + " at " + target.Uri() + " for user '" + JobUser() + "'");
   }
   if (IsFinalJobState(outcome.state)) throw Failure(kExitFailed, name + " has already ended (" + outcome.state + ")");
-  // The library cancels the user's first unfinished job as Get-Jobs lists it,
-  // whatever id the request names: any other job is refused here, before
-  // anything is cancelled.
-  std::vector<ListedJob> open;
-  if (!ListJobs(provider, false, &open) || open.empty()) {
-    throw Failure(kExitFailed, "the printer lists no unfinished job of user '" + JobUser() + "'");
-  }
-  if (open.front().id != jobId) {
-    throw Failure(kExitFailed, name + " is not the first unfinished job of user '" + JobUser() + "' (job " +
-                                   std::to_string(open.front().id) + " is), and only that one can be cancelled");
-  }
+  // The job as the printer names it: cupsd's job URIs are not below the queue's.
   auto attributes = NewRequest(target);
-  attributes->SetJobURI((target.Uri() + "/" + std::to_string(jobId)).c_str());
+  attributes->SetJobURI((outcome.jobUri.empty() ? target.Uri() + "/" + std::to_string(jobId) : outcome.jobUri).c_str());
   Owned<Norvane::IPPResponseBase> response(CreateIPPResponse());
   SetLastError(0);
-  HRESULT hr = provider->CancelJob(attributes.get(), response.get());
+  HRESULT hr = CancelIPPJobByURI(provider, attributes.get(), response.get());
   if (FAILED(hr)) {
-    throw Failure(kExitFailed, "cancelling " + name + " failed: " + DescribeStatus(hr, GetLastError()));
-  }
-  const char* status = response->GetSuccessStatus();
-  if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0 && std::atoi(status) >= 0x400) {
-    throw Failure(kExitFailed, "the printer refused to cancel " + name + ": " + IppStatusName(status));
+    throw Failure(kExitFailed, "the printer did not cancel " + name + ": " + DescribeStatus(hr, GetLastError()));
   }
   FollowJob(provider, target, &outcome, seconds, nullptr);
   return outcome;

@@ -92,9 +92,12 @@ void Cancel(const StatusOptions& o, const Common& common) {
   if (common.json) {
     PrintJson({{"printer", target.Uri()}, {"job-id", o.job}, {"job-state", outcome.state}});
   } else {
-    std::printf("job %d: %s\n", o.job, outcome.state.c_str());
+    std::printf("job %d: %s\n", o.job,
+                outcome.state == "canceled" ? "canceled" : "canceling (stops at its next stop point)");
   }
-  if (outcome.state != "canceled") {
+  // A printer that stops a job at its next stop point has taken the cancel.
+  const bool stopping = outcome.reasons.find("processing-to-stop-point") != std::string::npos;
+  if (outcome.state != "canceled" && !stopping) {
     throw Failure(kExitFailed, "job " + std::to_string(o.job) + " is still " + outcome.state + " after the cancel");
   }
 }
