@@ -389,6 +389,22 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
                                    std::to_string(total) + " bytes: " + DescribeStatus(hr, GetLastError()));
   };
 
+  if (request.oneBody && total <= kOneBodyLimit) {
+    std::vector<uint8_t> whole(total);
+    if (!in.read(reinterpret_cast<char*>(whole.data()), static_cast<std::streamsize>(total))) {
+      throw Failure(kExitUsage, "document '" + request.file + "': read failed");
+    }
+    SetLastError(0);
+    HRESULT hr = provider->PrintJob(attributes.get(), response.get(), whole.data(), static_cast<int32_t>(total), false);
+    const char* status = response->GetSuccessStatus();
+    if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0) outcome.status = IppStatusName(status);
+    if (FAILED(hr) && outcome.status.empty()) fail("the printer refused the job", hr);
+    if (status == nullptr || std::atoi(status) < 0x400) NoteResponse(&outcome, response.get());
+    outcome.bytes = total;
+    report();
+    return outcome;
+  }
+
   bool first = true;
   while (outcome.bytes < total) {
     if (request.cancel != nullptr && request.cancel->load()) {

@@ -38,12 +38,18 @@ struct PrintProgress {
   bool waiting = false;  // no byte sent yet: the printer is not ready
 };
 
+constexpr uint64_t kOneBodyLimit = 8 * 1024 * 1024;
+
 struct PrintRequest {
   std::string file;
   std::string jobName;
   std::string format;  // document-format to send
   size_t chunkBytes = 64 * 1024;
   double waitLimit = 0;  // seconds the printer may keep the job waiting; 0: no limit
+  // Send a document up to kOneBodyLimit as one Print-Job body: no wait for a
+  // ready printer (a queue takes it stopped or not) and no job lookup while it
+  // streams, for a caller that only wants the printer to have it.
+  bool oneBody = false;
   std::function<void(const PrintProgress&)> progress;  // after every chunk, and while waiting
   const std::atomic<bool>* cancel = nullptr;             // set to cancel the job
 };

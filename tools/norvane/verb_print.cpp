@@ -89,6 +89,7 @@ void Print(const PrintOptions& o, const Common& common) {
   request.cancel = &interrupted;
   const double limit = common.timeoutSet ? common.timeoutMs / 1000.0 : 0;
   request.waitLimit = limit;
+  request.oneBody = o.noWait;
   const bool bar = !common.json && IsTerminal(stderr);
   if (bar) request.progress = ProgressLine;
 
@@ -162,7 +163,9 @@ void AddPrintVerbs(CLI::App& app, Common& common) {
   print->add_option("--job-name", o->jobName, "job name (default: the file's name)");
   print->add_option("--format", o->format, "document-format to send (default: told from the file's bytes)");
   print->add_option("--chunk", o->chunkKiB, "KiB per chunk (default 64)")->check(CLI::Range(1u, 16384u));
-  print->add_flag("--no-wait", o->noWait, "return once the printer has the document");
+  print->add_flag("--no-wait", o->noWait,
+                 "return once the printer has the document (up to 8 MiB sent in one request, without "
+                 "waiting for a ready printer)");
   print->callback([o, &common] { Print(*o, common); });
 }
 
