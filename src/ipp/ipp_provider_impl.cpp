@@ -43,7 +43,8 @@ IPPProviderImpl* IPPProviderImpl::Create(Address* address, const char* resourceU
     if (!DeviceExists(host, probePort.c_str(), &error, kDeviceProbeTimeoutMs, &connection, ownPort)) {
       QX_LOG(QxLogging::kStandout, "IPP support is not present in the device");
       QX_LOG(QxLogging::kStandout, "Failed with error %d", error);
-      SetLastError(DeviceExists(host, u"80") ? kIppErrorOnlyPort80 : kIppErrorNotReachable);
+      // Port 80 answering says nothing about a printer the host placed on its own port.
+      SetLastError(!ownPort && DeviceExists(host, u"80") ? kIppErrorOnlyPort80 : kIppErrorNotReachable);
       return nullptr;
     }
     // The creation request goes to the device next: a host that can, sends it
