@@ -122,6 +122,9 @@ HRESULT NetAddressImpl::GetMIBConnection(Norvane::MIBConnection** connection) {
 HRESULT NetAddressImpl::SetPortText(const char16_t* port) {
   std::lock_guard<std::mutex> lock(mutex_);
   portText_ = port == nullptr ? std::u16string() : std::u16string(port);
+  // A port the user named (in a URI or HOST:PORT) is where the printer listens:
+  // the provider's probe goes there too.
+  SetProbePortTextFlag(ParsePort(portText_).has_value());
   return S_OK;
 }
 

@@ -58,7 +58,7 @@ constexpr CodeText kLastErrors[] = {
     {1462, "no print data was given"},
     {1796, "the printer URI names a port other than 631 or 443"},
     {0x20000001u, "the device answers HTTP on port 80 but not IPP on port 631"},
-    {0x20000002u, "no answer on port 631 (IPP) nor port 80 (HTTP)"},
+    {0x20000002u, "no answer on port 631 (IPP, or the port the address names) nor port 80 (HTTP)"},
     {0x20000003u, "the printer URI's path is too short"},
     {0x20000004u, "the printer URI has no path"},
     {0x20000009u, "the printer refused the IPP request (HTTP 400, 404 or 405)"},

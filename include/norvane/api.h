@@ -79,6 +79,26 @@ typedef void (*NorvanePollObserver)(void* context, int kind, const char* state, 
 NORVANE_API HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePollObserver observer,
                                        void* context);
 
+// One Get-Jobs request for the requesting user's jobs on the provider's printer
+// ("which-jobs" completed when `completed`, else not-completed), for a host whose
+// printer refuses Get-Job-Attributes in the form the provider sends it: each of
+// the `count` attribute names (job-id, job-state, job-name, ...) gets one line per
+// job that carries it, in the printer's order, lines separated by "\n" and a
+// job's values (a 1setOf) by ","; it stays empty when no job carries it. 0 when the printer answered the request, 0x80004005 when it
+// refused it or could not be asked.
+NORVANE_API HRESULT GetIPPJobValues(Norvane::IPPProvider* provider, const char* user, bool completed,
+                                    const char* const* names, VARIANT* values, uint32_t count);
+
+// Cancel-Job for the job that attributes->GetJobURI() names (as the printer's job
+// list gives it) on behalf of attributes->GetRequestingUserName(), without the
+// Get-Jobs step of the provider's CancelJob, which cancels the user's first
+// unfinished job and finds none on a printer whose job list leaves out
+// job-state-reasons. 0 when the printer cancelled the job; 0x80004005 when it
+// refused (the response then holds nothing) or could not be asked; 0x80070057
+// without a job URI.
+NORVANE_API HRESULT CancelIPPJobByURI(Norvane::IPPProvider* provider, Norvane::IPPRequestBase* attributes,
+                                      Norvane::IPPResponseBase* response);
+
 // Spooler printer data of a printer, for CreatePrintDataCacheProvider.
 NORVANE_API uintptr_t OpenPrinterDataHandle(const char16_t* printerName);
 NORVANE_API void ClosePrinterDataHandle(uintptr_t handle);

@@ -7,6 +7,8 @@
 // calls them; their defaults answer E_NOTIMPL (or null) so a host may leave them.
 #pragma once
 
+#include <atomic>
+
 #include <cstdint>
 
 #include "norvane/disposable.h"
@@ -140,8 +142,15 @@ class NORVANE_API QxNetAddress : public Address {
   uint32_t GetWebServicePortFlag() const { return webServicePortFlag_; }
   void SetWebServicePortFlag(uint32_t flag) { webServicePortFlag_ = flag; }
 
+  // Off unless the host turns it on: the IPP provider's connect probe knocks on
+  // 631 (then 80) whatever port its requests go to. On, it knocks on the port
+  // text instead, so that a printer listening on another port only is found.
+  bool GetProbePortTextFlag() const { return probePortText_.load(); }
+  void SetProbePortTextFlag(bool on) { probePortText_.store(on); }
+
  protected:
   uint32_t webServicePortFlag_ = 0;
+  std::atomic<bool> probePortText_{false};
 };
 
 }  // namespace Norvane

@@ -40,6 +40,20 @@ extern "C" HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePol
   return S_OK;
 }
 
+extern "C" HRESULT GetIPPJobValues(Norvane::IPPProvider* provider, const char* user, bool completed,
+                                   const char* const* names, VARIANT* values, uint32_t count) {
+  auto* impl = dynamic_cast<Norvane::IPPProviderImpl*>(provider);
+  if (impl == nullptr || (count != 0 && (names == nullptr || values == nullptr))) return E_INVALIDARG;
+  return impl->GetJobValues(user, completed, names, values, count);
+}
+
+extern "C" HRESULT CancelIPPJobByURI(Norvane::IPPProvider* provider, Norvane::IPPRequestBase* attributes,
+                                     Norvane::IPPResponseBase* response) {
+  auto* impl = dynamic_cast<Norvane::IPPProviderImpl*>(provider);
+  if (impl == nullptr || attributes == nullptr || response == nullptr) return E_INVALIDARG;
+  return impl->CancelJobByURI(attributes, response);
+}
+
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
   return Norvane::IPPRequestAttributes::Create();

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -47,7 +48,8 @@ int ConnectWithin(const sockaddr* address, socklen_t length, uint32_t timeoutMs)
 
 }  // namespace
 
-bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, int* error, uint32_t timeoutMs) {
+bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, int* error, uint32_t timeoutMs,
+                                   bool exactPort) {
   int ignored = 0;
   int& result = error != nullptr ? *error : ignored;
   result = EINVAL;
@@ -75,7 +77,14 @@ bool IPPProviderImpl::DeviceExists(const char16_t* host, const char16_t* port, i
     sockaddr_in v4{};
     v4.sin_family = AF_INET;
     if (inet_aton(address.c_str(), &v4.sin_addr) == 0) return false;
-    v4.sin_port = htons(portText == "80" ? 80 : 631);
+    uint16_t number = portText == "80" ? 80 : 631;
+    if (exactPort) {
+      char* end = nullptr;
+      unsigned long asked = std::strtoul(portText.c_str(), &end, 10);
+      if (portText.empty() || *end != 0 || asked == 0 || asked > 65535) return false;
+      number = static_cast<uint16_t>(asked);
+    }
+    v4.sin_port = htons(number);
     result = ConnectWithin(reinterpret_cast<const sockaddr*>(&v4), sizeof v4, timeoutMs);
     return result == 0;
   }

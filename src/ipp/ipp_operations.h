@@ -204,6 +204,9 @@ class IPPOperations {
   // set; "name.COLn.member" a member of the n-th collection. Returns 1 (also
   // when nothing was stored) or 0 when a member was asked for and not found.
   int GetValueFromIPPMap(const char* key, VARIANT* value) const;
+  // Every occurrence of `name` in the last response, its values joined with ",",
+  // occurrences separated by "\n" (one line per job of a job list).
+  std::string ValuesByOccurrence(const char* name) const;
   // Answers a collection query on the collection store of the last response.
   bool QueryCollection(const char* query, VARIANT* value) const;
   // Maps an IPP job-state enum (3 to 9) to its text; other values leave

@@ -33,10 +33,17 @@ IPPProviderImpl* IPPProviderImpl::Create(Address* address, const char* resourceU
   // A port name (USB001) has no TCP stack to probe: ask over IPP straight away.
   if (!IsUSBPort(host)) {
     int error = 0;
-    if (!DeviceExists(host, u"631", &error)) {
+    // A host that named the printer's port asks for the probe to go there.
+    std::u16string probePort = u"631";
+    auto* net = dynamic_cast<QxNetAddress*>(address);
+    const char16_t* portText = address->GetPortText();
+    const bool ownPort = net != nullptr && net->GetProbePortTextFlag() && portText != nullptr && *portText != 0;
+    if (ownPort) probePort = portText;
+    if (!DeviceExists(host, probePort.c_str(), &error, kDeviceProbeTimeoutMs, ownPort)) {
       QX_LOG(QxLogging::kStandout, "IPP support is not present in the device");
       QX_LOG(QxLogging::kStandout, "Failed with error %d", error);
-      SetLastError(DeviceExists(host, u"80") ? kIppErrorOnlyPort80 : kIppErrorNotReachable);
+      // Port 80 answering says nothing about a printer the host placed on its own port.
+      SetLastError(!ownPort && DeviceExists(host, u"80") ? kIppErrorOnlyPort80 : kIppErrorNotReachable);
       return nullptr;
     }
   }

@@ -108,6 +108,11 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // lists no value for it, 0x80004005 on failure. `completed` asks about
   // finished jobs (their job-state) instead of jobs in progress (their reasons).
   HRESULT GetJobs(IPPRequestBase* attributes, IPPResponseBase* response, bool completed);
+  // Cancel-Job for the attributes' job URI alone (CancelIPPJobByURI).
+  HRESULT CancelJobByURI(IPPRequestBase* attributes, IPPResponseBase* response);
+  // One Get-Jobs request, each name's values over all listed jobs (GetIPPJobValues).
+  HRESULT GetJobValues(const char* user, bool completed, const char* const* names, VARIANT* values,
+                       uint32_t count);
 
   // Status polling while a chunked print streams (ipp_status_polling.cpp).
   // Lock A guards writes of the print-status flag, lock B the printer-status
@@ -155,9 +160,10 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   static uint32_t CrackPrinterURI(std::u16string_view uri, std::u16string* resource, std::u16string* full);
   // TCP connect probe of an IPv4 or IPv6 address text. IPv4 probes port 80 when
   // `port` is "80" and 631 otherwise; IPv6 probes the port text. `error`
-  // receives the socket error of a failed probe.
+  // receives the socket error of a failed probe. `exactPort` connects to the
+  // port text as it is; otherwise any text but "80" means 631.
   static bool DeviceExists(const char16_t* host, const char16_t* port, int* error = nullptr,
-                           uint32_t timeoutMs = kDeviceProbeTimeoutMs);
+                           uint32_t timeoutMs = kDeviceProbeTimeoutMs, bool exactPort = false);
 
   const std::u16string& GetResourceURI() const { return resourceURI_; }
   const std::u16string& GetPrinterURI() const { return printerURI_; }

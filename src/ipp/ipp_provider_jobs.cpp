@@ -114,6 +114,34 @@ HRESULT IPPProviderImpl::GetJobs(IPPRequestBase* attributes, IPPResponseBase* re
   return SUCCEEDED(operations->FormResponseStructure(kIppGetJobs, response)) ? S_OK : S_FALSE;
 }
 
+HRESULT IPPProviderImpl::GetJobValues(const char* user, bool completed, const char* const* names, VARIANT* values,
+                                      uint32_t count) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::GetJobValues");
+  if (!HasText(user)) return E_INVALIDARG;
+  std::unique_ptr<IPPOperations> operations = MakeGetJobsOperations(completed, user);
+  HTTPResponse* reply = nullptr;
+  if (FAILED(operations->SendIPPRequest(kIppGetJobs, &reply, nullptr, secure_)) ||
+      FAILED(operations->ParseIPPResponse(reply, nullptr)) || operations->GetResponseStatusCode() >= 0x400) {
+    QX_LOG(QxLogging::kStandout, "GetJobValues: the Get-Jobs request failed");
+    return E_FAIL;
+  }
+  for (uint32_t i = 0; i < count; ++i) {
+    VariantClear(&values[i]);
+    std::string lines = names[i] != nullptr ? operations->ValuesByOccurrence(names[i]) : std::string();
+    if (lines.empty()) continue;
+    std::u16string wide = QxUtils::Utf8ToWide(lines);
+    values[i].vt = VT_BSTR;
+    values[i].bstrVal = SysAllocStringLen(wide.data(), static_cast<uint32_t>(wide.size()));
+  }
+  return S_OK;
+}
+
+HRESULT IPPProviderImpl::CancelJobByURI(IPPRequestBase* attributes, IPPResponseBase* response) {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::CancelJobByURI");
+  if (!HasText(attributes->GetJobURI())) return E_INVALIDARG;
+  return SendJobRequest(kIppCancelJob, attributes, response, secure_, queryOperations_->GetSecurityFlags());
+}
+
 HRESULT IPPProviderImpl::CancelJob(IPPRequestBase* attributes, IPPResponseBase* response) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::CancelJob");
   cancelFlag_.store(1);

@@ -61,6 +61,20 @@ bool SelectMember(std::string_view key, size_t firstDot, std::string* text) {
 
 }  // namespace
 
+std::string IPPOperations::ValuesByOccurrence(const char* name) const {
+  std::string lines;
+  bool first = true;
+  valueMap_.ForEachOccurrence(name, [&](const std::vector<std::string_view>& values) {
+    if (!first) lines.push_back('\n');
+    first = false;
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (i != 0) lines.push_back(',');
+      lines.append(values[i]);
+    }
+  });
+  return lines;
+}
+
 int IPPOperations::GetValueFromIPPMap(const char* key, VARIANT* value) const {
   if (key == nullptr || *key == 0 || value == nullptr) return 1;
   std::string_view k(key);

@@ -71,6 +71,20 @@ class IppValueMap {
       }
     }
   }
+  // Visits every occurrence of `name` (one attribute of the response, such as
+  // one job's job-state-reasons in a job list) with its text values, in order.
+  template <class Visitor>
+  void ForEachOccurrence(std::string_view name, Visitor&& visit) const {
+    for (const Run& run : runs_) {
+      if (NameOf(run) != name) continue;
+      std::vector<std::string_view> values;
+      for (uint32_t i = run.first; i < run.end; ++i) {
+        Value v = ValueAt(i);
+        if (v.kind == Kind::kText && v.data != kIppSetStart && v.data != kIppSetEnd) values.push_back(v.data);
+      }
+      visit(values);
+    }
+  }
   // Distinct names in order of first arrival.
   std::vector<std::string_view> Names() const;
   size_t ValueCount() const { return entries_.size(); }

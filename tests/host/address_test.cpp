@@ -102,6 +102,22 @@ TEST(NetAddressTest, CreationAndSettersRefuseWhatTheyCannotUse) {
   EXPECT_EQ(E_POINTER, request->Send(nullptr));
 }
 
+TEST(NetAddressTest, ANamedPortSendsTheProviderProbeThere) {
+  // The user's port (a URI's, HOST:PORT's) turns the probe's port on; the library
+  // clears the text for a URI without one, and the probe goes back to 631.
+  auto address = Ref<Norvane::QxNetAddress>::Adopt(CreateNetAddress(u"192.0.2.7"));
+  EXPECT_FALSE(address->GetProbePortTextFlag());
+  struct Case {
+    const char16_t* port;
+    bool probesIt;
+  } cases[] = {{u"8000", true}, {u"", false}, {u"631", true}, {u"USB001", false}, {u"70000", false},
+               {nullptr, false}};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    address->SetPortText(cases[i].port);
+    EXPECT_EQ(address->GetProbePortTextFlag(), cases[i].probesIt) << "case " << i;
+  }
+}
+
 TEST(NetAddressTest, RequestUrlsCarryPortTextSecurityAndResolvedNames) {
   // The choices themselves are the URL helpers' (url_test.cpp): the address
   // hands them its host, port text and security.

@@ -1,6 +1,6 @@
 # norvane_add_integration_test(<name> COMMAND <program> [<arg>...]
 #                              [TIMEOUT <seconds>] [FIXTURES <dir>]
-#                              [SIM_OPTIONS <option>...]
+#                              [SIM_OPTIONS <option>...] [PEERS lprint|cupsd...]
 #                              [ENVIRONMENT <VAR=value>...] [LABELS <label>...]
 #                              [WORKING_DIRECTORY <dir>])
 #
@@ -14,12 +14,13 @@
 #
 # FIXTURES replaces the simulator's fixture set for this test (DIR/http, DIR/soap);
 # SIM_OPTIONS are passed on to the simulator, e.g. --soap-port=off for a device without
-# web services or --fault=/device=500.
+# web services or --fault=/device=500. PEERS starts more print servers in the bench
+# (LPrint on port 8000, cupsd on port 8631).
 # The variables the command receives are listed in tests/integration/README.md.
 
 function(norvane_add_integration_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg ""
-    "TIMEOUT;FIXTURES;WORKING_DIRECTORY" "COMMAND;ENVIRONMENT;LABELS;SIM_OPTIONS")
+    "TIMEOUT;FIXTURES;WORKING_DIRECTORY" "COMMAND;ENVIRONMENT;LABELS;SIM_OPTIONS;PEERS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "norvane_add_integration_test(${name}): unknown arguments ${arg_UNPARSED_ARGUMENTS}")
   endif()
@@ -41,6 +42,9 @@ function(norvane_add_integration_test name)
   endif()
   foreach(option IN LISTS arg_SIM_OPTIONS)
     list(APPEND bench_options "--sim-option=${option}")
+  endforeach()
+  foreach(peer IN LISTS arg_PEERS)
+    list(APPEND bench_options "--peer=${peer}")
   endforeach()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)

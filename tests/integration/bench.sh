@@ -6,10 +6,13 @@
 # exits with COMMAND's status.
 #
 #   tests/integration/bench.sh [--sim PATH] [--fixtures DIR] [--sim-option OPT]...
-#                              -- COMMAND [ARG...]
+#                              [--peer lprint|cupsd]... -- COMMAND [ARG...]
 #
 # --sim-option passes one more option to the simulator, e.g. --sim-option=--soap-port=off
 # for a device without web services, or --sim-option=--fault=/device=500.
+# --peer starts one more print server next to the others: lprint (port 8000, one
+# label printer "lab") or cupsd (port 8631, a raw queue "lab" and a stopped one
+# "halted", each writing to a file).
 #
 # Exit status: COMMAND's (the peers' logs are printed when it is not 0); 125 when the
 # peers could not be started (their logs are printed too); 77 when this machine cannot make the namespace or lacks a peer program,
@@ -42,6 +45,8 @@ readonly SIM_HTTP_PORT=80
 readonly SIM_ALT_PORT=8080
 readonly SIM_SOAP_PORT=3910
 readonly PRINTER_NAME="Norvane Test"
+readonly LPRINT_PORT=8000
+readonly CUPS_PORT=8631
 
 say() { printf 'bench: %s\n' "$*" >&2; }
 
@@ -99,6 +104,8 @@ outer() {
             --fixtures=*) fixtures=${1#*=}; shift ;;
             --sim-option) inner_options+=(--sim-option "${2:?--sim-option needs a value}"); shift 2 ;;
             --sim-option=*) inner_options+=(--sim-option "${1#*=}"); shift ;;
+            --peer) inner_options+=(--peer "${2:?--peer needs a name}"); shift 2 ;;
+            --peer=*) inner_options+=(--peer "${1#*=}"); shift ;;
             --) shift; break ;;
             -h|--help) usage ;;
             *) say "unknown option '$1'"; usage ;;
@@ -113,8 +120,15 @@ outer() {
     [[ -x $sim ]] || { say "simulator '$sim' is not executable"; exit 2; }
     [[ -d $fixtures ]] || { say "fixture set '$fixtures' is not a directory"; exit 2; }
 
-    local tool missing=()
-    for tool in unshare ip dbus-daemon ippeveprinter ipptool snmpd snmpget curl; do
+    local tool missing=() wanted=(unshare ip dbus-daemon ippeveprinter ipptool snmpd snmpget curl) i
+    for ((i = 0; i < ${#inner_options[@]}; i += 2)); do
+        case ${inner_options[$i]}:${inner_options[$((i + 1))]} in
+            --peer:lprint) wanted+=(lprint) ;;
+            --peer:cupsd) wanted+=(cupsd) ;;
+            --peer:*) say "unknown peer '${inner_options[$((i + 1))]}' (lprint, cupsd)"; exit 2 ;;
+        esac
+    done
+    for tool in "${wanted[@]}"; do
         command -v "$tool" >/dev/null || missing+=("$tool")
     done
     [[ ${#missing[@]} -eq 0 ]] ||
@@ -188,6 +202,7 @@ stop_inner() {
 
 workdir=""
 sim_options=()
+extra_peers=()
 command_pid=""
 bench_failed=0
 command_failed=0
@@ -368,6 +383,83 @@ start_peers() {
     start_peer ippeveprinter ippeveprinter "${verbose[@]}" -r off -p "$IPP_PORT" \
         -d "$workdir/spool" -k -M Norvane -m "NX-4100" -l "Level 2, Print Room" \
         -f application/octet-stream,application/pdf,image/pwg-raster "$PRINTER_NAME"
+
+    local peer
+    for peer in "${extra_peers[@]}"; do
+        "start_$peer"
+    done
+}
+
+# LPrint keeps its state, spool and control socket in the work directory (SNAP_COMMON
+# moves the socket out of /run, so benches in parallel do not meet there); its one
+# printer writes every job into a directory, as a label printer on a file device.
+start_lprint() {
+    local dir=$workdir/lprint
+    mkdir -p "$dir/home" "$dir/tmp" "$dir/spool" "$dir/device" "$dir/run"
+    start_peer lprint env HOME="$dir/home" TMPDIR="$dir/tmp" SNAP_COMMON="$dir/run" \
+        lprint server -o server-port="$LPRINT_PORT" -o listen-hostname=127.0.0.1 \
+        -o spool-directory="$dir/spool" -o log-file="$workdir/logs/lprint-server.log" \
+        -o log-level="$([[ ${NORVANE_BENCH_VERBOSE:-0} == 1 ]] && echo debug || echo info)"
+    wait_for_peer lprint test -S "$dir/run/lprint.sock"
+    HOME="$dir/home" TMPDIR="$dir/tmp" SNAP_COMMON="$dir/run" \
+        lprint add -d lab -m zpl_4inch-203dpi-dt -v "file://$dir/device" \
+        >>"$workdir/logs/lprint.log" 2>&1 || bench_fail "lprint would not add its printer"
+}
+
+# cupsd with every directory of its own; FileDevice lets a queue print into a file.
+# Only root is mapped in the bench's user namespace, so cupsd cannot change owners
+# (it logs that and goes on) and runs nothing as "lp": raw queues need no filter.
+start_cupsd() {
+    local dir=$workdir/cups
+    mkdir -p "$dir/root/ppd" "$dir/root/ssl" "$dir/spool" "$dir/cache" "$dir/state" "$dir/tmp" "$dir/device"
+    cat >"$dir/root/cupsd.conf" <<EOF
+Listen 127.0.0.1:$CUPS_PORT
+LogLevel $([[ ${NORVANE_BENCH_VERBOSE:-0} == 1 ]] && echo debug || echo info)
+DefaultAuthType None
+WebInterface No
+Browsing No
+PreserveJobFiles Yes
+<Location />
+  Order allow,deny
+  Allow all
+</Location>
+<Policy default>
+  <Limit All>
+    Order deny,allow
+  </Limit>
+</Policy>
+EOF
+    cat >"$dir/root/cups-files.conf" <<EOF
+ServerRoot $dir/root
+RequestRoot $dir/spool
+CacheDir $dir/cache
+StateDir $dir/state
+TempDir $dir/tmp
+DataDir /usr/share/cups
+ServerBin /usr/lib/cups
+AccessLog $workdir/logs/cupsd-access.log
+ErrorLog $workdir/logs/cupsd-error.log
+PageLog $workdir/logs/cupsd-page.log
+Printcap $dir/printcap
+FileDevice Yes
+User lp
+Group lp
+EOF
+    cat >"$dir/root/printers.conf" <<EOF
+<Printer lab>
+DeviceURI file://$dir/device/lab.out
+State Idle
+Accepting Yes
+</Printer>
+<Printer halted>
+DeviceURI file://$dir/device/halted.out
+State Stopped
+StateMessage Paused by the bench
+Reason paused
+Accepting Yes
+</Printer>
+EOF
+    start_peer cupsd cupsd -f -c "$dir/root/cupsd.conf" -s "$dir/root/cups-files.conf"
 }
 
 # The simulator's endpoint for http, alt or soap from its ready line: ADDR:PORT or off.
@@ -391,6 +483,20 @@ wait_for_peers() {
     wait_for_peer printer-sim sim_answers
     wait_for_peer ippeveprinter ipptool -q -T 2 "ipp://127.0.0.1:$IPP_PORT/ipp/print" \
         get-printer-attributes.test
+    local peer
+    for peer in "${extra_peers[@]}"; do
+        case $peer in
+            lprint) wait_for_peer lprint ipptool -q -T 2 "ipp://127.0.0.1:$LPRINT_PORT/ipp/print/lab" \
+                get-printer-attributes.test ;;
+            # The stock test expects attributes a scheduler's queue does not have.
+            cupsd) printf '{ OPERATION Get-Printer-Attributes\n%s\n%s\n%s\nSTATUS successful-ok }\n' \
+                    'GROUP operation-attributes-tag' 'ATTR charset attributes-charset utf-8' \
+                    'ATTR language attributes-natural-language en ATTR uri printer-uri $uri' \
+                    >"$workdir/cups/ready.test"
+                wait_for_peer cupsd ipptool -q -T 2 "ipp://127.0.0.1:$CUPS_PORT/printers/lab" \
+                "$workdir/cups/ready.test" ;;
+        esac
+    done
 }
 
 # Everything COMMAND may rely on. Keep tests/integration/README.md in step.
@@ -432,6 +538,24 @@ export_bench_environment() {
     done
     export NORVANE_SIM_FIXTURES="$_NORVANE_BENCH_FIXTURES"
     export NORVANE_PRINTER_SIM="$_NORVANE_BENCH_SIM"
+    local peer
+    for peer in "${extra_peers[@]}"; do
+        case $peer in
+            lprint)
+                export NORVANE_LPRINT_PORT="$LPRINT_PORT"
+                export NORVANE_LPRINT_URI="ipp://127.0.0.1:$LPRINT_PORT/ipp/print/lab"
+                export NORVANE_LPRINT_DEVICE_DIR="$workdir/lprint/device"
+                export NORVANE_LPRINT_SPOOL_DIR="$workdir/lprint/spool"
+                ;;
+            cupsd)
+                export NORVANE_CUPS_PORT="$CUPS_PORT"
+                export NORVANE_CUPS_URI="ipp://127.0.0.1:$CUPS_PORT/printers/lab"
+                export NORVANE_CUPS_STOPPED_URI="ipp://127.0.0.1:$CUPS_PORT/printers/halted"
+                export NORVANE_CUPS_DEVICE_FILE="$workdir/cups/device/lab.out"
+                export NORVANE_CUPS_SPOOL_DIR="$workdir/cups/spool"
+                ;;
+        esac
+    done
 }
 
 run_command() {
@@ -449,8 +573,8 @@ run_command() {
 }
 
 inner() {
-    while [[ ${1:-} == --sim-option ]]; do
-        sim_options+=("$2")
+    while [[ ${1:-} == --sim-option || ${1:-} == --peer ]]; do
+        if [[ $1 == --peer ]]; then extra_peers+=("$2"); else sim_options+=("$2"); fi
         shift 2
     done
     [[ ${1:-} == -- ]] && shift

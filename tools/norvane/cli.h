@@ -50,6 +50,7 @@ using Owned = std::unique_ptr<T, Disposer>;
 struct Common {
   bool json = false;
   uint32_t timeoutMs = 5000;
+  bool timeoutSet = false;  // --timeout was given: it also bounds a print's waits
   std::string community = "public";
   // Whether data maps of the web-services kind are tried: a host that knows the
   // device has no web-services port says so and saves the attempt.

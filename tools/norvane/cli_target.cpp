@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "job_ops.h"
 
 namespace NorvaneCli {
 
@@ -132,6 +133,15 @@ Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, co
                                                      : CreateIPPPrintProvider(address, uri.c_str()));
   if (!provider) {
     throw Failure(kExitFailed, "no IPP printer at " + target.Uri() + ": " + DescribeLastError(GetLastError()));
+  }
+  // A server that has no such queue still answers, with an IPP status instead of
+  // attributes (client-error-not-found).
+  Norvane::Variant status;
+  if (provider->GetValue("status-code", status.Ptr()) == S_OK && status.Type() != VT_EMPTY) {
+    std::string code = VariantText(status.Get());
+    if (std::atoi(code.c_str()) >= 0x400) {
+      throw Failure(kExitFailed, "no printer at " + target.Uri() + ": " + IppStatusName(code));
+    }
   }
   return provider;
 }

@@ -4,7 +4,10 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
+#include <regex>
 
 namespace NorvaneCli {
 
@@ -106,14 +109,26 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
 }
 
 Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, const std::vector<DataMapKey>& keys,
-                       const std::vector<std::string>& only, const std::u16string& cacheKey) {
+                       const std::vector<std::string>& only, const std::u16string& cacheKey,
+                       const std::string& ippResource) {
   Collection result;
   result.file = file;
   Owned<Norvane::ICacheProvider> cache;
   if (!cacheKey.empty()) cache.reset(CreateRegCacheProvider(cacheKey.c_str()));
   Norvane::DataCollection* made = nullptr;
   SetLastError(0);
-  HRESULT status = CreateDataCollectionFromFile(address, ToUtf16(file).c_str(), &made, cache.get());
+  HRESULT status;
+  if (ippResource.empty()) {
+    status = CreateDataCollectionFromFile(address, ToUtf16(file).c_str(), &made, cache.get());
+  } else {
+    // The printer's queue is where the user's URI points, not where the data
+    // map's sample printer had it.
+    std::ifstream in(file, std::ios::binary);
+    std::string xml((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    static const std::regex kIppResource(R"((<IPPParams\b[^>]*\bResourceURI=")[^"]*")");
+    xml = std::regex_replace(xml, kIppResource, "$1" + ippResource + "\"");
+    status = CreateDataCollectionFromXML(address, ToUtf16(xml).c_str(), &made, cache.get());
+  }
   if (status != S_OK || made == nullptr) {
     result.error = "no protocol of " + std::filesystem::path(file).filename().string() + " answered: " +
                    DescribeStatus(status, GetLastError());

@@ -38,10 +38,11 @@ struct Collection {
 };
 
 // keys: only these (empty: all). cacheKey: the registry cache key path, empty for
-// none.
+// none. ippResource: the IPP items' resource path instead of the data map's
+// (the path of the printer URI the user gave), empty to keep the data map's.
 Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file,
                        const std::vector<DataMapKey>& keys, const std::vector<std::string>& only,
-                       const std::u16string& cacheKey);
+                       const std::u16string& cacheKey, const std::string& ippResource = {});
 
 nlohmann::json CollectionJson(const Collection& collection);
 void PrintCollection(const Collection& collection, const std::string& address);

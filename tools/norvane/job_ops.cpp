@@ -1,6 +1,7 @@
 #include "job_ops.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <fstream>
 #include <mutex>
@@ -18,22 +19,88 @@ Owned<Norvane::IPPRequestBase> NewRequest(const Target& target) {
   Owned<Norvane::IPPRequestBase> request(CreateIPPRequest());
   if (!request) throw Failure(kExitFailed, "cannot make an IPP request object");
   request->SetPrinterURI(target.Uri().c_str());
-  const char* user = std::getenv("USER");
-  request->SetRequestingUserName(user != nullptr && *user != 0 ? user : "norvane");
+  request->SetRequestingUserName(JobUser().c_str());
   return request;
 }
 
-void NoteState(JobOutcome* outcome, const char* state, const char* reasons) {
-  if (reasons != nullptr) outcome->reasons = reasons;
-  if (state == nullptr || *state == 0) return;
+// One line per job, as GetIPPJobValues gives them.
+std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> items;
+  size_t start = 0;
+  while (start <= text.size() && !text.empty()) {
+    size_t end = text.find('\n', start);
+    items.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+  return items;
+}
+
+void NoteState(JobOutcome* outcome, const std::string& state) {
+  if (state.empty()) return;
   outcome->state = state;
-  if (outcome->states.empty() || outcome->states.back() != outcome->state) outcome->states.push_back(outcome->state);
+  if (outcome->states.empty() || outcome->states.back() != state) outcome->states.push_back(state);
 }
 
 void NoteResponse(JobOutcome* outcome, Norvane::IPPResponseBase* response) {
   if (response->GetJobID() != 0) outcome->jobId = response->GetJobID();
   if (response->GetJobURI() != nullptr) outcome->jobUri = response->GetJobURI();
-  NoteState(outcome, response->GetJobState(), response->GetJobStateReasons());
+  if (response->GetJobStateReasons() != nullptr && *response->GetJobStateReasons() != 0) {
+    outcome->reasons = response->GetJobStateReasons();
+  }
+  if (response->GetJobState() != nullptr) NoteState(outcome, JobStateName(response->GetJobState()));
+}
+
+// One job of a Get-Jobs list.
+struct ListedJob {
+  int32_t id = 0;
+  std::string state;
+  std::string reasons;
+  std::string name;
+  std::string uri;
+};
+
+// The user's jobs as one Get-Jobs request lists them; an attribute that not every
+// job carries cannot be matched to its job and is left out.
+bool ListJobs(Norvane::IPPProvider* provider, bool completed, std::vector<ListedJob>* jobs) {
+  const char* names[] = {"job-id", "job-state", "job-name", "job-state-reasons", "job-uri"};
+  VARIANT values[5];
+  for (auto& value : values) VariantInit(&value);
+  HRESULT hr = GetIPPJobValues(provider, JobUser().c_str(), completed, names, values, 5);
+  std::vector<std::string> texts;
+  for (auto& value : values) {
+    texts.push_back(value.vt == VT_EMPTY ? "" : VariantText(value));
+    VariantClear(&value);
+  }
+  if (FAILED(hr)) return false;
+  std::vector<std::string> ids = SplitLines(texts[0]), states = SplitLines(texts[1]),
+                           jobNames = SplitLines(texts[2]), reasons = SplitLines(texts[3]),
+                           uris = SplitLines(texts[4]);
+  for (size_t i = 0; i < ids.size(); ++i) {
+    ListedJob job;
+    job.id = std::atoi(ids[i].c_str());
+    if (states.size() == ids.size()) job.state = JobStateName(states[i]);
+    if (jobNames.size() == ids.size()) job.name = jobNames[i];
+    if (reasons.size() == ids.size()) job.reasons = reasons[i];
+    if (uris.size() == ids.size()) job.uri = uris[i];
+    jobs->push_back(job);
+  }
+  return true;
+}
+
+// Printers that refuse Get-Job-Attributes as the library asks (a printer URI and a
+// job URI together) are asked through Get-Jobs from then on.
+std::atomic<bool> jobAttributesRefused{false};
+
+std::string JobAttribute(Norvane::IPPProvider* provider, const Target& target, const std::string& jobUri,
+                         const char* name, bool* refused) {
+  Norvane::Variant value;
+  HRESULT hr = provider->GetIPPValue(name, 1, value.Ptr(), jobUri.c_str(), target.resource.c_str(), 0, 0, " ");
+  if (FAILED(hr)) {
+    *refused = true;
+    return {};
+  }
+  return value.Type() == VT_EMPTY ? "" : VariantText(value.Get());
 }
 
 // The polling threads' reports, handed from their threads to the printing one.
@@ -60,6 +127,10 @@ class PollView {
     }
     if (view->seen_.empty() || view->seen_.back() != text) view->seen_.push_back(text);
   }
+  void SetPrinter(const std::string& printer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    printer_ = printer;
+  }
   void Into(PrintProgress* progress) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!job_.empty()) progress->state = job_;
@@ -77,21 +148,100 @@ class PollView {
   std::vector<std::string> seen_;
 };
 
-bool IsFinal(const std::string& state) {
-  return state == "Completed" || state == "Canceled" || state == "Aborted" || state == "completed" ||
-         state == "canceled" || state == "aborted";
-}
+// While the library waits for a ready printer (before the first byte goes), this
+// thread shows the printer's state and ends the wait on a cancel request or when
+// the wait limit passes: the library's wait ends only by CancelJob. The request
+// it cancels with names no user, so that no other job of the user is touched.
+class WaitWatcher {
+ public:
+  WaitWatcher(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request,
+              PollView* view, JobOutcome* outcome)
+      : provider_(provider), target_(target), request_(request), view_(view), outcome_(outcome),
+        thread_([this] { Run(); }) {}
+  ~WaitWatcher() { Stop(); }
+
+  // The first block has gone (or failed): nothing is waited for any more.
+  void Stop() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (stopped_) return;
+      stopped_ = true;
+    }
+    wake_.notify_all();
+    if (thread_.joinable()) thread_.join();
+  }
+  bool Canceled() const { return canceled_.load(); }
+  bool TimedOut() const { return timedOut_.load(); }
+  std::string Printer() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return printer_;
+  }
+
+ private:
+  void Run() {
+    const auto start = Clock::now();
+    auto nextLook = start + std::chrono::milliseconds(1000);
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!stopped_) {
+      wake_.wait_for(lock, std::chrono::milliseconds(50));
+      if (stopped_) break;
+      const bool cancel = request_.cancel != nullptr && request_.cancel->load();
+      const bool late = request_.waitLimit > 0 && Since(start) >= request_.waitLimit;
+      if (cancel || late) {
+        (cancel ? canceled_ : timedOut_).store(true);
+        lock.unlock();
+        Owned<Norvane::IPPRequestBase> noUser(CreateIPPRequest());
+        Owned<Norvane::IPPResponseBase> scratch(CreateIPPResponse());
+        if (noUser && scratch) provider_->CancelJob(noUser.get(), scratch.get());
+        lock.lock();
+        break;
+      }
+      if (Clock::now() < nextLook) continue;
+      // The printer has kept the job waiting for a second: say why.
+      lock.unlock();
+      std::string text = LookAtPrinter();
+      lock.lock();
+      printer_ = text;
+      nextLook = Clock::now() + std::chrono::milliseconds(1000);
+      if (request_.progress) {
+        view_->SetPrinter(text);
+        PrintProgress progress{0, 0, Since(start), {}, text, true};
+        request_.progress(progress);
+      }
+    }
+  }
+
+  std::string LookAtPrinter() {
+    Norvane::Variant state, reasons;
+    if (FAILED(provider_->GetIPPValue("printer-state", 0, state.Ptr(), nullptr, target_.resource.c_str(), 0, 0,
+                                      " "))) {
+      return "not answering";
+    }
+    provider_->GetIPPValue("printer-state-reasons", 0, reasons.Ptr(), nullptr, target_.resource.c_str(), 0, 0, " ");
+    std::string text = PrinterStateName(VariantText(state.Get()));
+    if (reasons.Type() != VT_EMPTY) text += " (" + VariantText(reasons.Get()) + ")";
+    return text;
+  }
+
+  Norvane::IPPProvider* provider_;
+  const Target& target_;
+  const PrintRequest& request_;
+  PollView* view_;
+  JobOutcome* outcome_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool stopped_ = false;
+  std::atomic<bool> canceled_{false};
+  std::atomic<bool> timedOut_{false};
+  std::string printer_;
+  std::thread thread_;
+};
 
 }  // namespace
 
-void AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome) {
-  std::string jobUri = outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
-  Norvane::Variant value;
-  if (SUCCEEDED(provider->GetIPPValue("job-state", 1, value.Ptr(), jobUri.c_str(), target.resource.c_str(), 0, 0,
-                                      " ")) &&
-      value.Type() != VT_EMPTY) {
-    NoteState(outcome, JobStateName(VariantText(value.Get())).c_str(), nullptr);
-  }
+std::string JobUser() {
+  const char* user = std::getenv("USER");
+  return user != nullptr && *user != 0 ? user : "norvane";
 }
 
 std::string PrinterStateName(const std::string& raw) {
@@ -102,10 +252,99 @@ std::string PrinterStateName(const std::string& raw) {
 }
 
 std::string JobStateName(const std::string& raw) {
-  static const char* names[] = {"Pending", "Pending_held", "Processing", "Processing_stopped",
-                                "Canceled", "Aborted", "Completed"};
+  static const char* keywords[] = {"pending",  "pending-held", "processing", "processing-stopped",
+                                   "canceled", "aborted",      "completed"};
+  static const char* words[] = {"Pending",  "Pending_held", "Processing", "Processing_stopped",
+                                "Canceled", "Aborted",      "Completed"};
+  for (int i = 0; i < 7; ++i) {
+    if (raw == words[i]) return keywords[i];
+  }
   int n = std::atoi(raw.c_str());
-  return n >= 3 && n <= 9 ? names[n - 3] : raw;
+  return n >= 3 && n <= 9 && raw == std::to_string(n) ? keywords[n - 3] : raw;
+}
+
+bool IsFinalJobState(const std::string& keyword) {
+  return keyword == "completed" || keyword == "canceled" || keyword == "aborted";
+}
+
+std::string IppStatusName(const std::string& decimal) {
+  struct Known {
+    int code;
+    const char* keyword;
+  };
+  static const Known known[] = {
+      {0x0000, "successful-ok"},
+      {0x0001, "successful-ok-ignored-or-substituted-attributes"},
+      {0x0002, "successful-ok-conflicting-attributes"},
+      {0x0400, "client-error-bad-request"},
+      {0x0401, "client-error-forbidden"},
+      {0x0402, "client-error-not-authenticated"},
+      {0x0403, "client-error-not-authorized"},
+      {0x0404, "client-error-not-possible"},
+      {0x0405, "client-error-timeout"},
+      {0x0406, "client-error-not-found"},
+      {0x0407, "client-error-gone"},
+      {0x0408, "client-error-request-entity-too-large"},
+      {0x0409, "client-error-request-value-too-long"},
+      {0x040A, "client-error-document-format-not-supported"},
+      {0x040B, "client-error-attributes-or-values-not-supported"},
+      {0x040C, "client-error-uri-scheme-not-supported"},
+      {0x040D, "client-error-charset-not-supported"},
+      {0x040E, "client-error-conflicting-attributes"},
+      {0x040F, "client-error-compression-not-supported"},
+      {0x0410, "client-error-compression-error"},
+      {0x0411, "client-error-document-format-error"},
+      {0x0412, "client-error-document-access-error"},
+      {0x0500, "server-error-internal-error"},
+      {0x0501, "server-error-operation-not-supported"},
+      {0x0502, "server-error-service-unavailable"},
+      {0x0503, "server-error-version-not-supported"},
+      {0x0504, "server-error-device-error"},
+      {0x0505, "server-error-temporary-error"},
+      {0x0506, "server-error-not-accepting-jobs"},
+      {0x0507, "server-error-busy"},
+      {0x0508, "server-error-job-canceled"},
+      {0x0509, "server-error-multiple-document-jobs-not-supported"},
+  };
+  char* end = nullptr;
+  long code = std::strtol(decimal.c_str(), &end, 10);
+  if (decimal.empty() || *end != 0) return decimal;
+  for (const Known& k : known) {
+    if (k.code == code) return k.keyword;
+  }
+  char hex[16];
+  std::snprintf(hex, sizeof hex, "0x%04lX", code);
+  return std::string(code < 0x400 ? "successful-ok" : code < 0x500 ? "client-error" : "server-error") + " " + hex;
+}
+
+bool AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome) {
+  if (outcome->jobId == 0) return false;
+  if (!jobAttributesRefused.load()) {
+    std::string jobUri = outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
+    bool refused = false;
+    std::string state = JobAttribute(provider, target, jobUri, "job-state", &refused);
+    if (!refused && !state.empty()) {
+      NoteState(outcome, JobStateName(state));
+      outcome->reasons = JobAttribute(provider, target, jobUri, "job-state-reasons", &refused);
+      if (outcome->name.empty()) outcome->name = JobAttribute(provider, target, jobUri, "job-name", &refused);
+      return true;
+    }
+    if (refused) jobAttributesRefused.store(true);
+  }
+  for (bool completed : {false, true}) {
+    std::vector<ListedJob> jobs;
+    if (!ListJobs(provider, completed, &jobs)) continue;
+    for (const ListedJob& job : jobs) {
+      if (job.id != outcome->jobId) continue;
+      NoteState(outcome, job.state);
+      // Reasons belong to the state they came with.
+      outcome->reasons = job.reasons;
+      if (!job.uri.empty()) outcome->jobUri = job.uri;
+      if (outcome->name.empty()) outcome->name = job.name;
+      return true;
+    }
+  }
+  return false;
 }
 
 JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request) {
@@ -141,7 +380,7 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   } unobserve{provider};
   auto report = [&] {
     outcome.seconds = Since(start);
-    PrintProgress progress{outcome.bytes, total, outcome.seconds, outcome.state, {}};
+    PrintProgress progress{outcome.bytes, total, outcome.seconds, outcome.state, {}, false};
     polling.Into(&progress);
     if (request.progress) request.progress(progress);
   };
@@ -149,6 +388,22 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     throw Failure(kExitFailed, std::string(step) + " after " + std::to_string(outcome.bytes) + " of " +
                                    std::to_string(total) + " bytes: " + DescribeStatus(hr, GetLastError()));
   };
+
+  if (request.oneBody && total <= kOneBodyLimit) {
+    std::vector<uint8_t> whole(total);
+    if (!in.read(reinterpret_cast<char*>(whole.data()), static_cast<std::streamsize>(total))) {
+      throw Failure(kExitUsage, "document '" + request.file + "': read failed");
+    }
+    SetLastError(0);
+    HRESULT hr = provider->PrintJob(attributes.get(), response.get(), whole.data(), static_cast<int32_t>(total), false);
+    const char* status = response->GetSuccessStatus();
+    if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0) outcome.status = IppStatusName(status);
+    if (FAILED(hr) && outcome.status.empty()) fail("the printer refused the job", hr);
+    if (status == nullptr || std::atoi(status) < 0x400) NoteResponse(&outcome, response.get());
+    outcome.bytes = total;
+    report();
+    return outcome;
+  }
 
   bool first = true;
   while (outcome.bytes < total) {
@@ -169,10 +424,24 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
       throw Failure(kExitUsage, "document '" + request.file + "': read failed");
     }
     SetLastError(0);
-    HRESULT hr = first ? provider->PrintJob(attributes.get(), response.get(), chunk.data(),
-                                            static_cast<int32_t>(length), true)
-                       : provider->PrintJobWrite(attributes.get(), response.get(), chunk.data(),
-                                                 static_cast<int32_t>(length));
+    HRESULT hr;
+    if (first) {
+      WaitWatcher watcher(provider, target, request, &polling, &outcome);
+      hr = provider->PrintJob(attributes.get(), response.get(), chunk.data(), static_cast<int32_t>(length), true);
+      watcher.Stop();
+      outcome.printerWaited = watcher.Printer();
+      if (watcher.Canceled() || watcher.TimedOut()) {
+        outcome.canceled = watcher.Canceled();
+        outcome.timedOut = watcher.TimedOut();
+        outcome.seconds = Since(start);
+        // Had the wait ended just before the cancel, the stream is open: end it.
+        if (SUCCEEDED(hr)) provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+        NoteResponse(&outcome, response.get());
+        return outcome;
+      }
+    } else {
+      hr = provider->PrintJobWrite(attributes.get(), response.get(), chunk.data(), static_cast<int32_t>(length));
+    }
     // A job Get-Jobs could not find still streams (S_FALSE); only failures end it.
     if (FAILED(hr)) fail(first ? "the printer refused the job" : "the printer stopped taking data", hr);
     first = false;
@@ -183,8 +452,21 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   SetLastError(0);
   HRESULT hr = provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
   NoteResponse(&outcome, response.get());
+  const char* status = response->GetSuccessStatus();
+  if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0) outcome.status = IppStatusName(status);
+  if (status != nullptr && std::atoi(status) >= 0x400) {
+    // A refused Print-Job made no job: what the response holds besides the
+    // status is the user's earlier job, found by the library's Get-Jobs.
+    const std::string refused = outcome.status;
+    outcome = JobOutcome{};
+    outcome.status = refused;
+    outcome.bytes = total;
+    report();
+    return outcome;
+  }
   if (hr == S_DEVICECANCELED) {
-    outcome.canceled = true;
+    // The job ended at the printer while it streamed: what it ended as is read next.
+    if (outcome.state.empty() || !IsFinalJobState(outcome.state)) AskJobState(provider, target, &outcome);
   } else if (FAILED(hr)) {
     fail("the printer did not accept the finished document", hr);
   }
@@ -193,53 +475,40 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   return outcome;
 }
 
-JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, int32_t jobId) {
-  if (!kJobOperationsBuilt) NotAvailable("cancelling jobs (IPP job operations)");
-  auto attributes = NewRequest(target);
-  std::string jobUri = target.Uri() + "/" + std::to_string(jobId);
-  const std::string name = "job " + std::to_string(jobId);
-  // The library cancels the requesting user's current job, whatever id the
-  // request names; so a job that is not that user's, or has ended, is refused
-  // here before anything is cancelled.
-  JobOutcome before;
-  before.jobId = jobId;
-  before.jobUri = jobUri;
-  AskJobState(provider, target, &before);
-  if (before.state.empty()) throw Failure(kExitFailed, "no " + name + " at " + target.Uri());
-  if (IsFinal(before.state)) throw Failure(kExitFailed, name + " has already ended (" + before.state + ")");
-  Norvane::Variant owner;
-  const std::string user = attributes->GetRequestingUserName();
-  if (SUCCEEDED(provider->GetIPPValue("job-originating-user-name", 1, owner.Ptr(), jobUri.c_str(),
-                                      target.resource.c_str(), 0, 0, " ")) &&
-      owner.Type() == VT_BSTR && VariantText(owner.Get()) != user) {
-    throw Failure(kExitFailed, name + " belongs to '" + VariantText(owner.Get()) + "'; only the user's own job (" +
-                                   user + ") can be cancelled");
-  }
-  attributes->SetJobURI(jobUri.c_str());
-  Owned<Norvane::IPPResponseBase> response(CreateIPPResponse());
-  SetLastError(0);
-  HRESULT hr = provider->CancelJob(attributes.get(), response.get());
-  if (FAILED(hr)) {
-    throw Failure(kExitFailed, "cancelling " + name + " failed: " + DescribeStatus(hr, GetLastError()));
-  }
-  JobOutcome outcome;
-  outcome.jobId = jobId;
-  outcome.jobUri = jobUri;
-  NoteResponse(&outcome, response.get());
-  if (outcome.jobId != jobId) {
-    throw Failure(kExitFailed, "the printer's current job of '" + user + "' was job " + std::to_string(outcome.jobId) +
-                                   ", and that one was cancelled instead of " + name);
-  }
-  return outcome;
-}
-
-void FollowJob(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome, double seconds) {
+void FollowJob(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome, double seconds,
+               const std::atomic<bool>* stop) {
   if (outcome->jobId == 0) return;
   const auto start = Clock::now();
-  while (!IsFinal(outcome->state) && Since(start) < seconds) {
+  while (!IsFinalJobState(outcome->state) && (seconds <= 0 || Since(start) < seconds)) {
+    if (stop != nullptr && stop->load()) return;
     AskJobState(provider, target, outcome);
-    if (!IsFinal(outcome->state)) std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    if (IsFinalJobState(outcome->state)) break;
+    for (int i = 0; i < 5 && (stop == nullptr || !stop->load()); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
   }
+}
+
+JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, int32_t jobId, double seconds) {
+  if (!kJobOperationsBuilt) NotAvailable("cancelling jobs (IPP job operations)");
+  const std::string name = "job " + std::to_string(jobId);
+  JobOutcome outcome;
+  outcome.jobId = jobId;
+  if (!AskJobState(provider, target, &outcome)) {
+    throw Failure(kExitFailed, "no " + name + " at " + target.Uri() + " for user '" + JobUser() + "'");
+  }
+  if (IsFinalJobState(outcome.state)) throw Failure(kExitFailed, name + " has already ended (" + outcome.state + ")");
+  // The job as the printer names it: cupsd's job URIs are not below the queue's.
+  auto attributes = NewRequest(target);
+  attributes->SetJobURI((outcome.jobUri.empty() ? target.Uri() + "/" + std::to_string(jobId) : outcome.jobUri).c_str());
+  Owned<Norvane::IPPResponseBase> response(CreateIPPResponse());
+  SetLastError(0);
+  HRESULT hr = CancelIPPJobByURI(provider, attributes.get(), response.get());
+  if (FAILED(hr)) {
+    throw Failure(kExitFailed, "the printer did not cancel " + name + ": " + DescribeStatus(hr, GetLastError()));
+  }
+  FollowJob(provider, target, &outcome, seconds, nullptr);
+  return outcome;
 }
 
 }  // namespace NorvaneCli

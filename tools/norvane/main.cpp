@@ -80,8 +80,11 @@ int main(int argc, char** argv) {
          "--trace", [] { NorvaneHostSetTrace(NORVANE_HOST_TRACE_EXCHANGES, nullptr, nullptr); },
          "Trace each exchange with the printer on standard error (NORVANE_HOST_TRACE=2 adds the wire)")
       ->trigger_on_parse();
-  app.add_option("--timeout", common.timeoutMs, "Milliseconds to wait for a printer (default 5000)")
-      ->check(CLI::Range(100u, 600000u));
+  app.add_option("--timeout", common.timeoutMs,
+                 "Milliseconds to wait for a printer (default 5000); given, it also bounds how long print "
+                 "waits for a ready printer and for the job's end")
+      ->check(CLI::Range(100u, 600000u))
+      ->each([&common](const std::string&) { common.timeoutSet = true; });
   app.add_option("--community", common.community, "SNMP community (default public)");
   app.add_flag("!--no-web-services", common.webServices,
                "Skip web-services data maps: the printer has no web-services port");

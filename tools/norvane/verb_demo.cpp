@@ -192,6 +192,7 @@ int Tour(const Common& common) {
     request.file = WriteTestDocument(dir, 768 * 1024);
     request.jobName = "norvane demo page";
     request.chunkBytes = 32 * 1024;
+    request.format = "application/octet-stream";  // the test page is no known format
     if (!common.json) {
       request.progress = [](const PrintProgress& p) {
         std::printf("\r  %7.1f KiB of %.1f KiB sent, job %-16s printer %-12s", p.sent / 1024.0, p.total / 1024.0,
@@ -200,7 +201,7 @@ int Tour(const Common& common) {
       };
     }
     JobOutcome outcome = PrintDocument(provider.get(), target, request);
-    FollowJob(provider.get(), target, &outcome, 10);
+    FollowJob(provider.get(), target, &outcome, 10, nullptr);
     job = {{"job-id", outcome.jobId}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds},
            {"states", outcome.states}, {"polled", outcome.polled}, {"job-state", outcome.state}};
     if (!common.json) {

@@ -1,7 +1,9 @@
-// print: a document streamed in chunks, with a progress line on a terminal and
-// Ctrl-C cancelling the job at the printer.
+// print: a document streamed in chunks in the format its bytes say, then followed
+// to its end at the printer; a progress line on a terminal, Ctrl-C or SIGTERM
+// ending any wait.
 #include <csignal>
 
+#include "doc_format.h"
 #include "job_ops.h"
 
 namespace NorvaneCli {
@@ -18,6 +20,7 @@ struct PrintOptions {
   std::string jobName;
   std::string format;
   size_t chunkKiB = 64;
+  bool noWait = false;
 };
 
 std::string Bytes(double bytes) {
@@ -33,6 +36,11 @@ std::string Bytes(double bytes) {
 }
 
 void ProgressLine(const PrintProgress& p) {
+  if (p.waiting) {
+    std::fprintf(stderr, "\rwaiting %.0f s for the printer: %s   ", p.seconds, p.printer.c_str());
+    std::fflush(stderr);
+    return;
+  }
   constexpr int kWidth = 30;
   int filled = p.total == 0 ? kWidth : static_cast<int>(kWidth * p.sent / p.total);
   std::string bar(static_cast<size_t>(filled), '#');
@@ -45,6 +53,30 @@ void ProgressLine(const PrintProgress& p) {
   std::fflush(stderr);
 }
 
+// The printer's reasons in a stopped state's words: "stopped (paused)" gives "paused".
+std::string ReasonsOf(const std::string& printer) {
+  size_t open = printer.find('(');
+  if (open == std::string::npos) return printer;
+  return printer.substr(open + 1, printer.rfind(')') - open - 1);
+}
+
+// The format to send: the user's, or the one the bytes say when the printer
+// takes it. A printer that cannot take it is not sent a byte.
+std::string ChooseFormat(Norvane::IPPProvider* provider, const PrintOptions& o) {
+  if (!o.format.empty()) return o.format;
+  std::string format = DetectDocumentFormat(o.file);
+  Norvane::Variant supported;
+  if (provider->GetValue("document-format-supported", supported.Ptr()) != S_OK || supported.Type() == VT_EMPTY) {
+    return format;  // the printer does not say: let it judge
+  }
+  std::string list = VariantText(supported.Get());
+  if (!FormatSupported(list, format)) {
+    throw Failure(kExitFailed, "the printer does not take " + format + " ('" + o.file + "'); it takes " + list +
+                                   " (--format names another)");
+  }
+  return format;
+}
+
 void Print(const PrintOptions& o, const Common& common) {
   Target target = ParseTarget(o.uri);
   auto address = MakeAddress(target, common);
@@ -52,9 +84,12 @@ void Print(const PrintOptions& o, const Common& common) {
   PrintRequest request;
   request.file = o.file;
   request.jobName = o.jobName.empty() ? o.file.substr(o.file.find_last_of('/') + 1) : o.jobName;
-  request.format = o.format;
+  request.format = ChooseFormat(provider.get(), o);
   request.chunkBytes = o.chunkKiB * 1024;
   request.cancel = &interrupted;
+  const double limit = common.timeoutSet ? common.timeoutMs / 1000.0 : 0;
+  request.waitLimit = limit;
+  request.oneBody = o.noWait;
   const bool bar = !common.json && IsTerminal(stderr);
   if (bar) request.progress = ProgressLine;
 
@@ -64,21 +99,57 @@ void Print(const PrintOptions& o, const Common& common) {
   sigaction(SIGTERM, &action, nullptr);
   JobOutcome outcome = PrintDocument(provider.get(), target, request);
   if (bar) std::fprintf(stderr, "\n");
-  if (!outcome.canceled) FollowJob(provider.get(), target, &outcome, common.timeoutMs / 1000.0 * 2);
+  if (outcome.bytes == 0 && (outcome.canceled || outcome.timedOut)) {
+    std::string printer = outcome.printerWaited.empty() ? "not ready" : outcome.printerWaited;
+    if (outcome.canceled) throw Failure(kExitInterrupted, "canceled while the printer was stopped: " + ReasonsOf(printer));
+    throw Failure(kExitFailed, "the printer was not ready within " + std::to_string(common.timeoutMs / 1000.0).substr(0, 4) +
+                                   " s: " + printer);
+  }
+  bool stoppedWaiting = false;
+  if (!outcome.canceled && !o.noWait && outcome.jobId != 0) {
+    FollowJob(provider.get(), target, &outcome, limit, &interrupted);
+    stoppedWaiting = interrupted.load() && !IsFinalJobState(outcome.state);
+  }
+  const bool refused = !outcome.status.empty() && outcome.status.rfind("successful", 0) != 0;
+  const bool failed = refused || outcome.state == "aborted" || (outcome.state == "canceled" && !outcome.canceled);
+  const std::string reasons = outcome.reasons.empty() || outcome.reasons == "none" ? "" : outcome.reasons;
+  // Never "job 0": a printer that named no job is said to.
+  const std::string job = outcome.jobId != 0 ? "job " + std::to_string(outcome.jobId) : "the job";
 
   if (common.json) {
-    PrintJson({{"printer", target.Uri()}, {"job-id", outcome.jobId}, {"job-uri", outcome.jobUri},
-               {"bytes", outcome.bytes}, {"seconds", outcome.seconds}, {"states", outcome.states},
-               {"polled", outcome.polled}, {"job-state", outcome.state}, {"canceled", outcome.canceled}});
-  } else {
-    std::string states;
-    for (const auto& s : outcome.states) states += (states.empty() ? "" : " -> ") + s;
-    std::printf("job %d: %s in %.2f s; states %s\n", outcome.jobId, Bytes(static_cast<double>(outcome.bytes)).c_str(),
-                outcome.seconds, states.empty() ? "(none seen)" : states.c_str());
+    PrintJson({{"ok", !failed && !outcome.canceled && !stoppedWaiting},
+               {"printer", target.Uri()},
+               {"document-format", request.format},
+               {"job-id", outcome.jobId == 0 ? nlohmann::json() : nlohmann::json(outcome.jobId)},
+               {"job-uri", outcome.jobUri},
+               {"status", outcome.status},
+               {"job-state", outcome.state},
+               {"job-state-reasons", outcome.reasons},
+               {"bytes", outcome.bytes},
+               {"seconds", outcome.seconds},
+               {"states", outcome.states},
+               {"polled", outcome.polled},
+               {"canceled", outcome.canceled}});
+  }
+  if (refused) {
+    throw Failure(kExitFailed, "the printer refused " + job + ": " + outcome.status + (reasons.empty() ? "" : " (" + reasons + ")"));
   }
   if (outcome.canceled) {
-    throw Failure(interrupted ? kExitInterrupted : kExitFailed,
-                  "job " + std::to_string(outcome.jobId) + " was canceled" + (interrupted ? "" : " at the printer"));
+    throw Failure(kExitInterrupted, job + " was canceled" + (reasons.empty() ? "" : " (" + reasons + ")"));
+  }
+  if (failed) {
+    throw Failure(kExitFailed, job + " " + outcome.state + (reasons.empty() ? "" : ": " + reasons));
+  }
+  if (stoppedWaiting) {
+    throw Failure(kExitInterrupted, "stopped waiting for " + job + " (" + (outcome.state.empty() ? "state unknown" : outcome.state) +
+                                        "); the printer keeps it");
+  }
+  if (!common.json) {
+    std::string state = outcome.state.empty() ? "state not reported" : outcome.state;
+    if (outcome.jobId == 0) state += ", the printer named no job id";
+    if (!IsFinalJobState(outcome.state) && !o.noWait && limit > 0) state += " after " + std::to_string(static_cast<int>(limit)) + " s";
+    std::printf("%s: %s (%s, %s in %.2f s)\n", job.c_str(), state.c_str(), request.format.c_str(),
+                Bytes(static_cast<double>(outcome.bytes)).c_str(), outcome.seconds);
   }
 }
 
@@ -86,12 +157,15 @@ void Print(const PrintOptions& o, const Common& common) {
 
 void AddPrintVerbs(CLI::App& app, Common& common) {
   auto o = std::make_shared<PrintOptions>();
-  auto* print = app.add_subcommand("print", "Print a file in chunks with progress; Ctrl-C cancels the job");
+  auto* print = app.add_subcommand("print", "Print a file and wait for the job to end; Ctrl-C cancels");
   print->add_option("URI", o->uri, "printer: ipp://HOST:PORT/PATH or HOST")->required();
-  print->add_option("FILE", o->file, "document (PDF, PWG raster, ...)")->required();
+  print->add_option("FILE", o->file, "document (PDF, PNG, JPEG, PWG or Apple raster, PCL, ZPL, ...)")->required();
   print->add_option("--job-name", o->jobName, "job name (default: the file's name)");
-  print->add_option("--format", o->format, "document-format to send (default: the printer sniffs the data)");
+  print->add_option("--format", o->format, "document-format to send (default: told from the file's bytes)");
   print->add_option("--chunk", o->chunkKiB, "KiB per chunk (default 64)")->check(CLI::Range(1u, 16384u));
+  print->add_flag("--no-wait", o->noWait,
+                 "return once the printer has the document (up to 8 MiB sent in one request, without "
+                 "waiting for a ready printer)");
   print->callback([o, &common] { Print(*o, common); });
 }
 

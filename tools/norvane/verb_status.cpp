@@ -14,9 +14,6 @@ constexpr const char* kStatusAttributes[] = {
     "marker-colors",        "marker-types",           "queued-job-count", "media-ready",
 };
 
-constexpr const char* kJobAttributes[] = {"job-name", "job-state", "job-state-reasons",
-                                          "job-originating-user-name", "job-impressions-completed"};
-
 struct StatusOptions {
   std::string uri;
   std::vector<int32_t> jobs;
@@ -57,28 +54,33 @@ void Status(const StatusOptions& o, const Common& common) {
 void Jobs(const StatusOptions& o, const Common& common) {
   Target target = ParseTarget(o.uri);
   auto address = MakeAddress(target, common);
-  auto provider = QueryProvider(target, address.get());
+  auto provider = MakePrintProvider(address.get(), target);
   nlohmann::json list = nlohmann::json::array();
   Table table({"JOB", "STATE", "REASONS", "NAME"});
+  std::vector<std::string> unknown;
   for (int32_t id : o.jobs) {
-    std::string jobUri = target.Uri() + "/" + std::to_string(id);
-    nlohmann::json job = {{"job-id", id}, {"job-uri", jobUri}};
-    for (const char* name : kJobAttributes) {
-      Norvane::Variant value;
-      HRESULT hr = provider->GetIPPValue(name, 1, value.Ptr(), jobUri.c_str(), target.resource.c_str(), 0, 0, " ");
-      if (FAILED(hr) || value.Type() == VT_EMPTY) continue;
-      std::string text = VariantText(value.Get());
-      job[name] = std::string(name) == "job-state" ? JobStateName(text) : text;
+    JobOutcome job;
+    job.jobId = id;
+    if (!AskJobState(provider.get(), target, &job)) {
+      unknown.push_back(std::to_string(id));
+      table.Add({std::to_string(id), "not found", "-", "-"});
+      list.push_back({{"job-id", id}, {"error", "no such job"}});
+      continue;
     }
-    if (!job.contains("job-state")) job["error"] = "no such job";
-    table.Add({std::to_string(id), job.value("job-state", "-"), job.value("job-state-reasons", "-"),
-               job.value("job-name", "-")});
-    list.push_back(std::move(job));
+    table.Add({std::to_string(id), job.state, job.reasons.empty() ? "-" : job.reasons,
+               job.name.empty() ? "-" : job.name});
+    list.push_back({{"job-id", id}, {"job-state", job.state}, {"job-state-reasons", job.reasons},
+                    {"job-name", job.name}});
   }
   if (common.json) {
     PrintJson({{"printer", target.Uri()}, {"jobs", list}});
   } else {
     table.Print(stdout);
+  }
+  if (!unknown.empty()) {
+    std::string ids;
+    for (const auto& id : unknown) ids += (ids.empty() ? "" : ", ") + id;
+    throw Failure(kExitFailed, "no job " + ids + " at " + target.Uri() + " for user '" + JobUser() + "'");
   }
 }
 
@@ -86,11 +88,17 @@ void Cancel(const StatusOptions& o, const Common& common) {
   Target target = ParseTarget(o.uri);
   auto address = MakeAddress(target, common);
   auto provider = MakePrintProvider(address.get(), target);
-  JobOutcome outcome = CancelJobById(provider.get(), target, o.job);
+  JobOutcome outcome = CancelJobById(provider.get(), target, o.job, common.timeoutMs / 1000.0);
   if (common.json) {
     PrintJson({{"printer", target.Uri()}, {"job-id", o.job}, {"job-state", outcome.state}});
   } else {
-    std::printf("job %d: %s\n", o.job, outcome.state.empty() ? "cancel requested" : outcome.state.c_str());
+    std::printf("job %d: %s\n", o.job,
+                outcome.state == "canceled" ? "canceled" : "canceling (stops at its next stop point)");
+  }
+  // A printer that stops a job at its next stop point has taken the cancel.
+  const bool stopping = outcome.reasons.find("processing-to-stop-point") != std::string::npos;
+  if (outcome.state != "canceled" && !stopping) {
+    throw Failure(kExitFailed, "job " + std::to_string(o.job) + " is still " + outcome.state + " after the cancel");
   }
 }
 
@@ -122,7 +130,7 @@ void AddStatusVerbs(CLI::App& app, Common& common) {
   status->add_option("URI", o->uri, uriHelp)->required();
   status->callback([o, &common] { Status(*o, common); });
 
-  auto* jobs = app.add_subcommand("jobs", "State of jobs by id");
+  auto* jobs = app.add_subcommand("jobs", "State of this user's jobs by id");
   jobs->add_option("URI", o->uri, uriHelp)->required();
   jobs->add_option("JOB-ID", o->jobs, "job ids")->required();
   jobs->callback([o, &common] { Jobs(*o, common); });

@@ -21,7 +21,7 @@ cases=(
   "2|is not a printer address|status http://127.0.0.1/"
   "1|cannot resolve host name 'no-such-printer.invalid'|status no-such-printer.invalid"
   "1|no IPP printer at ipp://192.0.2.77:631/ipp/print: last error 0x20000002 \(no answer on port 631|--timeout 1000 status 192.0.2.77"
-  "1|127.0.0.1:6399: no protocol of printer-status-ipp.xml answered: status 0x80004005 \(the operation failed\), last error 7 \(Couldn.t connect to server\)|collect 127.0.0.1:6399 --datamap $samples/printer-status-ipp.xml"
+  "1|127.0.0.1:6399: no protocol of printer-status-ipp.xml answered: status 0x80004005 \(the operation failed\), last error 0x20000002 \(no answer on port 631 \(IPP, or the port the address names\)|collect 127.0.0.1:6399 --datamap $samples/printer-status-ipp.xml"
   "1|reading: 'Software\\\\Nothing' does not exist|reg show Software/Nothing"
   "2|document '/nonexistent.pdf': cannot be read|print $ipp /nonexistent.pdf"
   "1|no job 4242 at $ipp|cancel $ipp 4242"

@@ -139,6 +139,32 @@ TEST(IppProviderProbe, ConnectsOnlyToAddressTextAndReportsRefusal) {
   EXPECT_FALSE(IPPProviderImpl::DeviceExists(u"::1", u"http"));
 }
 
+TEST(IppProviderProbe, AnExactPortIsTheOneConnectedOrRefused) {
+  // An IPv4 loopback listener on a port of the system's choosing: only the exact
+  // probe can reach it, and only a whole port number is used.
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof a;
+  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&a), length) != 0 || listen(fd, 4) != 0 ||
+      getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0) {
+    if (fd >= 0) close(fd);
+    GTEST_SKIP() << "no IPv4 loopback";
+  }
+  const std::u16string port = QxUtils::Utf8ToWide(std::to_string(ntohs(a.sin_port)));
+  struct Case {
+    std::u16string port;
+    bool reached;
+  } cases[] = {{port, true}, {port + u"x", false}, {u"0", false}, {u"65536", false}, {u"", false}};
+  for (const Case& c : cases) {
+    int error = -1;
+    EXPECT_EQ(IPPProviderImpl::DeviceExists(u"127.0.0.1", c.port.c_str(), &error, 1000, true), c.reached)
+        << QxUtils::WideToUtf8(c.port);
+  }
+  close(fd);
+}
+
 TEST(IppProviderProbe, ASilentPeerCostsTheTimeOutAndNoMore) {
   // A listener whose accept queue is full drops further SYNs: the connect
   // neither succeeds nor fails until the probe gives up.
