@@ -40,6 +40,10 @@ extern "C" HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePol
   return S_OK;
 }
 
+extern "C" HRESULT WaitForPrintReady(uint64_t context, uint32_t milliseconds) {
+  return Norvane::PrintReadySignal::WaitFor(context, milliseconds);
+}
+
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
   return Norvane::IPPRequestAttributes::Create();

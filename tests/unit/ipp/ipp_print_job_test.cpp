@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <functional>
+#include <map>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,7 +17,9 @@
 #include "ipp/ipp_request_attributes.h"
 #include "ipp/ipp_response_attributes.h"
 #include "ipp_test_util.h"
+#include "norvane/api.h"
 #include "support/ref.h"
+#include "testlib/capture_log.h"
 
 namespace {
 
@@ -27,10 +33,13 @@ using NorvaneTest::FakeReply;
 // job in turn, the last repeated) and the job Get-Jobs lists.
 struct Printer {
   std::vector<int> printStatuses = {0};
-  uint32_t printHttpStatus = 200, getJobsHttpStatus = 200;
+  uint32_t printHttpStatus = 200, getJobsHttpStatus = 200, printerHttpStatus = 200;
   HRESULT printSend = S_OK;        // what the host's read of the Print-Job answer reports
+  std::map<std::u16string, std::u16string> printHeaders;  // of the Print-Job answer
   std::string activeJob = "none";  // job-state-reasons of the job in progress, "" for none
   std::string completedState;      // job-state of the finished job, "" for none
+  int printerState = 3;
+  std::string printerReasons = "none";
   size_t prints = 0;
 
   FakeReply Answer(const FakeExchange& e) {
@@ -38,12 +47,17 @@ struct Printer {
     switch (Operation(e)) {
       case 2: {
         int status = printStatuses[std::min(prints++, printStatuses.size() - 1)];
-        return {printHttpStatus, printHttpStatus == 200 ? ResponseStart(status) + B({0x03}) : "", {}, printSend};
+        return {printHttpStatus, printHttpStatus == 200 ? ResponseStart(status) + B({0x03}) : "", printHeaders,
+                printSend};
       }
       case 10: {
         std::string jobs;
         if (e.body.find("not-completed") == std::string::npos) {
-          if (!completedState.empty()) jobs = job + IntAttr(0x23, "job-state", std::stoi(completedState));
+          // One job per state in the list.
+          for (size_t at = 0; at < completedState.size(); at = completedState.find(',', at) + 1) {
+            jobs += job + IntAttr(0x23, "job-state", std::stoi(completedState.substr(at)));
+            if (completedState.find(',', at) == std::string::npos) break;
+          }
         } else if (!activeJob.empty()) {
           jobs = job + IntAttr(0x23, "job-state", 5) + Attr(0x44, "job-state-reasons", activeJob);
         }
@@ -53,8 +67,14 @@ struct Printer {
         return {200, ResponseStart() + B({0x03}), {}, S_OK};
       default:
         bool all = e.body.find(Attr(0x44, "requested-attributes", "all")) != std::string::npos;
-        return {200, all ? kAllAttributes : ResponseStart() + IntAttr(0x23, "printer-state", 3) +
-                                                Attr(0x44, "printer-state-reasons", "none") + B({0x03}), {}, S_OK};
+        if (all) return {200, kAllAttributes, {}, S_OK};
+        std::string reasons;
+        for (size_t at = 0, comma; at <= printerReasons.size(); at = comma + 1) {
+          comma = std::min(printerReasons.find(',', at), printerReasons.size());
+          reasons += Attr(0x44, at == 0 ? "printer-state-reasons" : "", printerReasons.substr(at, comma - at));
+        }
+        return {printerHttpStatus, ResponseStart() + IntAttr(0x23, "printer-state", printerState) + reasons + B({0x03}),
+                {}, S_OK};
     }
   }
 };
@@ -77,6 +97,23 @@ class PrintJob : public ::testing::Test {
                                           [&](const FakeExchange& e) { return Operation(e) == operation; }));
   }
   HRESULT Print(bool chunked) { return provider->PrintJob(attributes.get(), response.get(), data, 4, chunked); }
+  HRESULT Write(int32_t length = 4) {
+    return provider->PrintJobWrite(attributes.get(), response.get(), length != 0 ? data : nullptr, length);
+  }
+  // Changes the printer while the provider's threads may be asking it.
+  template <class Edit>
+  void Change(Edit change) {
+    std::lock_guard<std::recursive_mutex> lock(address->mutex);
+    change(printer);
+  }
+  // The last print stream that ended with its last chunk.
+  FakeExchange LastStream() {
+    std::lock_guard<std::recursive_mutex> lock(address->mutex);
+    for (auto e = address->exchanges.rbegin(); e != address->exchanges.rend(); ++e) {
+      if (e->body.ends_with("\r\n0\r\n\r\n")) return *e;
+    }
+    return {};
+  }
 
   const uint8_t data[4] = {'R', 'a', 'S', '2'};
   Printer printer;
@@ -86,28 +123,43 @@ class PrintJob : public ::testing::Test {
   QxUtils::Ref<Norvane::IPPResponseBase> response = QxUtils::AdoptRef(Norvane::IPPResponseAttributes::Create());
 };
 
+// Waits up to 10 s for `done`.
+bool Eventually(const std::function<bool()>& done) {
+  for (int i = 0; i < 10000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+    if (done()) return true;
+  }
+  return done();
+}
+
 TEST_F(PrintJob, OneBodyOutcomeFollowsThePrinterStatus) {
   struct Case {
     std::vector<int> statuses;
     uint32_t http;
     HRESULT send, result;
     int requests;
+    bool cancelledBefore;  // CancelJob was called on the provider earlier
   } cases[] = {
-      {{0}, 200, S_OK, S_OK, 1},
-      {{0x0508}, 200, S_OK, S_DEVICECANCELED, 1},  // server-error-job-canceled
-      {{1}, 200, S_OK, E_FAIL, 1},                 // ok-ignored-or-substituted counts as a failure
-      {{0x0507, 0}, 200, S_OK, S_OK, 2},           // busy, then taken on the restart
-      {{0x0507}, 200, S_OK, E_FAIL, 3},            // busy for good: bounded restarts
-      {{0}, 401, S_OK, Norvane::kIppResultUnauthorized, 1},
-      {{0}, 200, Norvane::kHostResponseReadBenign, S_OK, 1},  // unread answer: Get-Jobs finds the job
+      {{0}, 200, S_OK, S_OK, 1, false},
+      {{0x0508}, 200, S_OK, S_DEVICECANCELED, 1, false},  // server-error-job-canceled
+      {{1}, 200, S_OK, E_FAIL, 1, false},                 // ok-ignored-or-substituted counts as a failure
+      {{0x0507, 0}, 200, S_OK, S_OK, 2, false},           // busy, then taken on the restart
+      {{0x0507, 0}, 200, S_OK, S_OK, 2, true},            // the cancel flag is only for a stream's wait
+      {{0x0507}, 200, S_OK, E_FAIL, 3, false},            // busy for good: bounded restarts
+      {{0}, 401, S_OK, Norvane::kIppResultUnauthorized, 1, false},
+      {{0}, 200, Norvane::kHostResponseReadBenign, S_OK, 1, false},  // unread answer: Get-Jobs finds the job
   };
   for (const Case& c : cases) {
     SetUp();
+    // A restart goes at once: a pause as long as a printer's wait would stall the table.
+    provider->SetPrintTimings({5000, 5, 600000, 1, 3});
+    if (c.cancelledBefore) {
+      ASSERT_EQ(provider->CancelJob(attributes.get(), response.get()), S_OK);
+    }
     printer.printStatuses = c.statuses;
     printer.printHttpStatus = c.http;
     printer.printSend = c.send;
-    EXPECT_EQ(Print(false), c.result) << c.statuses[0] << " " << c.http;
-    EXPECT_EQ(Sent(2), c.requests) << c.statuses[0] << " " << c.http;
+    EXPECT_EQ(Print(false), c.result) << c.statuses[0] << " " << c.http << " " << c.cancelledBefore;
+    EXPECT_EQ(Sent(2), c.requests) << c.statuses[0] << " " << c.http << " " << c.cancelledBefore;
   }
 }
 
@@ -133,6 +185,8 @@ TEST_F(PrintJob, JobPollReadsStatesAndReasons) {
       {"job-printing", "", false, S_FALSE},
       {"job-canceled-by-user", "", false, S_OK},  // state 5 but cancelled
       {"", "9", true, S_OK},
+      {"", "8", true, S_OK},                      // aborted ends it too
+      {"", "8,9", true, S_FALSE},                 // several jobs of the user: not this one's end
       {"", "", true, S_FALSE},                    // the job left both lists
   };
   for (const Case& c : cases) {
@@ -150,13 +204,288 @@ TEST_F(PrintJob, JobPollReadsStatesAndReasons) {
 
 TEST_F(PrintJob, StoppingWakesBothThreadsAtOnce) {
   provider->SetPrintTimings({});
+  std::atomic<int> printerPolls{0};
+  provider->SetPollObserver([](void* polls, int kind, const char*, const char*) {
+    if (kind == 0) ++*static_cast<std::atomic<int>*>(polls);
+  }, &printerPolls);
   ASSERT_EQ(Print(true), S_OK);
   ASSERT_TRUE(provider->IsPolling());
+  // Both threads are in their waits: the printer's after its first answer.
+  ASSERT_TRUE(Eventually([&] { return printerPolls > 0; }));
   auto start = std::chrono::steady_clock::now();
   provider->StopAllThreadsRunning();
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
   EXPECT_FALSE(provider->IsPolling());
   EXPECT_EQ(provider->GetPrintStatusEventHandle(), nullptr);
+}
+
+TEST_F(PrintJob, StreamEndsWithThePrintersAnswer) {
+  ASSERT_EQ(Print(true), S_OK);
+  ASSERT_EQ(Write(), S_OK);
+  EXPECT_EQ(Write(0), S_OK);  // the job still runs: not ended at the device
+  EXPECT_STREQ(response->GetSuccessStatus(), "0");
+  EXPECT_FALSE(provider->IsPolling());
+}
+
+// A first attempt whose job Get-Jobs never lists leaves the printer thread
+// running; the retry's blocks must still go out.
+TEST_F(PrintJob, RetriedStreamSendsItsBlocks) {
+  printer.activeJob.clear();
+  ASSERT_EQ(Print(true), S_FALSE);
+  EXPECT_EQ(GetLastError(), Norvane::kErrorJobNotFound);
+  EXPECT_TRUE(provider->IsPolling());
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // ten job polls, were there a job thread
+  EXPECT_EQ(Sent(10), 3);
+
+  Change([](Printer& p) { p.activeJob = "job-printing"; });
+  ASSERT_EQ(Print(true), S_OK);
+  EXPECT_EQ(Write(), S_OK);
+  EXPECT_EQ(Write(0), S_OK);
+  EXPECT_TRUE(LastStream().body.ends_with("RaS2\r\n4\r\nRaS2\r\n0\r\n\r\n"));
+}
+
+TEST_F(PrintJob, FailedChunkAnswersWhatGetJobsFinds) {
+  struct Case {
+    std::string active, completed;
+    HRESULT result;
+  } cases[] = {
+      {"job-printing", "", S_DEVICECANCELED},
+      {"", "9", S_DEVICECANCELED},
+      {"", "", S_FALSE},  // the job is gone: not a cancel at the device
+  };
+  for (const Case& c : cases) {
+    SetUp();
+    ASSERT_EQ(Print(true), S_OK);
+    Change([&](Printer& p) {
+      p.activeJob = c.active;
+      p.completedState = c.completed;
+      address->writeChunkResult = E_FAIL;
+    });
+    EXPECT_EQ(Write(), c.result) << c.active << c.completed;
+    EXPECT_FALSE(provider->IsPolling());
+  }
+}
+
+TEST_F(PrintJob, CancelWithoutUserNameStillStopsTheStream) {
+  ASSERT_EQ(Print(true), S_OK);
+  auto anonymous = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+  EXPECT_EQ(provider->CancelJob(anonymous.get(), response.get()), E_FAIL);
+  EXPECT_FALSE(provider->IsPolling());
+  EXPECT_EQ(Sent(8), 0);
+  EXPECT_EQ(Write(), S_DEVICECANCELED);
+}
+
+// CancelJob from another thread while PrintJob looks its job up: no thread
+// may start after the cancel stopped them.
+TEST_F(PrintJob, CancelDuringTheJobLookupLeavesNoThread) {
+  auto other = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+  other->SetRequestingUserName("alice");
+  auto otherResponse = QxUtils::AdoptRef(Norvane::IPPResponseAttributes::Create());
+  std::thread canceller;
+  address->responder = [&](const FakeExchange& e) {
+    if (Operation(e) == 10 && !canceller.joinable()) {
+      canceller = std::thread([&] { provider->CancelJob(other.get(), otherResponse.get()); });
+      // The cancel has stopped the (not yet started) threads; its own
+      // Get-Jobs waits for this answer.
+      while (provider->GetPrintStatus() == 0) std::this_thread::yield();
+    }
+    return printer.Answer(e);
+  };
+  EXPECT_EQ(Print(true), S_OK);
+  canceller.join();
+  EXPECT_FALSE(provider->IsPolling());
+  int polls = Sent(10);
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(Sent(10), polls);
+  EXPECT_EQ(Write(), S_DEVICECANCELED);
+}
+
+// A one-body print stores its user for the job thread of a stream that is
+// still open on the provider (a race the thread sanitizer sees).
+TEST_F(PrintJob, OneBodyPrintBesideAStreamsJobThread) {
+  provider->SetPrintTimings({5000, 1, 1, 1, 3});
+  ASSERT_EQ(Print(true), S_OK);
+  Change([](Printer& p) { p.printSend = Norvane::kHostResponseReadBenign; });  // the one-body print stores its user
+  for (int i = 0; i < 20; ++i) {
+    auto other = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+    other->SetRequestingUserName(("user-" + std::to_string(i)).c_str());
+    EXPECT_EQ(provider->PrintJob(other.get(), response.get(), data, 4, false), S_OK);
+  }
+  EXPECT_TRUE(provider->IsPolling());
+  provider = nullptr;
+}
+
+TEST_F(PrintJob, ObserverMayClearItselfFromItsCall) {
+  provider->SetPrintTimings({1, 1, 1, 1, 3});
+  struct Seen {
+    IPPProviderImpl* provider;
+    std::atomic<int> calls{0};
+  } seen{provider.get()};
+  provider->SetPollObserver([](void* context, int, const char*, const char*) {
+    auto* into = static_cast<Seen*>(context);
+    ++into->calls;
+    into->provider->SetPollObserver(nullptr, nullptr);
+  }, &seen);
+  ASSERT_EQ(Print(true), S_OK);
+  ASSERT_TRUE(Eventually([&] { return seen.calls > 0; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(Write(0), S_OK);
+  EXPECT_LE(seen.calls, 2);  // at most one call per thread was under way when it cleared itself
+}
+
+// The print-ready event a host's chunk writer waits on: reset only while the
+// printer is stopped with a full spool; a stop or an unreadable printer ends
+// every wait.
+TEST_F(PrintJob, PrintReadyFollowsAStoppedPrinterWithAFullSpool) {
+  provider->SetPrintTimings({1, 1000, 1, 1, 3});
+  struct Polled {
+    std::mutex mutex;
+    std::string last;
+  } polled;
+  provider->SetPollObserver([](void* context, int kind, const char* state, const char* reasons) {
+    auto* into = static_cast<Polled*>(context);
+    std::lock_guard<std::mutex> lock(into->mutex);
+    if (kind == 0) into->last = std::string(state) + " " + reasons;
+  }, &polled);
+  auto polledAs = [&](const std::string& text) {
+    return Eventually([&] {
+      std::lock_guard<std::mutex> lock(polled.mutex);
+      return polled.last == text;
+    });
+  };
+  ASSERT_EQ(Print(true), S_OK);
+  const uint64_t context = provider->GetPrintReadyStatusEventHandle()->Context();
+  struct Case {
+    int state;
+    std::string reasons;
+    HRESULT ready;
+  } cases[] = {
+      {5, "media-empty,spool-area-full", S_FALSE},
+      {5, "media-empty", S_OK},
+      {4, "spool-area-full", S_OK},  // processing: it drains by itself
+      {3, "none", S_OK},
+  };
+  for (const Case& c : cases) {
+    Change([&](Printer& p) { p.printerState = c.state, p.printerReasons = c.reasons; });
+    ASSERT_TRUE(polledAs(std::to_string(c.state) + " " + c.reasons)) << c.reasons;
+    EXPECT_EQ(WaitForPrintReady(context, 0), c.ready) << c.state << " " << c.reasons;
+  }
+  // A waiting writer wakes once the printer drains, and at once on a cancel.
+  Change([](Printer& p) { p.printerState = 5, p.printerReasons = "spool-area-full"; });
+  ASSERT_TRUE(polledAs("5 spool-area-full"));
+  std::thread drain([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    Change([](Printer& p) { p.printerState = 3, p.printerReasons = "none"; });
+  });
+  EXPECT_EQ(WaitForPrintReady(context, Norvane::kInfinite), S_OK);
+  drain.join();
+  Change([](Printer& p) { p.printerState = 5, p.printerReasons = "spool-area-full"; });
+  ASSERT_TRUE(polledAs("5 spool-area-full"));
+  std::thread cancel([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    provider->CancelJob(attributes.get(), response.get());
+  });
+  EXPECT_EQ(WaitForPrintReady(context, Norvane::kInfinite), E_ABORT);
+  cancel.join();
+  EXPECT_EQ(WaitForPrintReady(context, 0), E_ABORT);  // the stream's event is gone
+  EXPECT_EQ(WaitForPrintReady(0, 0), S_OK);           // no event: nothing to wait for
+
+  // A printer that stops answering while full leaves nobody to wake a writer.
+  SetUp();
+  provider->SetPrintTimings({1, 1000, 1, 1, 3});
+  ASSERT_EQ(Print(true), S_OK);
+  auto ready = provider->GetPrintReadyStatusEventHandle();
+  Change([](Printer& p) { p.printerState = 5, p.printerReasons = "spool-area-full"; });
+  ASSERT_TRUE(Eventually([&] { return !ready->IsSet(); }));
+  Change([](Printer& p) { p.printerHttpStatus = 500; });
+  EXPECT_EQ(ready->Wait(Norvane::kInfinite), E_ABORT);
+}
+
+// The security flags each request of a secure printer carries. Every request
+// but Cancel-Job takes the provider's: the requests of one job go to one
+// printer, whose certificate the host accepted once.
+TEST_F(PrintJob, SecurityFlagsOfEachRequest) {
+  constexpr uint32_t kFlags = Norvane::kIppDefaultSecurityFlags;
+  provider = nullptr;
+  address->exchanges.clear();
+  provider = QxUtils::AdoptRef(IPPProviderImpl::Create2(address.get(), u"ipps://USB001/ipp/print", kFlags));
+  ASSERT_TRUE(provider);
+  provider->SetPrintTimings({1, 1, 1, 1, 3});
+  attributes->SetDocumentUri("http://docs/a.pdf");
+  attributes->SetJobName("flags");
+  ASSERT_EQ(provider->PrintUri(attributes.get(), response.get()), S_OK);
+  ASSERT_EQ(provider->SendURI(attributes.get(), response.get()), S_OK);
+  ASSERT_EQ(provider->CreateJob(attributes.get(), response.get()), S_OK);
+  ASSERT_EQ(Print(true), S_OK);
+  ASSERT_TRUE(Eventually([&] { return Sent(10) > 1 && Sent(11) > 1; }));  // both threads asked
+  ASSERT_EQ(provider->CancelJob(attributes.get(), response.get()), S_OK);
+  ASSERT_EQ(Write(0), S_DEVICECANCELED);
+  std::lock_guard<std::recursive_mutex> lock(address->mutex);
+  for (const FakeExchange& e : address->exchanges) {
+    EXPECT_EQ(e.securityFlags, Operation(e) == 8 ? 0u : kFlags) << "operation " << Operation(e);
+  }
+}
+
+TEST_F(PrintJob, CredentialsAuthorizationGoesWithLaterStreams) {
+  provider = nullptr;
+  provider = QxUtils::AdoptRef(IPPProviderImpl::Create2(address.get(), u"ipps://USB001/ipp/print", 0));
+  ASSERT_TRUE(provider);
+  provider->SetPrintTimings({5000, 5, 1, 1, 3});
+  printer.printHeaders = {{u"Authorization", u"Digest opaque=1"}};
+  ASSERT_EQ(provider->ValidateCredentials(attributes.get(), response.get()), S_OK);
+  EXPECT_EQ(attributes->GetAuthorization(), u"Digest opaque=1");
+  ASSERT_EQ(Print(true), S_OK);
+  ASSERT_EQ(Write(0), S_OK);
+  EXPECT_EQ(LastStream().headers[u"Authorization"], u"Digest opaque=1");
+}
+
+TEST_F(PrintJob, LogLinesOfTheStream) {
+  NorvaneTest::CaptureLog log;
+  ASSERT_EQ(Print(true), S_OK);
+  ASSERT_EQ(Write(), S_OK);
+  EXPECT_TRUE(log.Contains("PrintJobWrite exits with result 0x00000000"));
+  ASSERT_EQ(Write(0), S_OK);
+  auto anonymous = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+  SetUp();
+  NorvaneTest::CaptureLog quiet;
+  EXPECT_EQ(provider->GetJobs(anonymous.get(), response.get(), false), E_FAIL);
+  EXPECT_EQ(provider->PrintJob(anonymous.get(), response.get(), data, 4, true), S_OK);  // nobody to look up
+  EXPECT_FALSE(quiet.Contains("RequestingUserName is not present"));
+  EXPECT_FALSE(quiet.Contains("PrintJob exits"));
+}
+
+// CancelJob from a second thread at any moment of a stream: every call
+// returns, and no thread is left polling.
+TEST(PrintJobStress, CancelFromAnotherThreadAtAnyMoment) {
+  std::mt19937 random(20);
+  std::uniform_int_distribution<int> delayUs(0, 1500);
+  const uint8_t block[4] = {'R', 'a', 'S', '2'};
+  for (int round = 0; round < 200; ++round) {
+    auto address = QxUtils::AdoptRef(FakeAddress::Create(u"USB001"));
+    Printer printer;
+    address->responder = [&printer](const FakeExchange& e) { return printer.Answer(e); };
+    auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create2(address.get(), u"ipp://USB001/ipp/print", 0));
+    ASSERT_TRUE(provider);
+    provider->SetPrintTimings({1, 1, 1, 1, 3});
+    auto attributes = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+    attributes->SetRequestingUserName("stress");
+    auto response = QxUtils::AdoptRef(Norvane::IPPResponseAttributes::Create());
+    auto cancelAttributes = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+    cancelAttributes->SetRequestingUserName("stress");
+    auto cancelResponse = QxUtils::AdoptRef(Norvane::IPPResponseAttributes::Create());
+    const int delay = delayUs(random);
+    std::thread canceller([&] {
+      std::this_thread::sleep_for(std::chrono::microseconds(delay));
+      provider->CancelJob(cancelAttributes.get(), cancelResponse.get());
+    });
+    HRESULT hr = provider->PrintJob(attributes.get(), response.get(), block, 4, true);
+    for (int i = 0; i < 30 && hr == S_OK; ++i) hr = provider->PrintJobWrite(attributes.get(), response.get(), block, 4);
+    if (hr == S_OK) hr = provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+    canceller.join();
+    EXPECT_TRUE(hr == S_OK || hr == S_DEVICECANCELED || hr == E_FAIL || hr == S_FALSE)
+        << std::hex << hr << " after " << std::dec << delay << " us";
+    EXPECT_FALSE(provider->IsPolling()) << delay;
+  }
 }
 
 }  // namespace
