@@ -68,11 +68,12 @@ double MillisecondsSince(Clock::time_point start) {
 
 // The printer takes one job at a time: every measured job starts on an idle one.
 bool WaitForIdlePrinter(Norvane::IPPProvider* provider) {
-  for (int attempt = 0; attempt < 600; ++attempt, usleep(20 * 1000)) {
+  for (int attempt = 0; attempt < 3000; ++attempt, usleep(20 * 1000)) {
     VARIANT state;
     VariantInit(&state);
-    bool idle = provider->GetIPPValue("printer-state", 0, &state, nullptr, "/ipp/print", 0, 0, " ") == S_OK &&
-                state.vt == VT_BSTR && std::u16string(state.bstrVal) == u"3";
+    HRESULT hr = provider->GetIPPValue("printer-state", 0, &state, nullptr, "/ipp/print", 0, 0, " ");
+    bool idle = hr == S_OK && ((state.vt == VT_BSTR && std::u16string(state.bstrVal) == u"3") ||
+                               (state.vt == VT_I4 && state.lVal == 3));
     VariantClear(&state);
     if (idle) return true;
   }
@@ -86,8 +87,10 @@ double LibrarySubmit(const std::u16string& uri, const std::string& document, int
   Norvane::IPPRequestBase* attributes = CreateIPPRequest();
   Norvane::IPPResponseBase* response = CreateIPPResponse();
   double elapsed = -1;
-  if (provider == nullptr || !WaitForIdlePrinter(provider)) {
-    *failure = "no provider or the printer stayed busy";
+  if (provider == nullptr) {
+    *failure = "no provider, last error " + std::to_string(GetLastError());
+  } else if (!WaitForIdlePrinter(provider)) {
+    *failure = "the printer stayed busy";
   } else {
     attributes->SetRequestingUserName(("submit-" + std::to_string(job)).c_str());
     attributes->SetJobName("print-submit-bench");
@@ -100,6 +103,7 @@ double LibrarySubmit(const std::u16string& uri, const std::string& document, int
     auto start = Clock::now();
     HRESULT hr = provider->PrintJob(attributes, response, bytes, static_cast<int32_t>(kBlock), true);
     elapsed = MillisecondsSince(start);
+    std::fprintf(stderr, "job %d: PrintJob %.1f ms\n", job, elapsed);
     if (hr != S_OK || response->GetJobID() <= 0) *failure = "PrintJob answered " + std::to_string(hr) + " without a job";
     for (size_t at = kBlock; hr == S_OK && at < document.size(); at += kBlock) {
       hr = provider->PrintJobWrite(attributes, response, bytes + at,
