@@ -31,7 +31,8 @@ namespace {
 
 constexpr size_t kDocumentSize = 137 * 1024;
 constexpr size_t kBlock = 64 * 1024;
-constexpr int kJobs = 10;
+// PRINT_SUBMIT_JOBS sets the number of jobs of each side (default 10).
+const int kJobs = std::atoi(std::getenv("PRINT_SUBMIT_JOBS") != nullptr ? std::getenv("PRINT_SUBMIT_JOBS") : "10");
 using Clock = std::chrono::steady_clock;
 
 std::string Env(const char* name, const char* fallback) {

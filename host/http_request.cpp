@@ -450,6 +450,11 @@ HRESULT HttpRequestImpl::Open(uint64_t /*context: the library's, unused here*/) 
   phase_ = Phase::kIdle;
   response_.Reset();
   if (!TakeChannel()) return E_OUTOFMEMORY;
+  // The stream goes on a connection of its own. A request sent meanwhile on
+  // the address's kept connection (the lookup of the job this stream makes)
+  // would be served before the printer has even accepted the stream's
+  // connection: it must connect anew, behind the stream.
+  address_->TakeAdoptedConnection();
   deframe_ = CallerFramesChunks();
   deframer_ = ChunkDeframer();
   exchange_ = std::make_unique<HttpExchange>(*channel_);
