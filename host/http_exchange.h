@@ -65,6 +65,10 @@ class HttpExchange {
   // No more body: libcurl then writes its last chunk.
   void EndBody();
 
+  // The caller held the body back on purpose (a printer that cannot take
+  // data): that silence does not count against the read time-out.
+  void RestartReadClock() { MarkProgress(); }
+
   bool Ended() const { return ended_; }
   CURLcode Result() const { return result_; }
   // A whole response head has arrived, whatever happened to the body upload.

@@ -1,6 +1,7 @@
 #include "http_request.h"
 
 #include "net_address.h"
+#include "norvane/api.h"
 #include "text.h"
 
 namespace NorvaneHost {
@@ -321,10 +322,21 @@ HRESULT HttpRequestImpl::Open(uint64_t /*context: the library's, unused here*/) 
   return S_OK;
 }
 
-HRESULT HttpRequestImpl::WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t /*context*/) {
+HRESULT HttpRequestImpl::WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t context) {
   if (phase_ != Phase::kStreaming) return E_FAIL;
   if (bytes == nullptr && length != 0) return E_INVALIDARG;
   if (length == 0) return S_OK;
+  // A printer stopped with its spool full takes nothing until it drains; the
+  // library wakes this wait as soon as the stream is cancelled.
+  HRESULT ready = WaitForPrintReady(context, 0);
+  if (ready == S_FALSE) {
+    ready = WaitForPrintReady(context, 0xFFFFFFFFu /* for good */);
+    exchange_->RestartReadClock();
+  }
+  if (ready == E_ABORT) {
+    errorCode_ = CURLE_ABORTED_BY_CALLBACK;
+    return E_ABORT;
+  }
   if (!exchange_->Ended()) {
     if (deframe_) {
       bool framed = deframer_.Feed(bytes, length, [this](const uint8_t* piece, size_t size) {

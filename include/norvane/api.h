@@ -74,7 +74,9 @@ NORVANE_API HRESULT GetDeviceLocaleStrings(Norvane::Address* address,
 // 1 for the caller's jobs not yet completed and 2 for its completed jobs
 // (job-state, job-state-reasons; several jobs give comma lists, a text the
 // printer left out is empty). Null clears it; once this returns, the old
-// observer is not called again. The observer must return quickly.
+// observer is not called again (it waits for calls in progress on other
+// threads). The observer itself may replace or clear it, and must return
+// quickly.
 typedef void (*NorvanePollObserver)(void* context, int kind, const char* state, const char* reasons);
 NORVANE_API HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePollObserver observer,
                                        void* context);
@@ -98,6 +100,18 @@ NORVANE_API HRESULT GetIPPJobValues(Norvane::IPPProvider* provider, const char* 
 // without a job URI.
 NORVANE_API HRESULT CancelIPPJobByURI(Norvane::IPPProvider* provider, Norvane::IPPRequestBase* attributes,
                                       Norvane::IPPResponseBase* response);
+
+// For a host's chunk writer (QxHTTPRequestEx::WriteChunk): `context` is the
+// one the library passed with the chunk, naming the print-ready event of the
+// stream. The event is reset while the printer is stopped with a full spool
+// area and set again once it can take data. Returns 0 when the chunk may be
+// written (also for context 0, which names no event), 1 (S_FALSE) when the
+// printer still cannot take data after `milliseconds` (0xFFFFFFFF waits for
+// good), and E_ABORT (0x80004004) as soon as the stream is stopped (CancelJob
+// from another thread, a failure, its end), or when the printer's state can no
+// longer be read while it was not ready: the chunk should then not be written.
+// May be called on any thread.
+NORVANE_API HRESULT WaitForPrintReady(uint64_t context, uint32_t milliseconds);
 
 // Spooler printer data of a printer, for CreatePrintDataCacheProvider.
 NORVANE_API uintptr_t OpenPrinterDataHandle(const char16_t* printerName);

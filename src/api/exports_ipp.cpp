@@ -54,6 +54,10 @@ extern "C" HRESULT CancelIPPJobByURI(Norvane::IPPProvider* provider, Norvane::IP
   return impl->CancelJobByURI(attributes, response);
 }
 
+extern "C" HRESULT WaitForPrintReady(uint64_t context, uint32_t milliseconds) {
+  return Norvane::PrintReadySignal::WaitFor(context, milliseconds);
+}
+
 extern "C" Norvane::IPPRequestBase* CreateIPPRequest(void) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateIPPRequest");
   return Norvane::IPPRequestAttributes::Create();

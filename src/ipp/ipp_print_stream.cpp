@@ -14,10 +14,9 @@ namespace Norvane {
 
 namespace {
 
-// The host's chunk writer receives the print-ready event as its context.
-uint64_t EventContext(const std::shared_ptr<ManualResetEvent>& event) {
-  return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(event.get()));
-}
+// The host's chunk writer receives the print-ready event as its context; the
+// caller keeps the event alive for as long as the host may wait on it.
+uint64_t EventContext(const std::shared_ptr<PrintReadySignal>& event) { return event ? event->Context() : 0; }
 
 bool HasText(const char* text) { return text != nullptr && *text != 0; }
 
@@ -62,7 +61,7 @@ HRESULT IPPProviderImpl::WaitForReadyPrinter() {
     cancelSignal_.Wait(timings_.readyRetryMs);
   }
   std::lock_guard<std::mutex> lock(eventsMutex_);
-  printReadyEvent_ = std::make_shared<ManualResetEvent>(true);
+  printReadyEvent_ = PrintReadySignal::Create(true);
   return S_OK;
 }
 
@@ -116,7 +115,8 @@ HRESULT IPPProviderImpl::PrintJob(IPPRequestBase* attributes, IPPResponseBase* r
     return E_FAIL;
   }
   // Threads of an earlier stream that was never ended watch the wrong job.
-  if (chunked && IsPolling()) StopAllThreadsRunning();
+  // Only they go: the flags they share belong to the stream about to open.
+  if (chunked) StopLeftoverThreads();
 
   HRESULT hr = E_FAIL;
   for (uint32_t restarts = 0;; ++restarts) {
@@ -124,17 +124,14 @@ HRESULT IPPProviderImpl::PrintJob(IPPRequestBase* attributes, IPPResponseBase* r
     if (SUCCEEDED(hr) && chunked) hr = WaitForReadyPrinter();
     if (FAILED(hr)) break;
 
-    std::shared_ptr<ManualResetEvent> ready = chunked ? GetPrintReadyStatusEventHandle() : nullptr;
+    std::shared_ptr<PrintReadySignal> ready = chunked ? GetPrintReadyStatusEventHandle() : nullptr;
     hr = jobOperations_->SendPrintJobRequest(&streamResponse_, attributes, chunked, static_cast<uint32_t>(length),
                                              EventContext(ready), secure_);
     if (chunked) {
       if (FAILED(hr)) break;
       const char* user = attributes->GetRequestingUserName();
-      if (!HasText(user)) {
-        QX_LOG(QxLogging::kInfo, "PrintJob exits with result 0x%08X", hr);
-        return hr;
-      }
-      queryOperations_->SetRequestedUserName(user);
+      if (!HasText(user)) return hr;
+      StoreJobUser(user);
       hr = FindStreamedJob(attributes, response);
       DWORD error = GetLastError();
       StartPollingThreads(!(hr == S_FALSE && error == kErrorJobNotFound));
@@ -151,15 +148,12 @@ HRESULT IPPProviderImpl::PrintJob(IPPRequestBase* attributes, IPPResponseBase* r
       hr = E_FAIL;
       break;
     }
-    // A busy printer is given the same pause as one that is not ready yet.
-    if (cancelSignal_.Wait(timings_.readyRetryMs) || cancelFlag_.load() != 0) {
-      hr = E_FAIL;
-      break;
-    }
+    // Started over at once with the same data: the cancel flag is for the
+    // wait of a stream, and the bound above ends a printer that stays busy.
   }
 
   if (hr == S_FALSE && !chunked && HasText(attributes->GetRequestingUserName())) {
-    queryOperations_->SetRequestedUserName(attributes->GetRequestingUserName());
+    StoreJobUser(attributes->GetRequestingUserName());
     hr = GetJobs(attributes, response, false);
     if (hr == S_FALSE) hr = GetJobs(attributes, response, true);
   }
@@ -191,14 +185,19 @@ HRESULT IPPProviderImpl::PrintJobWrite(IPPRequestBase* attributes, IPPResponseBa
     return E_FAIL;
   }
   const bool cancelledBefore = printStatus_.load() != 0;
-  uint64_t context = EventContext(GetPrintReadyStatusEventHandle());
+  // Held through the sends: CancelJob on another thread may drop the field.
+  const std::shared_ptr<PrintReadySignal> ready = GetPrintReadyStatusEventHandle();
+  const uint64_t context = EventContext(ready);
   if (cancelledBefore) {
     QX_LOG(QxLogging::kStandout, "PrintJobWrite Cancelled from Device end");
   } else if (length > 0) {
     jobOperations_->SetPrinterFileBufferContent(data, length);
     HRESULT hr = jobOperations_->SendPrintJobRequest(&streamResponse_, attributes, true,
                                                      static_cast<uint32_t>(length), context, secure_);
-    if (SUCCEEDED(hr)) return S_OK;
+    if (SUCCEEDED(hr)) {
+      QX_LOG(QxLogging::kInfo, "PrintJobWrite exits with result 0x%08X", S_OK);
+      return S_OK;
+    }
     QX_LOG(QxLogging::kStandout, "Failed while sending chunk data");
     StopAllThreadsRunning();
     hr = AnswerFromGetJobs(attributes, response);
@@ -218,14 +217,15 @@ HRESULT IPPProviderImpl::PrintJobWrite(IPPRequestBase* attributes, IPPResponseBa
   }
   const bool endedAtDevice = printStatus_.load() != 0;
   StopAllThreadsRunning();
-  if (streamResponse_ != nullptr && SUCCEEDED(jobOperations_->ParseIPPResponse(streamResponse_, nullptr)) &&
-      SUCCEEDED(jobOperations_->FormResponseStructure(kIppPrintJob, response))) {
+  const bool decoded = streamResponse_ != nullptr && SUCCEEDED(jobOperations_->ParseIPPResponse(streamResponse_, nullptr));
+  if (decoded && SUCCEEDED(jobOperations_->FormResponseStructure(kIppPrintJob, response))) {
     hr = S_OK;
-  } else {
-    // The send's own answer stands: 1026 for refused credentials, 1 for the
-    // host's benign read status.
-    QX_LOG(QxLogging::kStandout, "The final response could not be decoded (0x%08X)", hr);
+  } else if (decoded || hr == E_FAIL) {
+    QX_LOG(QxLogging::kStandout, "httpBase->GetResponse() failed try GetJobs");
+    hr = AnswerFromGetJobs(attributes, response);
   }
+  // Otherwise the send's own answer stands: 1026 for refused credentials, 1
+  // for the host's benign read status.
   EndJobOperations();
   if (endedAtDevice) {
     hr = S_DEVICECANCELED;

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -20,6 +21,7 @@
 #include <thread>
 
 #include "ipp/ipp_operations.h"
+#include "ipp/ipp_print_ready.h"
 #include "norvane/disposable.h"
 #include "norvane/api.h"
 #include "norvane/interfaces.h"
@@ -122,7 +124,7 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   uint32_t GetbPrinteStatusThreadPoll();
   void SetPrintReadyStatus();
   std::shared_ptr<ManualResetEvent> GetPrintStatusEventHandle();
-  std::shared_ptr<ManualResetEvent> GetPrintReadyStatusEventHandle();
+  std::shared_ptr<PrintReadySignal> GetPrintReadyStatusEventHandle();
   // The decimal printer-state and the comma-joined printer-state-reasons;
   // 0, or a negative status when the query failed.
   HRESULT RetrievePrinterState(std::string* state, std::string* reasons);
@@ -133,6 +135,9 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // Stops both polling threads and waits for them; afterwards the print-status
   // flag is raised and both events are gone.
   void StopAllThreadsRunning();
+  // The same for threads an earlier stream left running, without raising the
+  // flags that a new stream on this provider reads.
+  void StopLeftoverThreads();
   // Thread bodies; each returns its exit code (0, or 1 without what it watches).
   static uint32_t GetPrinterStatusPollingThread(IPPProviderImpl* provider);
   static uint32_t GetJobsPollingThread(IPPProviderImpl* provider);
@@ -188,6 +193,13 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   HRESULT FinishOneBodyPrintJob(IPPResponseBase* response, HRESULT sent, bool* restart);
   HRESULT FindStreamedJob(IPPRequestBase* attributes, IPPResponseBase* response);
   void StartPollingThreads(bool jobFound);
+  // Joins both threads and ends the events; `raiseFlags` also ends the
+  // printer-status polling and marks the job as ended (what a stop means).
+  void StopThreads(bool raiseFlags);
+  // The user name the job polling thread asks Get-Jobs about; a one-body
+  // print stores it while a stream's thread may be reading it.
+  void StoreJobUser(const char* user);
+  std::string JobUser();
   // The outcome of a stream that failed or ended unread: what Get-Jobs says
   // about the job, S_DEVICECANCELED when it still finds it.
   HRESULT AnswerFromGetJobs(IPPRequestBase* attributes, IPPResponseBase* response);
@@ -222,15 +234,21 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   uint32_t printerStatusThreadPoll_ = 1;        // under lock B
   std::mutex eventsMutex_;                      // guards the two event fields
   std::shared_ptr<ManualResetEvent> printStatusEvent_;
-  std::shared_ptr<ManualResetEvent> printReadyEvent_;
+  std::shared_ptr<PrintReadySignal> printReadyEvent_;
   ManualResetEvent stopThreads_;  // ends the printer-status thread's sleep at once
-  std::mutex jobMutex_;           // held while the threads are stopped
+  // Held while the threads are started or stopped, and guards the two thread
+  // objects: CancelJob may stop them from another thread.
+  std::mutex jobMutex_;
   std::thread printerStatusThread_;
   std::thread jobThread_;
+  std::mutex jobUserMutex_;  // the requested user name of the query operations
 
-  // Called under its lock, so that clearing it waits for a call in progress.
+  // Called outside its lock (an observer may clear itself); clearing waits
+  // until no call is in progress on another thread.
   void NotifyPollObserver(int kind, const std::string& state, const std::string& reasons);
   std::mutex observerMutex_;
+  std::condition_variable observerIdle_;
+  int observerCalls_ = 0;  // calls in progress
   NorvanePollObserver observer_ = nullptr;
   void* observerContext_ = nullptr;
 };

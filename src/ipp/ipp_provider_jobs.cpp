@@ -90,10 +90,7 @@ HRESULT IPPProviderImpl::GetJobs(IPPRequestBase* attributes, IPPResponseBase* re
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::GetJobs");
   if (MissingArguments(attributes, response)) return E_FAIL;
   const char* user = attributes->GetRequestingUserName();
-  if (!HasText(user)) {
-    QX_LOG(QxLogging::kStandout, "RequestingUserName is not present");
-    return E_FAIL;
-  }
+  if (!HasText(user)) return E_FAIL;
   std::unique_ptr<IPPOperations> operations = MakeGetJobsOperations(completed, user);
   HTTPResponse* reply = nullptr;
   if (FAILED(operations->SendIPPRequest(kIppGetJobs, &reply, attributes, secure_))) {

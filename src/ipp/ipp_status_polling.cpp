@@ -5,6 +5,7 @@
 // request in flight.
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "ipp/ipp_provider_impl.h"
 #include "norvane/com.h"
@@ -53,12 +54,26 @@ std::shared_ptr<ManualResetEvent> IPPProviderImpl::GetPrintStatusEventHandle() {
   return printStatusEvent_;
 }
 
-std::shared_ptr<ManualResetEvent> IPPProviderImpl::GetPrintReadyStatusEventHandle() {
+std::shared_ptr<PrintReadySignal> IPPProviderImpl::GetPrintReadyStatusEventHandle() {
   std::lock_guard<std::mutex> lock(eventsMutex_);
   return printReadyEvent_;
 }
 
-bool IPPProviderImpl::IsPolling() { return printerStatusThread_.joinable() || jobThread_.joinable(); }
+bool IPPProviderImpl::IsPolling() {
+  std::lock_guard<std::mutex> lock(jobMutex_);
+  return printerStatusThread_.joinable() || jobThread_.joinable();
+}
+
+void IPPProviderImpl::StoreJobUser(const char* user) {
+  std::lock_guard<std::mutex> lock(jobUserMutex_);
+  queryOperations_->SetRequestedUserName(user);
+}
+
+std::string IPPProviderImpl::JobUser() {
+  std::lock_guard<std::mutex> lock(jobUserMutex_);
+  const char* user = queryOperations_->GetRequestedUserName();
+  return user != nullptr ? user : "";
+}
 
 HRESULT IPPProviderImpl::RetrievePrinterState(std::string* state, std::string* reasons) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::RetrievePrinterState");
@@ -92,8 +107,8 @@ PrinterReadiness IPPProviderImpl::CheckForPrinterReadyState() {
 
 HRESULT IPPProviderImpl::GetJobs(bool completed) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::GetJobs");
-  std::unique_ptr<IPPOperations> operations =
-      MakeGetJobsOperations(completed, queryOperations_->GetRequestedUserName());
+  std::string user = JobUser();
+  std::unique_ptr<IPPOperations> operations = MakeGetJobsOperations(completed, user.empty() ? nullptr : user.c_str());
   HTTPResponse* reply = nullptr;
   if (FAILED(operations->SendIPPRequest(kIppGetJobs, &reply, nullptr, IsSecureIpp()))) {
     QX_LOG(QxLogging::kStandout, "GetJobs()..SendIPPRequest() failed");
@@ -134,12 +149,17 @@ HRESULT IPPProviderImpl::GetJobs(bool completed) {
 uint32_t IPPProviderImpl::GetPrinterStatusPollingThread(IPPProviderImpl* provider) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::GetPrinterStatusPollingThread");
   if (provider == nullptr) return 1;
-  std::shared_ptr<ManualResetEvent> ready = provider->GetPrintReadyStatusEventHandle();
+  std::shared_ptr<PrintReadySignal> ready = provider->GetPrintReadyStatusEventHandle();
   if (!ready) return 1;
   while (provider->GetbPrinteStatusThreadPoll() != 0) {
     std::string state;
     std::string reasons;
-    if (provider->RetrievePrinterState(&state, &reasons) < 0) break;
+    if (provider->RetrievePrinterState(&state, &reasons) < 0) {
+      // The event keeps its last state; a writer waiting for it is told
+      // that nobody will change it any more.
+      ready->Unwatch();
+      break;
+    }
     // A stopped printer whose spool is full takes no more data until it
     // drains; the host's chunk writer waits on this event.
     if (state.find('5') != std::string::npos && reasons.find("spool-area-full") != std::string::npos) {
@@ -170,19 +190,48 @@ uint32_t IPPProviderImpl::GetJobsPollingThread(IPPProviderImpl* provider) {
   }
 }
 
+namespace {
+// The provider whose observer this thread is calling, if any.
+thread_local const IPPProviderImpl* observerCaller = nullptr;
+}  // namespace
+
 void IPPProviderImpl::SetPollObserver(NorvanePollObserver observer, void* context) {
-  std::lock_guard<std::mutex> lock(observerMutex_);
+  std::unique_lock<std::mutex> lock(observerMutex_);
   observer_ = observer;
   observerContext_ = context;
+  // An observer that clears itself from its own call waits only for the
+  // calls of other threads.
+  const int own = observerCaller == this ? 1 : 0;
+  observerIdle_.wait(lock, [&] { return observerCalls_ == own; });
 }
 
 void IPPProviderImpl::NotifyPollObserver(int kind, const std::string& state, const std::string& reasons) {
+  NorvanePollObserver observer;
+  void* context;
+  {
+    std::lock_guard<std::mutex> lock(observerMutex_);
+    if (observer_ == nullptr) return;
+    observer = observer_;
+    context = observerContext_;
+    ++observerCalls_;
+  }
+  const IPPProviderImpl* outer = std::exchange(observerCaller, this);
+  observer(context, kind, state.c_str(), reasons.c_str());
+  observerCaller = outer;
   std::lock_guard<std::mutex> lock(observerMutex_);
-  if (observer_ != nullptr) observer_(observerContext_, kind, state.c_str(), reasons.c_str());
+  --observerCalls_;
+  observerIdle_.notify_all();
 }
 
 void IPPProviderImpl::StartPollingThreads(bool jobFound) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::StartPollingThreads");
+  std::lock_guard<std::mutex> lock(jobMutex_);
+  // CancelJob on another thread has stopped this stream's threads already, or
+  // is about to: threads started now would watch a cancelled job.
+  if (cancelFlag_.load() != 0) {
+    QX_LOG(QxLogging::kStandout, "Cancelled before the polling threads started");
+    return;
+  }
   stopThreads_.Reset();
   {
     std::lock_guard<std::mutex> lock(eventsMutex_);
@@ -194,7 +243,7 @@ void IPPProviderImpl::StartPollingThreads(bool jobFound) {
       QX_LOG(QxLogging::kInfo, "JobsPollingThread has been launched");
     }
     if (!GetPrintReadyStatusEventHandle()) {
-      QX_LOG(QxLogging::kStandout, "Unable to create PrintJobSignaled event (%d)", 0);
+      QX_LOG(QxLogging::kStandout, "Unable to create PrintJobSignaled event (%d)", static_cast<int>(GetLastError()));
       return;
     }
     printerStatusThread_ = std::thread([this] { GetPrinterStatusPollingThread(this); });
@@ -206,11 +255,24 @@ void IPPProviderImpl::StartPollingThreads(bool jobFound) {
 
 void IPPProviderImpl::StopAllThreadsRunning() {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::StopAllThreadsRunning");
+  StopThreads(true);
+}
+
+void IPPProviderImpl::StopLeftoverThreads() {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProviderImpl::StopLeftoverThreads");
+  StopThreads(false);
+}
+
+void IPPProviderImpl::StopThreads(bool raiseFlags) {
   std::lock_guard<std::mutex> lock(jobMutex_);
-  SetPrintReadyStatus();
-  SetPrintStatus();
+  if (raiseFlags) {
+    SetPrintReadyStatus();
+    SetPrintStatus();
+  }
   stopThreads_.Set();
   if (auto event = GetPrintStatusEventHandle()) event->Set();
+  // A host waiting in its chunk writer for a ready printer stops waiting.
+  if (auto ready = GetPrintReadyStatusEventHandle()) ready->Stop();
   if (printerStatusThread_.joinable()) printerStatusThread_.join();
   if (jobThread_.joinable()) jobThread_.join();
   std::lock_guard<std::mutex> events(eventsMutex_);

@@ -198,7 +198,7 @@ TEST_F(HostHttpRequest, AStreamIsFramedOnceAndAChunkedAnswerReadWhole) {
   // Cut inside a size line and inside data.
   for (size_t at = 0; at < framed.size(); at += 33333) {
     std::string piece = framed.substr(at, 33333);
-    ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(piece), static_cast<uint32_t>(piece.size()), 1));
+    ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(piece), static_cast<uint32_t>(piece.size()), 0));
   }
   Norvane::HTTPResponse* response = nullptr;
   ASSERT_EQ(S_OK, stream->Send(&response));

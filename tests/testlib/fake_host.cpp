@@ -49,7 +49,11 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
   HRESULT SetUserName(const char16_t*) override { return S_OK; }
   HRESULT SetPassword(const char16_t*) override { return S_OK; }
   HRESULT SetMethod(const char16_t*) override { return S_OK; }
-  HRESULT AddHeader(const char16_t*, const char16_t*) override { return S_OK; }
+  HRESULT AddHeader(const char16_t* name, const char16_t* value) override {
+    if (name == nullptr || value == nullptr) return E_INVALIDARG;
+    exchange_.headers[name] = value;
+    return S_OK;
+  }
   HRESULT SetContentType(const char16_t*) override { return S_OK; }
   HRESULT SetBody(const uint8_t* body, uint32_t length) override {
     exchange_.body.assign(reinterpret_cast<const char*>(body), body == nullptr ? 0 : length);
@@ -58,6 +62,10 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
   HRESULT SendBody(const uint8_t* body, uint32_t length) override { return SetBody(body, length); }
   HRESULT Open(uint64_t) override { return S_OK; }
   HRESULT WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t) override {
+    {
+      std::lock_guard<std::recursive_mutex> lock(address_->mutex);
+      if (FAILED(address_->writeChunkResult)) return address_->writeChunkResult;
+    }
     exchange_.body.append(reinterpret_cast<const char*>(bytes), length);
     return S_OK;
   }
@@ -73,7 +81,10 @@ class FakeRequest : public Norvane::DisposableObject<Norvane::QxHTTPRequestEx> {
     *response = response_;
     return S_OK;
   }
-  HRESULT SetSecurityFlags(uint32_t) override { return S_OK; }
+  HRESULT SetSecurityFlags(uint32_t flags) override {
+    exchange_.securityFlags = flags;
+    return S_OK;
+  }
   uint32_t GetErrorCode() override { return 0; }
 
  private:

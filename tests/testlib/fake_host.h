@@ -18,6 +18,8 @@ struct FakeExchange {
   std::u16string resource;
   uint32_t port = 0;
   std::string body;  // SetBody / SendBody, then every chunk as written
+  std::map<std::u16string, std::u16string> headers;
+  uint32_t securityFlags = 0;
 };
 
 struct FakeReply {
@@ -48,6 +50,7 @@ class FakeAddress : public Norvane::DisposableObject<Norvane::QxNetAddress> {
   // Every exchange sent so far.
   std::vector<FakeExchange> exchanges;
   HRESULT createRequestResult = S_OK;
+  HRESULT writeChunkResult = S_OK;  // what every WriteChunk answers
   int requestsCreated = 0;
   int requestsAlive = 0;  // requests not yet destroyed
 

@@ -4,12 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <thread>
 
 #include "../bench_env.h"
 #include "ipp/ipp_operations.h"
 #include "ipp/ipp_provider_impl.h"
 #include "ipp/ipp_request_attributes.h"
+#include "ipp/ipp_response_attributes.h"
+#include "norvane/api.h"
 #include "norvane/host.h"
 #include "support/ref.h"
 #include "support/string_utils.h"
@@ -52,6 +57,26 @@ class IppSimFaults : public ::testing::Test {
     EXPECT_EQ(request->Send(&response), S_OK);
     if (response == nullptr || response->GetStatus() != 200) return "<failed>";
     return std::string(reinterpret_cast<const char*>(response->GetBody()), response->GetBodyLength());
+  }
+  // Replaces what Get-Printer-Attributes answers: the default fixture with
+  // another printer-state and printer-state-reasons.
+  void PrinterState(int state, const std::string& reasons) {
+    std::ifstream in(NorvaneBench::BenchValue("NORVANE_SIM_FIXTURES", "") + "/http" + kPath);
+    std::ostringstream fixture;
+    for (std::string line; std::getline(in, line);) {
+      if (line.find(" printer-state") == std::string::npos) fixture << line << "\n";
+    }
+    fixture << "enum printer-state " << state << "\nkeyword printer-state-reasons " << reasons << "\n";
+    auto control = AdoptRef<Norvane::QxNetAddress>(CreateNetAddress(u"127.0.0.1"));
+    Ref<Norvane::HTTPRequest> request;
+    ASSERT_EQ(control->CreateRequest(request.Out(), 8080), S_OK);
+    request->SetMethod(u"PUT");
+    request->SetResource(QxUtils::Utf8ToWide("/__sim/resource?path=" + std::string(kPath)).c_str());
+    const std::string body = fixture.str();
+    request->SetBody(reinterpret_cast<const uint8_t*>(body.data()), static_cast<uint32_t>(body.size()));
+    Norvane::HTTPResponse* response = nullptr;
+    ASSERT_EQ(request->Send(&response), S_OK);
+    ASSERT_EQ(response->GetStatus(), 200u);
   }
   // The plan for the IPP path; "none" clears it.
   void Plan(const std::string& plan) {
@@ -220,6 +245,55 @@ TEST_F(IppSimFaults, PrintStreamFinalAnswer) {
   refused.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(document.data()), 4);
   Norvane::HTTPResponse* response = nullptr;
   EXPECT_EQ(refused.SendPrintJobRequest(&response, attributes.get(), true, 0, 0, false), E_FAIL);
+}
+
+// A printer stopped with its spool full: the host's chunk writer holds the
+// next block back until the printer drains, and a cancel from another thread
+// ends that wait at once.
+TEST_F(IppSimFaults, StreamWaitsWhileTheSpoolIsFull) {
+  const std::u16string uri = QxUtils::Utf8ToWide("ipp://127.0.0.1:" + port_ + kPath);
+  auto provider = AdoptRef(IPPProviderImpl::Create2(address_.get(), uri.c_str(), Norvane::kIppDefaultSecurityFlags));
+  ASSERT_TRUE(provider);
+  provider->SetPrintTimings({10, 1000, 10, 1, 3});
+  auto attributes = AdoptRef<Norvane::IPPRequestBase>(Norvane::IPPRequestAttributes::Create());
+  attributes->SetRequestingUserName("spool");
+  auto response = AdoptRef<Norvane::IPPResponseBase>(Norvane::IPPResponseAttributes::Create());
+  const std::string block(4096, 'R');
+  const auto* bytes = reinterpret_cast<const uint8_t*>(block.data());
+  // This printer lists no jobs: the stream goes on watched by the printer thread alone.
+  ASSERT_EQ(provider->PrintJob(attributes.get(), response.get(), bytes, 4096, true), S_FALSE);
+  ASSERT_EQ(provider->PrintJobWrite(attributes.get(), response.get(), bytes, 4096), S_OK);
+  const uint64_t context = provider->GetPrintReadyStatusEventHandle()->Context();
+  auto full = [&] {
+    PrinterState(5, "media-empty,spool-area-full");
+    for (int i = 0; i < 500 && WaitForPrintReady(context, 0) == S_OK; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_EQ(WaitForPrintReady(context, 0), S_FALSE);
+  };
+  full();
+  std::thread drain([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    PrinterState(3, "none");
+  });
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(provider->PrintJobWrite(attributes.get(), response.get(), bytes, 4096), S_OK);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(250)) << "the block did not wait";
+  drain.join();
+
+  full();
+  std::thread cancel([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    auto own = AdoptRef<Norvane::IPPRequestBase>(Norvane::IPPRequestAttributes::Create());
+    own->SetRequestingUserName("spool");
+    auto answer = AdoptRef<Norvane::IPPResponseBase>(Norvane::IPPResponseAttributes::Create());
+    provider->CancelJob(own.get(), answer.get());
+  });
+  // The job cannot be found on this printer: the failed block answers 1.
+  EXPECT_EQ(provider->PrintJobWrite(attributes.get(), response.get(), bytes, 4096), S_FALSE);
+  cancel.join();
+  EXPECT_FALSE(provider->IsPolling());
+  PrinterState(3, "none");
 }
 
 }  // namespace
