@@ -154,7 +154,7 @@ TEST(DataCollection, RegistryCacheTakesTheIdentityEachProtocolReads) {
   for (const auto& row : rows) {
     SCOPED_TRACE(QxUtils::WideToUtf8(row.protocol) + " " + QxUtils::WideToUtf8(row.identity));
     NorvaneTest::ScopedRegistryRoot root;
-    auto address = QxUtils::AdoptRef(NorvaneTest::FakeAddress::Create(u"192.0.2.7"));
+    auto address = QxUtils::AdoptRef(NorvaneTest::FakeAddress::Create(u"USB001"));
     address->SetWebServicePortFlag(QxNetAddress::kWebServicePortAvailable);
     address->responder = [&row](const NorvaneTest::FakeExchange& e) {
       auto found = row.documents.find(e.resource);

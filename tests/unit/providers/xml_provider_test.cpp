@@ -193,8 +193,10 @@ TEST(XmlProviders, DocumentCacheKeepsExpiresAndStaysBounded) {
 // Hostile bodies: none may make the provider hold much more than real devices
 // send, and a declared entity refuses the whole document.
 TEST(XmlProviders, OversizedAndEntityDocumentsAreRefused) {
+  // The limits as documented: 1 MiB of body and 60,000 nodes.
+  constexpr size_t kBytes = 1 << 20, kNodes = 60000;
   std::string tiny;
-  for (size_t i = 0; i < kMaxDeviceDocumentNodes; ++i) tiny += "<a/>";
+  for (size_t i = 0; i < kNodes; ++i) tiny += "<a/>";
   std::string largest = "<P>" + tiny.substr(4) + "</P>";  // exactly the node limit
   const struct {
     std::string body;
@@ -204,8 +206,8 @@ TEST(XmlProviders, OversizedAndEntityDocumentsAreRefused) {
       {"<P>" + tiny + "</P>", "#1"},                    // one node more: read as not well-formed
       {"<P a='1' b='2'>" + tiny.substr(20) + "</P>", "#" + std::to_string(E_OUTOFMEMORY)},
       {"<P a='1' b='2'>" + tiny.substr(16) + "</P>", "#1"},  // attributes count two each
-      {"<P>" + std::string(kMaxDeviceDocumentBytes - 7, 'x') + "</P>", "#" + std::to_string(E_OUTOFMEMORY)},
-      {"<P>" + std::string(kMaxDeviceDocumentBytes - 6, 'x') + "</P>", "#" + std::to_string(E_FAIL)},
+      {"<P>" + std::string(kBytes - 7, 'x') + "</P>", "#" + std::to_string(E_OUTOFMEMORY)},
+      {"<P>" + std::string(kBytes - 6, 'x') + "</P>", "#" + std::to_string(E_FAIL)},
       {"<!DOCTYPE P [<!ENTITY n 'NV1'>]><P>&n;</P>", "#1"},
   };
   for (const auto& row : rows) {
