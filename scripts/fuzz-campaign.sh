@@ -11,7 +11,8 @@
 # target whose source is in fuzz/ and whose binary the build made. Runs under
 # nice; a target stops at its first finding, whose input is kept as
 # build-fuzz/campaign/TARGET-crash-* (or leak-, timeout-, oom-). Exit status 1
-# when anything was found.
+# when anything was found. Columns: executions made, inputs and KiB kept in the
+# corpus, coverage (edges the kept corpus reaches), findings.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-${FUZZ_SECONDS:-2400}}
@@ -46,7 +47,10 @@ for t in "${targets[@]}"; do
     -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$out/$t-" "$work" "${inputs[@]}" \
     >"$out/$t.log" 2>&1 || true
   execs=$(grep -o 'stat::number_of_executed_units: [0-9]*' "$out/$t.log" | tail -1 | grep -o '[0-9]*$' || echo "?")
-  findings=$(find "$out" -maxdepth 1 -name "$t-*" -type f | wc -l)
+  # Slow units only say the machine was busy; crashes, leaks, time-outs and
+  # memory blow-ups are findings.
+  findings=$(find "$out" -maxdepth 1 -type f \( -name "$t-crash-*" -o -name "$t-leak-*" -o -name "$t-timeout-*" \
+             -o -name "$t-oom-*" \) | wc -l)
   if [ "$findings" -gt 0 ]; then
     status=1
     echo "$t found:" >&2
@@ -63,7 +67,7 @@ for t in "${targets[@]}"; do
   cov=$(nice -n 10 "$bin" -runs=0 "fuzz/corpus/$t" 2>&1 | grep -o 'INITED cov: [0-9]*' | tail -1 | grep -o '[0-9]*$' ||
         echo "?")
   files=$(find "fuzz/corpus/$t" -type f | wc -l)
-  size=$(du -sk "fuzz/corpus/$t" | cut -f1)
+  size=$(( $(du -sb "fuzz/corpus/$t" | cut -f1) / 1024 ))
   rows+=("$(printf '%-24s %12s %7s %9s %9s %8s' "$t" "$execs" "$files" "${size}K" "$cov" "$findings")")
 done
 printf '%-24s %12s %7s %9s %9s %8s\n' target executions inputs corpus coverage findings
