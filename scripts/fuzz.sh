@@ -3,16 +3,9 @@
 # runs each for a bounded time: scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/install-deps.sh
 seconds=${1:-60}
 shift || true
-mkdir -p build-fuzz
-if ! CC=clang CXX=clang++ NORVANE_BUILD_DIR=build-fuzz bash scripts/build.sh \
-     -DNORVANE_BUILD_FUZZ=ON -DNORVANE_SANITIZE=ON -DNORVANE_BUILD_TESTS=OFF \
-     -DNORVANE_BUILD_BENCH=OFF -DNORVANE_BUILD_HOST=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-     >build-fuzz/build.log 2>&1; then
-  echo "fuzz build failed:"; tail -40 build-fuzz/build.log; exit 1
-fi
+bash scripts/fuzz-build.sh
 targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   mapfile -t targets < <(find build-fuzz/fuzz -maxdepth 1 -type f -executable -name '*_fuzz' -printf '%f\n' | sort)
@@ -23,6 +16,7 @@ for t in "${targets[@]}"; do
   mkdir -p "$corpus"
   seeds=()
   [ -d "fuzz/seeds/$t" ] && seeds+=("fuzz/seeds/$t")
+  [ -d "fuzz/corpus/$t" ] && seeds+=("fuzz/corpus/$t")
   echo "== $t: ${seconds}s"
   if ! build-fuzz/fuzz/"$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
        -print_final_stats=1 -artifact_prefix=build-fuzz/ "$corpus" "${seeds[@]}" 2>build-fuzz/$t.log; then

@@ -1,5 +1,7 @@
 #include "engine/data_collection_impl.h"
 
+#include <optional>
+
 #include "datamap/item_key.h"
 #include "engine/protocol_selection.h"
 #include "ipp/ipp_provider_impl.h"
@@ -16,9 +18,11 @@ namespace Norvane {
 
 namespace {
 
-// The identity text of a device: what follows "uuid:" when present.
-std::u16string IdentityText(const Variant& identity) {
-  if (identity.Type() != VT_BSTR || identity.Get().bstrVal == nullptr) return {};
+// The identity text of a device: what follows "uuid:" when present. Nothing
+// when no text was read; an empty text is an identity all the same, so a device
+// without one keeps its values apart from those of other protocols.
+std::optional<std::u16string> IdentityText(const Variant& identity) {
+  if (identity.Type() != VT_BSTR || identity.Get().bstrVal == nullptr) return std::nullopt;
   std::u16string text(identity.Get().bstrVal, SysStringLen(identity.Get().bstrVal));
   size_t at = text.find(u"uuid:");
   if (at != std::u16string::npos) text = text.substr(at + 5);
@@ -97,8 +101,9 @@ HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollect
   auto mapper = QxUtils::AdoptRef(chosen.mapper);
   if (cache != nullptr) mapper->SetCache(cache);
   if (registryCache != nullptr && chosen.identityRead) {
-    std::u16string identity = IdentityText(chosen.identity);
-    if (!identity.empty()) registryCache->SetDeviceIdentity(identity, dataMap->GetProtocolType());
+    if (std::optional<std::u16string> identity = IdentityText(chosen.identity)) {
+      registryCache->SetDeviceIdentity(*identity, dataMap->GetProtocolType());
+    }
   }
   if (cache != nullptr) mapper->PopulateValueFromCache(cache, dataMap);
   mapper->LoadStaticValues(dataMap);

@@ -9,6 +9,8 @@
 //    document that declares any entity is refused outright, which rules out
 //    external-entity reads and entity-expansion bombs alike;
 //  - libxml2's default size and depth limits stay in force (never XML_PARSE_HUGE);
+//  - a load may be given a node budget: a document of tiny elements costs about
+//    30 times its size as a DOM, so a byte limit alone does not bound memory;
 //  - parser and XPath errors go to a per-call silent handler, never to stderr.
 //
 // Status convention of the load and select functions: S_OK with a result,
@@ -57,6 +59,11 @@ DocumentPtr CreateDocument();
 // Bytes as given: the encoding comes from a byte-order mark or the XML
 // declaration, UTF-8 otherwise.
 HRESULT LoadBytes(std::string_view bytes, DocumentPtr* document);
+// The same with at most `maxNodes` nodes built: elements, text and comment pieces,
+// and each attribute and namespace declaration counting two (the attribute and its
+// text). A document over the budget is not loaded (S_FALSE), and the parse stops
+// where the budget ran out. *nodes (optional) gets what a loaded document spent.
+HRESULT LoadBytes(std::string_view bytes, size_t maxNodes, DocumentPtr* document, size_t* nodes);
 // Text the caller holds as UTF-16: converted to UTF-8 and parsed as such, so an
 // encoding="UTF-16" declaration in it does not mislead the parser.
 HRESULT LoadText(std::u16string_view text, DocumentPtr* document);

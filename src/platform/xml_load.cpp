@@ -1,7 +1,9 @@
 // Loading documents with one locked-down parser configuration (see xml.h).
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
+#include <libxml/SAX2.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <memory>
@@ -72,7 +74,57 @@ void RemoveBlankText(xmlDoc* document) {
 
 xmlParserInputPtr RefuseExternalResource(void*, const xmlChar*, const xmlChar*) { return nullptr; }
 
-HRESULT Parse(const char* data, size_t size, const char* encoding, int options, DocumentPtr* document) {
+// What a parse may still build; the SAX handlers reach it through the parser
+// context's user slot and stop the parse, as not well-formed, when it runs out.
+struct NodeBudget {
+  size_t left;
+  size_t spent = 0;
+};
+
+bool Spend(void* userData, size_t nodes) {
+  auto* context = static_cast<xmlParserCtxt*>(userData);
+  auto* budget = static_cast<NodeBudget*>(context->_private);
+  if (budget == nullptr) return true;
+  if (nodes <= budget->left) {
+    budget->left -= nodes;
+    budget->spent += nodes;
+    return true;
+  }
+  context->wellFormed = 0;
+  xmlStopParser(context);
+  return false;
+}
+
+void CountedStartElement(void* userData, const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri,
+                         int namespaceCount, const xmlChar** namespaces, int attributeCount, int defaultedCount,
+                         const xmlChar** attributes) {
+  size_t cost = 1 + 2 * static_cast<size_t>(std::max(namespaceCount, 0)) +
+                2 * static_cast<size_t>(std::max(attributeCount, 0));
+  if (!Spend(userData, cost)) return;
+  xmlSAX2StartElementNs(userData, localName, prefix, uri, namespaceCount, namespaces, attributeCount, defaultedCount,
+                        attributes);
+}
+
+// Text arrives in pieces of a few hundred bytes that may join one node; counting
+// each piece overstates long texts a little, never tiny ones.
+void CountedCharacters(void* userData, const xmlChar* text, int length) {
+  if (Spend(userData, 1)) xmlSAX2Characters(userData, text, length);
+}
+
+void CountedCData(void* userData, const xmlChar* text, int length) {
+  if (Spend(userData, 1)) xmlSAX2CDataBlock(userData, text, length);
+}
+
+void CountedComment(void* userData, const xmlChar* text) {
+  if (Spend(userData, 1)) xmlSAX2Comment(userData, text);
+}
+
+void CountedProcessingInstruction(void* userData, const xmlChar* target, const xmlChar* data) {
+  if (Spend(userData, 1)) xmlSAX2ProcessingInstruction(userData, target, data);
+}
+
+HRESULT Parse(const char* data, size_t size, const char* encoding, int options, DocumentPtr* document,
+              NodeBudget* budget = nullptr) {
   if (document == nullptr) return E_INVALIDARG;
   document->reset();
   if (size > static_cast<size_t>(INT_MAX)) return S_FALSE;
@@ -83,6 +135,14 @@ HRESULT Parse(const char* data, size_t size, const char* encoding, int options, 
   context->sax->serror = &IgnoreStructuredError;
   context->sax->entityDecl = &RefuseEntityDeclaration;
   context->sax->resolveEntity = &RefuseExternalResource;
+  if (budget != nullptr) {
+    context->_private = budget;
+    context->sax->startElementNs = &CountedStartElement;
+    context->sax->characters = &CountedCharacters;
+    context->sax->cdataBlock = &CountedCData;
+    context->sax->comment = &CountedComment;
+    context->sax->processingInstruction = &CountedProcessingInstruction;
+  }
   xmlDoc* parsed = xmlCtxtReadMemory(context.get(), data != nullptr ? data : "", static_cast<int>(size),
                                      nullptr, encoding, options);
   if (parsed == nullptr) return S_FALSE;
@@ -107,6 +167,13 @@ DocumentPtr CreateDocument() {
 
 HRESULT LoadBytes(std::string_view bytes, DocumentPtr* document) {
   return Parse(bytes.data(), bytes.size(), nullptr, kParseOptions, document);
+}
+
+HRESULT LoadBytes(std::string_view bytes, size_t maxNodes, DocumentPtr* document, size_t* nodes) {
+  NodeBudget budget{maxNodes};
+  HRESULT hr = Parse(bytes.data(), bytes.size(), nullptr, kParseOptions, document, &budget);
+  if (nodes != nullptr) *nodes = hr == S_OK ? budget.spent : 0;
+  return hr;
 }
 
 HRESULT LoadText(std::u16string_view text, DocumentPtr* document) {

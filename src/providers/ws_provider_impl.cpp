@@ -128,7 +128,7 @@ HRESULT WSProviderImpl::GetContent(const char16_t* urn, std::string* content) {
   QxUtils::Ref<HTTPRequest> request;
   HRESULT hr = address->CreateRequest(request.Out(), kPort);
   if (hr != S_OK) {
-    QX_LOG(QxLogging::kStandout, "The host made no request for port %u (0x%08x)", kPort, static_cast<unsigned>(hr));
+    QX_LOG(AnswerCategory(), "The host made no request for port %u (0x%08x)", kPort, static_cast<unsigned>(hr));
     return hr;
   }
   if (!request) return S_OK;
@@ -143,7 +143,7 @@ HRESULT WSProviderImpl::GetContent(const char16_t* urn, std::string* content) {
   }
   HTTPResponse* response = nullptr;
   hr = request->Send(&response);
-  return ReadDocumentBody(qxLog_, hr, response, content);
+  return ReadDocumentBody(qxLog_, AnswerCategory(), hr, response, content);
 }
 
 }  // namespace Norvane

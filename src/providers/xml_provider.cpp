@@ -45,7 +45,7 @@ HRESULT XMLProvider::GetContent(const char16_t* uri, std::string* content) {
   QxUtils::Ref<HTTPRequest> request;
   HRESULT hr = address_->CreateRequestEx(request.Out(), port_);
   if (hr != S_OK) {
-    QX_LOG(QxLogging::kStandout, "The host made no request for port %u (0x%08x)", port_, static_cast<unsigned>(hr));
+    QX_LOG(AnswerCategory(), "The host made no request for port %u (0x%08x)", port_, static_cast<unsigned>(hr));
     return hr;
   }
   if (!request) return S_OK;
@@ -53,7 +53,7 @@ HRESULT XMLProvider::GetContent(const char16_t* uri, std::string* content) {
   if (FAILED(hr)) return E_FAIL;
   HTTPResponse* response = nullptr;
   hr = request->Send(&response);
-  return ReadDocumentBody(qxLog_, hr, response, content);
+  return ReadDocumentBody(qxLog_, AnswerCategory(), hr, response, content);
 }
 
 HRESULT XMLProvider::GetDOM(const char16_t* uri, xmlDoc** document, uint32_t useCache, uint32_t lifespan) {
@@ -66,6 +66,7 @@ HRESULT XMLProvider::GetDOM(const char16_t* uri, xmlDoc** document, uint32_t use
   if (useCache != 0) {
     auto cached = documents_.find(key);
     if (cached != documents_.end() && !IsExpired(cached->second.stamp, lifespan)) {
+      cached->second.lastUse = ++useCounter_;
       lastServed_ = &cached->second;
       *document = cached->second.document.get();
       return S_OK;
@@ -77,15 +78,17 @@ HRESULT XMLProvider::GetDOM(const char16_t* uri, xmlDoc** document, uint32_t use
   if (hr != S_OK) return hr;
 
   Xml::DocumentPtr parsed;
-  hr = Xml::LoadBytes(content, &parsed);
+  size_t nodes = 0;
+  hr = Xml::LoadBytes(content, kMaxDeviceDocumentNodes, &parsed, &nodes);
   if (FAILED(hr)) {
-    QX_LOG(QxLogging::kStandout, "Parsing the document failed (0x%08x)", static_cast<unsigned>(hr));
+    QX_LOG(AnswerCategory(), "Parsing the document failed (0x%08x)", static_cast<unsigned>(hr));
     return S_OK;
   }
   if (hr != S_OK) {
-    // Not well-formed: cached as an empty document, on which every selection
-    // finds nothing until the entry is refetched.
-    QX_LOG(QxLogging::kStandout, "The device's document is not well-formed (%zu bytes)", content.size());
+    // Not well-formed, or over the node limit: cached as an empty document, on
+    // which every selection finds nothing until the entry is refetched.
+    QX_LOG(AnswerCategory(), "The device's document is not well-formed or has over %zu nodes (%zu bytes)",
+           kMaxDeviceDocumentNodes, content.size());
     parsed = Xml::CreateDocument();
     if (parsed == nullptr) return S_OK;
   }
@@ -98,8 +101,26 @@ HRESULT XMLProvider::GetDOM(const char16_t* uri, xmlDoc** document, uint32_t use
   entry.selector.reset();
   entry.document = std::move(parsed);
   entry.stamp = stamp;
+  cachedNodes_ = cachedNodes_ - entry.nodes + nodes;
+  entry.nodes = nodes;
+  entry.lastUse = ++useCounter_;
+  Evict(&entry);
   lastServed_ = &entry;
   return S_OK;
+}
+
+void XMLProvider::Evict(const CachedDocument* keep) {
+  while (documents_.size() > kMaxCachedDocuments || cachedNodes_ > kMaxCachedNodes) {
+    auto oldest = documents_.end();
+    for (auto it = documents_.begin(); it != documents_.end(); ++it) {
+      if (&it->second != keep && (oldest == documents_.end() || it->second.lastUse < oldest->second.lastUse)) {
+        oldest = it;
+      }
+    }
+    if (oldest == documents_.end()) return;
+    cachedNodes_ -= oldest->second.nodes;
+    documents_.erase(oldest);
+  }
 }
 
 Xml::Selector& XMLProvider::SelectorFor(const xmlDoc* document, std::unique_ptr<Xml::Selector>* oneOff) {
@@ -125,7 +146,7 @@ HRESULT XMLProvider::GetValue(const char16_t* uri, const char16_t* xpath, char16
   xmlNode* node = nullptr;
   hr = selector.SelectFirst(reinterpret_cast<xmlNode*>(document), QxUtils::WideToUtf8(xpath), &node);
   if (FAILED(hr)) {
-    QX_LOG(QxLogging::kStandout, "The expression %s did not evaluate (0x%08x)", QxUtils::WideToUtf8(xpath).c_str(),
+    QX_LOG(AnswerCategory(), "The expression %s did not evaluate (0x%08x)", QxUtils::WideToUtf8(xpath).c_str(),
            static_cast<unsigned>(hr));
     return hr;
   }

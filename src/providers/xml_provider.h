@@ -4,7 +4,11 @@
 //
 // The per-URI cache is the point: a data map with many items on one resource
 // costs one request and one parse per lifespan period. Documents live until the
-// provider dies or the same URI is fetched again; nothing else evicts them.
+// provider dies, the same URI is fetched again, or the cache is over one of its
+// bounds (kMaxCachedDocuments, kMaxCachedNodes): then the documents used least
+// recently go first. A data map reads a handful of resources, so the bounds only
+// bite on a device that keeps naming new resources (a discovery tree whose URIs
+// change on every read), which would otherwise grow the cache without end.
 //
 // A provider is used by one thread at a time (no lock). It holds one reference
 // on its Address for its whole life; a null Address makes every fetch fail.
@@ -20,15 +24,25 @@
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/xml.h"
+#include "support/log.h"
 #include "support/ref.h"
 #include "support/runtime_scope.h"
 
 namespace Norvane {
 
-// Device documents are a few hundred kilobytes at most; anything far larger is
-// refused before it is parsed, which bounds what a hostile device can make the
-// library hold.
-inline constexpr size_t kMaxDeviceDocumentBytes = 8u << 20;
+// What a device can make the library hold. Device documents are small: the
+// discovery tree and its resources are 1 to 60 KiB with a few hundred to 2,000
+// nodes, a web-services printer description with its capabilities up to about
+// 300 KiB and 15,000 nodes. A body over 1 MiB is refused before it is parsed, and
+// a parse stops after 60,000 nodes: a DOM node takes about 130 bytes, so 1 MiB of
+// tiny elements ("<a/>", 262,144 of them, about 33 MiB as a DOM) is refused
+// rather than kept, and no document the cache keeps exceeds about 8 MiB of DOM.
+// A provider's cache holds at most 32 documents and 240,000 nodes in all (about
+// 31 MiB of DOM), enough for four documents at the node limit.
+inline constexpr size_t kMaxDeviceDocumentBytes = 1u << 20;
+inline constexpr size_t kMaxDeviceDocumentNodes = 60000;
+inline constexpr size_t kMaxCachedDocuments = 32;
+inline constexpr size_t kMaxCachedNodes = 4 * kMaxDeviceDocumentNodes;
 
 class XMLProvider {
  public:
@@ -55,6 +69,12 @@ class XMLProvider {
   uint32_t GetProviderPort() const { return port_; }
   Address* GetAddress() const { return address_.get(); }
 
+  // While Create probes, a device without the document or node is an answer (the
+  // protocol is absent), not a failure: what the device answered is then logged
+  // as a detail (kInfo) instead of a failure (kStandout).
+  void SetProbing(bool probing) { probing_ = probing; }
+  uint32_t AnswerCategory() const { return probing_ ? QxLogging::kInfo : QxLogging::kStandout; }
+
  protected:
   // Takes a reference on `address` when non-null.
   XMLProvider(Address* address, uint32_t port);
@@ -66,11 +86,16 @@ class XMLProvider {
     // Built on the first query: the document's prefixes do not change.
     std::unique_ptr<Xml::Selector> selector;
     uint64_t stamp = 0;
+    size_t nodes = 0;
+    uint64_t lastUse = 0;  // of useCounter_, for eviction
   };
 
   // The selector for the document GetDOM just handed out; a document it did not
   // cache (an override may return its own) gets a one-off.
   Xml::Selector& SelectorFor(const xmlDoc* document, std::unique_ptr<Xml::Selector>* oneOff);
+  // Drops the least recently used documents, never `keep`, until the cache is
+  // within its bounds.
+  void Evict(const CachedDocument* keep);
   QxUtils::Ref<Address> address_;
   uint32_t port_;
   // Keyed by the URI exactly as passed, compared code unit by code unit.
@@ -78,6 +103,9 @@ class XMLProvider {
   // The entry GetDOM handed out last, so the query that follows finds its
   // selector without a second lookup; null when GetDOM cached nothing.
   CachedDocument* lastServed_ = nullptr;
+  size_t cachedNodes_ = 0;
+  uint64_t useCounter_ = 0;
+  bool probing_ = false;
   std::optional<ComponentRuntimeScope> runtime_;
 };
 
@@ -102,9 +130,12 @@ class XMLProviderObject : public DisposableObject<Interface>, public XMLProvider
 template <class Provider>
 Provider* KeepWhenNodeExists(Provider* provider, const char16_t* uri, const char16_t* xpath, uint32_t bufferSize) {
   auto held = QxUtils::ShareRef(provider);
+  if (!held) return nullptr;
   uint32_t required = 0;
-  if (held && held->GetValue(uri, xpath, nullptr, bufferSize, &required, 1, 0) == E_OUTOFMEMORY) return held.Release();
-  return nullptr;
+  held->SetProbing(true);
+  HRESULT hr = held->GetValue(uri, xpath, nullptr, bufferSize, &required, 1, 0);
+  held->SetProbing(false);
+  return hr == E_OUTOFMEMORY ? held.Release() : nullptr;
 }
 
 }  // namespace Norvane

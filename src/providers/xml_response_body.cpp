@@ -4,21 +4,21 @@
 
 namespace Norvane {
 
-HRESULT ReadDocumentBody(QxLogging::CLogFunction& qxLog_, HRESULT sent, HTTPResponse* response,
+HRESULT ReadDocumentBody(QxLogging::CLogFunction& qxLog_, uint32_t category, HRESULT sent, HTTPResponse* response,
                          std::string* content) {
   if (sent != S_OK || response == nullptr) {
-    QX_LOG(QxLogging::kStandout, "The request was not answered (0x%08x)", static_cast<unsigned>(sent));
+    QX_LOG(category, "The request was not answered (0x%08x)", static_cast<unsigned>(sent));
     return E_FAIL;
   }
   uint32_t status = response->GetStatus();
   if (status != 200) {
-    QX_LOG(QxLogging::kStandout, "The device answered HTTP %u", status);
+    QX_LOG(category, "The device answered HTTP %u", status);
     return E_FAIL;
   }
   uint32_t length = response->GetBodyLength();
   const uint8_t* body = response->GetBody();
   if (length > kMaxDeviceDocumentBytes) {
-    QX_LOG(QxLogging::kStandout, "The device's document of %u bytes is too large", length);
+    QX_LOG(category, "The device's document of %u bytes is too large", length);
     return E_FAIL;
   }
   if (body == nullptr) {

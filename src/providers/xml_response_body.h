@@ -11,8 +11,9 @@ namespace Norvane {
 
 // `sent` is what Send returned and `response` what it handed back. A failed send,
 // no response, a status other than 200 or a body over kMaxDeviceDocumentBytes
-// give E_FAIL; otherwise the body becomes *content and the result is S_OK.
-HRESULT ReadDocumentBody(QxLogging::CLogFunction& scope, HRESULT sent, HTTPResponse* response,
+// give E_FAIL, logged in `category`; otherwise the body becomes *content and the
+// result is S_OK.
+HRESULT ReadDocumentBody(QxLogging::CLogFunction& scope, uint32_t category, HRESULT sent, HTTPResponse* response,
                          std::string* content);
 
 }  // namespace Norvane

@@ -7,6 +7,7 @@
 #include <httplib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 
 namespace printersim {
@@ -238,6 +239,17 @@ bool AnswerEarly(const Request& req, Response& res, SimState& state)
     return true;
 }
 
+// The "rotate" fault: every "{rotation}" becomes the number of this answer.
+std::string Rotated(std::string body)
+{
+    static std::atomic<unsigned long> rotation{0};
+    const std::string number = std::to_string(++rotation);
+    const std::string marker = "{rotation}";
+    for (auto at = body.find(marker); at != std::string::npos; at = body.find(marker, at + number.size()))
+        body.replace(at, marker.size(), number);
+    return body;
+}
+
 void ServeDocument(const Request& req, Response& res, SimState& state)
 {
     FaultPlan plan;
@@ -251,6 +263,8 @@ void ServeDocument(const Request& req, Response& res, SimState& state)
     if (status == 200 && resource) {
         body = resource->body;
         contentType = resource->contentType;
+        if (plan.rotate)
+            body = Rotated(std::move(body));
     } else {
         body = WebErrorPage(status);
         contentType = "text/html";

@@ -71,6 +71,10 @@ bool ParseTerm(std::string_view term, FaultPlan& plan, std::string& error)
         (name == "chunked" ? plan.chunked : plan.early) = true;
         return true;
     }
+    if (name == "rotate" && !hasArgument) {
+        plan.rotate = true;
+        return true;
+    }
     if (name == "basic") {
         if (argument.find(':') == std::string_view::npos) {
             error = "basic needs USER:PASS";
@@ -114,6 +118,8 @@ std::string FaultPlan::Describe() const
         term("early");
     if (!basic.empty())
         term("basic:", basic);
+    if (rotate)
+        term("rotate");
     if (remaining >= 0)
         out << '@' << remaining;
     return out.str();

@@ -17,6 +17,9 @@
 //                            as a device refusing a job it is still being sent
 //   basic:USER:PASS          answer 401 with a Basic challenge unless the request
 //                            carries these credentials
+//   rotate                   replace every "{rotation}" in a document with a number
+//                            that changes on every answer, as a device whose resource
+//                            URIs change each time its discovery tree is read
 //
 // Examples: "500", "delay:3000", "slow:1500,truncate:40", "truncate:40,stall:30000", "503@1".
 #pragma once
@@ -40,6 +43,7 @@ struct FaultPlan {
     bool chunked = false;
     bool early = false;
     std::string basic;                         // "USER:PASS" asked for; empty = none
+    bool rotate = false;
     int remaining = -1;                        // requests left; -1 = until cleared
 
     // The plan's text in the same syntax it was parsed from, for logs and listings.

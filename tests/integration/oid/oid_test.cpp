@@ -166,6 +166,29 @@ TEST_F(OidBench, ProviderReadsWritesAndRefusesBadArguments) {
   EXPECT_EQ(Narrow(values[0]) + "," + Narrow(values[1]), "1,NV42A17Q9X");
   VariantClear(&values[0]);
   VariantClear(&values[1]);
+  // An SNMPv1 agent refuses the whole request for one missing object and names
+  // it by its index, first, in between or last; the others are still read.
+  QxNetAddress* v1 = CreateNetAddress(u"127.0.0.1");
+  ASSERT_EQ(NetAddressSetSnmpVersion(v1, NORVANE_SNMP_VERSION_1), S_OK);
+  OIDProvider* old = CreateOIDProvider(v1);
+  ASSERT_NE(old, nullptr);
+  const char16_t* kMissing = u"1.3.6.1.2.1.43.5.1.1.17.9";
+  const struct {
+    const char16_t* oids[3];
+    const char* expected;
+  } groups[] = {
+      {{kMissing, oids[0], kSerial}, "<vt 0>,1,NV42A17Q9X"},
+      {{oids[0], kMissing, kSerial}, "1,<vt 0>,NV42A17Q9X"},
+      {{oids[0], kSerial, kMissing}, "1,NV42A17Q9X,<vt 0>"},
+  };
+  for (const auto& group : groups) {
+    VARIANT three[3] = {};
+    EXPECT_EQ(old->GetMultipleValues(const_cast<const char16_t**>(group.oids), three, 3), S_OK) << group.expected;
+    EXPECT_EQ(Narrow(three[0]) + "," + Narrow(three[1]) + "," + Narrow(three[2]), group.expected);
+    for (VARIANT& value : three) VariantClear(&value);
+  }
+  old->Dispose();
+  v1->Dispose();
   // Refused before anything is sent.
   EXPECT_EQ(provider->GetValue(nullptr, &v), E_FAIL);
   EXPECT_EQ(provider->GetValue(kSerial, nullptr), E_FAIL);

@@ -3,6 +3,7 @@
 // at the simulator's request journal.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -37,6 +38,21 @@ std::string Control(const std::string& args, const std::string& endpoint) {
 int RequestCount(const std::string& path) {
   std::string text = Control("", "/requests?path=" + path);
   return text.rfind("count: ", 0) == 0 ? std::atoi(text.c_str() + 7) : -1;
+}
+
+long PeakKiB() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+long ResidentKiB() {
+  long pages = 0, resident = 0;
+  if (FILE* statm = std::fopen("/proc/self/statm", "r")) {
+    if (std::fscanf(statm, "%ld %ld", &pages, &resident) != 2) resident = 0;
+    std::fclose(statm);
+  }
+  return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 void Replace(const std::string& path, const std::filesystem::path& file) {
@@ -234,46 +250,99 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
   std::string open, close;
   for (int i = 0; i < 10000; ++i) open += "<d>", close += "</d>";
   std::string deep = open + "<ProductSerialNumber>S</ProductSerialNumber>" + close;
-  // Made by the shell, so that this process never holds it.
-  std::filesystem::path big = work_ / "big.xml";
-  std::string make = "{ printf '<P><ProductSerialNumber>'; head -c 52428800 /dev/zero | tr '\\0' x;"
-                     " printf '</ProductSerialNumber></P>'; } >" + big.string();
-  ASSERT_EQ(std::system(make.c_str()), 0);
+  // Made by the shell, so that this process never holds them: 50 MiB of text,
+  // and tiny elements filling 8 MiB and just under 1 MiB.
+  auto make = [this](const char* name, const std::string& content) {
+    ASSERT_EQ(std::system(("{ printf '<P><ProductSerialNumber>'; " + content + "; printf '</ProductSerialNumber></P>'; } >" +
+                           (work_ / name).string()).c_str()),
+              0);
+  };
+  make("big.xml", "head -c 52428800 /dev/zero | tr '\\0' x");
+  make("tiny8.xml", "yes '<a/>' | tr -d '\\n' | head -c 8388000");
+  make("tiny1.xml", "yes '<a/>' | tr -d '\\n' | head -c 1048000");
   struct Case {
     const char* name;
-    std::string body;  // replaces the document, when not empty
+    std::string body;  // replaces the document, when not empty; "@FILE" for a file made above
     std::string fault;
+    long peakGrowthKiB;  // bound on the process's peak resident memory after this row, 0: none
   } cases[] = {
+      // About 33 MiB of DOM unbounded: stopped at the node limit.
+      {"1 MiB of tiny elements", "@tiny1.xml", "", 24L * 1024},
+      // Just under 8 MiB: about 262 MiB of DOM unbounded; refused unparsed, the host holds the body.
+      {"8 MiB of tiny elements", "@tiny8.xml", "", 48L * 1024},
       {"external entity",
        "<!DOCTYPE P [<!ENTITY x SYSTEM 'file:///etc/hostname'>]>"
        "<P><ProductSerialNumber>&x;</ProductSerialNumber></P>",
-       ""},
-      {"entity bomb", bomb, ""},
-      {"50 MiB body", "@", ""},
-      {"not UTF-8", "<P><ProductSerialNumber>\xff\xfe\xc3(</ProductSerialNumber></P>", ""},
-      {"10,000 deep", deep, ""},
-      {"truncated", "", "truncate:60"},
-      {"500", "", "500"},
-      {"stops mid-body", "", "truncate:60,stall:20000"},
+       "", 0},
+      {"entity bomb", bomb, "", 0},
+      {"50 MiB body", "@big.xml", "", 0},
+      {"not UTF-8", "<P><ProductSerialNumber>\xff\xfe\xc3(</ProductSerialNumber></P>", "", 0},
+      {"10,000 deep", deep, "", 0},
+      {"truncated", "", "truncate:60", 0},
+      {"500", "", "500", 0},
+      {"stops mid-body", "", "truncate:60,stall:20000", 0},
   };
+  const long baseline = PeakKiB();
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     // Only the silent device is left to the read time-out.
     NetAddressSetHttpTimeouts(address_, 2000, c.fault.find("stall") != std::string::npos ? 1500 : 30000);
     Control("--data ''", "/reset");
     if (!c.body.empty() && c.body[0] != '@') std::ofstream(work_ / "hostile.xml", std::ios::binary) << c.body;
-    if (!c.body.empty()) Replace("/qv/device/product_information.xml", c.body[0] == '@' ? big : work_ / "hostile.xml");
+    if (!c.body.empty()) {
+      Replace("/qv/device/product_information.xml", work_ / (c.body[0] == '@' ? c.body.substr(1) : "hostile.xml"));
+    }
     if (!c.fault.empty()) Control("--data ''", "/fault?path=/qv/device/product_information.xml&plan=" + c.fault);
     EXPECT_EQ(Open(Document({kProductInformationMap})), E_FAIL);
     EXPECT_EQ(collection_, nullptr);
     EXPECT_EQ(RequestCount("/qv/device/product_information.xml"), 1);
+    if (c.peakGrowthKiB > 0) {
+      std::printf("%s: peak RSS %ld KiB over a baseline of %ld KiB\n", c.name, PeakKiB() - baseline, baseline);
+      EXPECT_LT(PeakKiB() - baseline, c.peakGrowthKiB);
+    }
   }
   // The host holds the 50 MiB answer once (it takes up to 64 MiB); the library
   // refuses it unparsed.
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  std::printf("peak RSS of the host process: %ld KiB\n", usage.ru_maxrss);
-  EXPECT_LT(usage.ru_maxrss, 128L * 1024);
+  std::printf("peak RSS of the host process: %ld KiB\n", PeakKiB());
+  EXPECT_LT(PeakKiB(), 128L * 1024);
+}
+
+// A device whose discovery tree names a new URI for a resource each time it is
+// read: every read of the tree and the resource adds a document to the
+// provider's cache, which stays within its bounds.
+TEST_F(XmlBench, RotatingResourceUrisKeepMemoryBounded) {
+  std::ifstream in(BenchValue("NORVANE_SIM_FIXTURES") + "/http/DevMgmt/DiscoveryTree.xml");
+  std::string tree((std::istreambuf_iterator<char>(in)), {});
+  const std::string uri = "<dd:ResourceURI>/DevMgmt/ProductConfigDyn.xml";
+  ASSERT_NE(tree.find(uri), std::string::npos);
+  tree.replace(tree.find(uri), uri.size(), uri + "?v={rotation}");
+  std::ofstream(work_ / "tree.xml") << tree;
+  Replace("/DevMgmt/DiscoveryTree.xml", work_ / "tree.xml");
+  Control("--data ''", "/fault?path=/DevMgmt/DiscoveryTree.xml&plan=rotate");
+  // A configuration of about 3,000 nodes (some 400 KiB as a DOM) per URI.
+  std::string config = "<C xmlns:dd='urn:dd'><dd:SerialNumber>NV42A17Q9X</dd:SerialNumber>";
+  for (int i = 0; i < 1500; ++i) config += "<dd:Pad>" + std::to_string(i) + "</dd:Pad>";
+  std::ofstream(work_ / "config.xml") << config << "</C>";
+  Replace("/DevMgmt/ProductConfigDyn.xml", work_ / "config.xml");
+
+  ASSERT_EQ(Open(Document({u"<XMLDataMap Protocol='VEXA'>"
+                           u"<DataItem Name='Tree' URI='/DevMgmt/DiscoveryTree.xml' XPath='//dd:Revision'"
+                           u" Transient='TRUE'/>"
+                           u"<DataItem Name='Serial' URI='vexa:qvVexaProductConfigDyn' XPath='//dd:SerialNumber'"
+                           u" Transient='TRUE'/>"
+                           u"</XMLDataMap>"})),
+            S_OK);
+  constexpr int kRounds = 400;
+  long settled = 0;
+  for (int round = 1; round <= kRounds; ++round) {
+    ASSERT_EQ(Read(collection_, u"Tree"), "3.2.1");  // the tree read again, with new URIs
+    ASSERT_EQ(Read(collection_, u"Serial"), "NV42A17Q9X");
+    if (round == 50) settled = ResidentKiB();
+  }
+  const long grown = ResidentKiB() - settled;
+  std::printf("resident memory grew %ld KiB over %d rounds from %ld KiB\n", grown, kRounds - 50, settled);
+  EXPECT_EQ(RequestCount("/DevMgmt/ProductConfigDyn.xml"), kRounds);
+  EXPECT_LT(grown, 24L * 1024);
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "engine/data_collection_impl.h"
 #include "norvane/api.h"
+#include "norvane/cache.h"
 #include "platform/clock.h"
 #include "testlib/fake_host.h"
+#include "testlib/temp_dir.h"
 #include "support/ref.h"
+#include "support/string_utils.h"
 
 namespace {
 
@@ -122,6 +127,49 @@ TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
   DataMapSpecCollection::Dispose(specs);
   EXPECT_EQ(out, sentinel);
   address->Dispose();
+}
+
+// The identity each protocol reads names the registry cache's key; an empty
+// text is an identity too, kept apart by its protocol.
+TEST(DataCollection, RegistryCacheTakesTheIdentityEachProtocolReads) {
+  const std::string tree =
+      "<T xmlns:dd='urn:dd'><R><dd:ResourceURI>/c</dd:ResourceURI>"
+      "<dd:ResourceType>vexa:qvVexaProductConfigDyn</dd:ResourceType></R></T>";
+  auto deviceId = [](const char* id) { return "<e xmlns:wprt='urn:w'><wprt:DeviceId>" + std::string(id) + "</wprt:DeviceId></e>"; };
+  const struct {
+    const char16_t* protocol;
+    std::map<std::u16string, std::string> documents;
+    const char16_t* identity;
+    const char16_t* keptProtocol;
+  } rows[] = {
+      {u"VEXA", {{u"/DevMgmt/DiscoveryTree.xml", tree}, {u"/c", "<c xmlns:dd='urn:dd'><dd:SerialNumber>VX1</dd:SerialNumber></c>"}},
+       u"VX1", u"VEXA"},
+      {u"PLSXML", {{u"/qv/device/product_information.xml", "<P><ProductSerialNumber>PS1</ProductSerialNumber></P>"}},
+       u"PS1", u"PLSXML"},
+      {u"PLSXML", {{u"/qv/device/product_information.xml", "<P><ProductSerialNumber/></P>"}}, u"", u"PLSXML"},
+      {u"WS", {{u"/device", deviceId("MFG:N;SN:NV42A17Q9XLONGER;CID:X;")}}, u"NV42A17Q9X", u"WS"},
+      {u"WS", {{u"/device", deviceId("MFG:N;SN:")}}, u"", u"WS"},
+      {u"WS", {{u"/device", deviceId("MFG:N;CID:X;")}}, u"", u""},  // no serial number: no identity
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(QxUtils::WideToUtf8(row.protocol) + " " + QxUtils::WideToUtf8(row.identity));
+    NorvaneTest::ScopedRegistryRoot root;
+    auto address = QxUtils::AdoptRef(NorvaneTest::FakeAddress::Create(u"USB001"));
+    address->SetWebServicePortFlag(QxNetAddress::kWebServicePortAvailable);
+    address->responder = [&row](const NorvaneTest::FakeExchange& e) {
+      auto found = row.documents.find(e.resource);
+      return found == row.documents.end() || e.port == 631 ? NorvaneTest::FakeReply{404, "", {}, S_OK}
+                                                           : NorvaneTest::FakeReply{200, found->second, {}, S_OK};
+    };
+    auto cache = QxUtils::AdoptRef(RegCacheProvider::Create(u"Software\\Test"));
+    std::u16string document = u"<DataMaps><XMLDataMap Protocol='" + std::u16string(row.protocol) +
+                              u"'><StaticDataItem Name='S'>x</StaticDataItem></XMLDataMap></DataMaps>";
+    DataCollection* collection = nullptr;
+    ASSERT_EQ(CreateDataCollectionFromXML(address.get(), document.c_str(), &collection, cache.get()), S_OK);
+    collection->Dispose();
+    EXPECT_EQ(cache->GetDeviceIdentity(), row.identity);
+    EXPECT_EQ(cache->GetProtocol(), row.keptProtocol);
+  }
 }
 
 }  // namespace

@@ -134,7 +134,7 @@ TEST(IppDecodeCollections, QueriesByIndexConditionAndMemberPath) {
       {"media-col-ready[0]", "<vt 0>"},
       {"no-such-collection[0].media-type", "<vt 0>"},
   };
-  IPPOperations ops(nullptr);
+  IPPOperations ops(nullptr), twice(nullptr);
   ops.SetAttributeName("media-ready");
   ASSERT_EQ(Decode(ops, MediaResponse()), S_OK);
   for (const Case& c : cases) {
@@ -143,6 +143,20 @@ TEST(IppDecodeCollections, QueriesByIndexConditionAndMemberPath) {
     EXPECT_EQ(Text(value.v), c.expected) << c.query;
     EXPECT_EQ(found, std::string(c.expected) != "<vt 0>") << c.query;
   }
+  // A member sent twice: its later value is the one read and matched.
+  twice.SetAttributeName("media-col-ready");
+  ASSERT_EQ(Decode(twice, ResponseStart() +
+                              Collection("media-col-ready", Member("media-type", 0x44, "plain") +
+                                                                Member("media-type", 0x44, "photo")) +
+                              B({0x03})),
+            S_OK);
+  for (const char* query : {"media-col-ready[0].media-type", "media-col-ready[media-type=photo].media-type"}) {
+    Value value;
+    EXPECT_TRUE(twice.QueryCollection(query, &value.v)) << query;
+    EXPECT_EQ(Text(value.v), "photo") << query;
+  }
+  Value none;
+  EXPECT_FALSE(twice.QueryCollection("media-col-ready[media-type=plain].media-type", &none.v));
 }
 
 // A job request takes only a job status; each decode starts from an empty map.

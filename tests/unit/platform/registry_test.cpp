@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -207,6 +208,29 @@ TEST(Registry, AWriterKilledMidUpdateLeavesTheKeyAsBeforeOrAsAfter) {
   for (const auto& entry : fs::directory_iterator(key.Directory())) {
     EXPECT_EQ(entry.path().filename().string().find(".values.reg.tmp"), std::string::npos) << entry.path();
   }
+}
+
+// A write that cannot finish its new file (here: past the file size limit)
+// fails and leaves the old file in place.
+TEST(Registry, AWriteThatFailsMidFileLeavesTheOldValues) {
+  ScopedRegistryRoot root;
+  Key key;
+  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Full", &key), kSuccess);
+  ASSERT_EQ(key.SetValues(Generation(0, 10)), kSuccess);
+  const std::string before = Slurp(key.Directory() + "/values.reg");
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{64 * 1024, 64 * 1024};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    _exit(key.SetValues(Generation(1, 20000)) == kSuccess ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(Slurp(key.Directory() + "/values.reg"), before);
 }
 
 TEST(Registry, TwoProcessesWritingOneKeyBothKeepTheirValues) {

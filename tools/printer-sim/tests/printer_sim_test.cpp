@@ -26,7 +26,7 @@ TEST(FaultPlan, ParsesEveryTermBackToTheSamePlanAndRejectsTypos)
 {
     for (const char* text : {"status:503,delay:250,slow:1500,truncate:40,chunked@3", "500", "delay:10",
                              "slow:800,truncate", "truncate:40,stall:20000", "503,truncate:0@1", "chunked",
-                             "401,early", "basic:admin:s3:cret@2"}) {
+                             "401,early", "basic:admin:s3:cret@2", "rotate"}) {
         auto plan = Parse(text);
         ASSERT_TRUE(plan) << text;
         EXPECT_EQ(plan->Describe(), std::regex_replace(text, std::regex("status:"), "")) << text;
@@ -36,7 +36,7 @@ TEST(FaultPlan, ParsesEveryTermBackToTheSamePlanAndRejectsTypos)
     for (const char* text : {"", "99", "600", "5000", "status:", "status:abc", "delay", "delay:",
                              "delay:-5", "delay:1.5", "slow:fast", "truncate:x", "truncate:-1",
                              "500,", ",500", "500,,delay:1", "500@0", "500@", "500@x", "@2",
-                             "bogus", "chunked:1", "404 ", "early:1", "basic", "basic:admin"}) {
+                             "bogus", "chunked:1", "404 ", "early:1", "basic", "basic:admin", "rotate:1"}) {
         EXPECT_FALSE(Parse(text)) << "accepted '" << text << "'";
     }
 }
