@@ -2,6 +2,7 @@
 
 #include <libxml/parser.h>
 
+#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <map>
@@ -47,7 +48,31 @@ bool Wanted(const std::vector<std::string>& only, const std::string& key) {
   return false;
 }
 
+// One registry key component: letters, digits, '-', '_' and '.' (not first) as
+// they are, every other byte as %XX, so that ':' of a port, the brackets of an
+// IPv6 literal or a path's '/' can never split or escape the key.
+std::string KeyComponent(const std::string& text) {
+  std::string out;
+  for (unsigned char c : text) {
+    bool plain = std::isalnum(c) || c == '-' || c == '_' || (c == '.' && !out.empty());
+    if (plain) {
+      out.push_back(static_cast<char>(c));
+    } else {
+      char escaped[4];
+      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+      out += escaped;
+    }
+  }
+  return out;
+}
+
 }  // namespace
+
+std::u16string CacheKeyPath(const Target& target, const std::string& file) {
+  std::string printer = target.host + (target.port.empty() ? "" : ":" + target.port);
+  std::string document = std::filesystem::path(file).filename().string();
+  return ToUtf16("Software\\Norvane\\Cache\\" + KeyComponent(printer) + "\\" + KeyComponent(document));
+}
 
 std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
   std::error_code error;

@@ -44,10 +44,10 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
   try {
     Target target = ParseTarget(line);
     auto address = MakeAddress(target, common);
-    std::u16string cacheKey = options.noCache ? std::u16string() : std::u16string(kDefaultCacheKey);
     nlohmann::json maps = nlohmann::json::array();
     bool any = false;
     for (const auto& document : documents) {
+      std::u16string cacheKey = options.noCache ? std::u16string() : CacheKeyPath(target, document.file);
       Collection collection = CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey);
       any = any || !collection.values.empty();
       maps.push_back(CollectionJson(collection));
