@@ -10,7 +10,7 @@ packages=(
   libxml2-dev libcurl4-openssl-dev libsnmp-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libcpp-httplib-dev
-  cups-ipp-utils libcups2-dev snmpd snmp dbus iproute2 procps curl
+  cups-ipp-utils libcups2-dev snmpd snmp snmpsim dbus iproute2 procps curl
   gcovr
   help2man dpkg-dev time
 )

@@ -79,12 +79,32 @@ Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& com
 // The IPP print provider of a target, or a Failure naming why there is none.
 Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, const Target& target);
 
+// An IPP status-code by its registered name ("client-error-not-found"), or
+// "status 0xNNNN" for one without a name.
+std::string IppStatusName(uint32_t code);
+// The status-code the provider's last answer carried (from its value map); a
+// Failure naming the status when it is an error (0x0400 and up). `what` says
+// which exchange it was, for the message.
+void CheckIppStatus(Norvane::IPPProvider* provider, const std::string& what);
+// The same for the text a response object holds (decimal, as the library keeps it).
+void CheckIppStatusText(const char* status, const std::string& what);
+
+// Why SNMP data maps refuse a device that answers SNMP: the library takes an
+// agent for a printer's only when hrDeviceDescr.1 holds a text. Empty when the
+// device does not answer sysDescr.0 either, or has the object.
+std::string SnmpDetectionHint(Norvane::QxNetAddress* address);
+
 // Variants as the user reads them.
 std::string VariantText(const VARIANT& value);
 nlohmann::json VariantJson(const VARIANT& value);
 
 std::string ToUtf8(std::u16string_view text);
 std::u16string ToUtf16(std::string_view text);
+
+// Terminal columns of UTF-8 text (wide East Asian characters take two), and the
+// text padded with spaces to `width` columns.
+size_t DisplayWidth(const std::string& text);
+std::string PadToWidth(const std::string& text, size_t width);
 
 // A plain table: a header row and left-aligned columns.
 class Table {

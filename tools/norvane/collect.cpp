@@ -2,7 +2,9 @@
 
 #include <libxml/parser.h>
 
+#include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <map>
@@ -64,6 +66,21 @@ std::string KeyComponent(const std::string& text) {
     }
   }
   return out;
+}
+
+// The host hands over an SNMP counter or gauge above 2^31 - 1 as its decimal
+// text; JSON readers expect the counter as a number whatever its size.
+nlohmann::json SnmpNumber(nlohmann::json value) {
+  if (!value.is_string()) return value;
+  const std::string& text = value.get_ref<const std::string&>();
+  if (text.size() < 10 || text.size() > 20 || text[0] == '0' ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
+    return value;
+  }
+  errno = 0;
+  unsigned long long number = std::strtoull(text.c_str(), nullptr, 10);
+  if (errno != 0 || number <= 0x7FFFFFFFull) return value;
+  return static_cast<uint64_t>(number);
 }
 
 }  // namespace
@@ -140,8 +157,11 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   SetLastError(0);
   HRESULT status = CreateDataCollectionFromFile(address, ToUtf16(file).c_str(), &made, cache.get());
   if (status != S_OK || made == nullptr) {
+    uint32_t lastError = GetLastError();
+    bool snmp = std::any_of(keys.begin(), keys.end(), [](const DataMapKey& k) { return k.protocol == "OID" || k.protocol == "SNMP"; });
+    std::string hint = snmp ? SnmpDetectionHint(address) : std::string();
     result.error = "no protocol of " + std::filesystem::path(file).filename().string() + " answered: " +
-                   DescribeStatus(status, GetLastError());
+                   (hint.empty() ? DescribeStatus(status, lastError) : hint);
     return result;
   }
   Owned<Norvane::DataCollection> collection(made);
@@ -151,7 +171,9 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   auto read = [&](const std::u16string& key, const DataMapKey& spec, const char* source) {
     Norvane::Variant value;
     if (collection->GetValue(key.c_str(), value.Ptr()) != S_OK) return false;
-    result.values.push_back({ToUtf8(key), VariantJson(value.Get()), VariantText(value.Get()), source});
+    nlohmann::json json = VariantJson(value.Get());
+    if (!spec.isStatic && (spec.protocol == "OID" || spec.protocol == "SNMP")) json = SnmpNumber(std::move(json));
+    result.values.push_back({ToUtf8(key), std::move(json), VariantText(value.Get()), source});
     if (!spec.isStatic && result.protocol.empty()) result.protocol = spec.protocol;
     const VARIANT& raw = value.Get();
     if (spec.isStatic && spec.staticTexts.size() > 1 && raw.vt == VT_BSTR && raw.bstrVal != nullptr) {

@@ -146,6 +146,8 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     if (request.progress) request.progress(progress);
   };
   auto fail = [&](const char* step, HRESULT hr) {
+    CheckIppStatusText(response->GetSuccessStatus(), std::string(step) + " after " + std::to_string(outcome.bytes) +
+                                                         " of " + std::to_string(total) + " bytes");
     throw Failure(kExitFailed, std::string(step) + " after " + std::to_string(outcome.bytes) + " of " +
                                    std::to_string(total) + " bytes: " + DescribeStatus(hr, GetLastError()));
   };
@@ -220,6 +222,7 @@ JobOutcome CancelJobById(Norvane::IPPProvider* provider, const Target& target, i
   SetLastError(0);
   HRESULT hr = provider->CancelJob(attributes.get(), response.get());
   if (FAILED(hr)) {
+    CheckIppStatusText(response->GetSuccessStatus(), "cancelling " + name + " failed");
     throw Failure(kExitFailed, "cancelling " + name + " failed: " + DescribeStatus(hr, GetLastError()));
   }
   JobOutcome outcome;

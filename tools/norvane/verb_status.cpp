@@ -30,6 +30,7 @@ Owned<Norvane::IPPProvider> QueryProvider(const Target& target, Norvane::QxNetAd
   if (!provider) {
     throw Failure(kExitFailed, "no IPP printer at " + target.Uri() + ": " + DescribeLastError(GetLastError()));
   }
+  CheckIppStatus(provider.get(), target.Uri());
   return provider;
 }
 
@@ -60,6 +61,7 @@ void Jobs(const StatusOptions& o, const Common& common) {
   auto provider = QueryProvider(target, address.get());
   nlohmann::json list = nlohmann::json::array();
   Table table({"JOB", "STATE", "REASONS", "NAME"});
+  std::string refused;  // the first job the printer did not answer for
   for (int32_t id : o.jobs) {
     std::string jobUri = target.Uri() + "/" + std::to_string(id);
     nlohmann::json job = {{"job-id", id}, {"job-uri", jobUri}};
@@ -70,7 +72,12 @@ void Jobs(const StatusOptions& o, const Common& common) {
       std::string text = VariantText(value.Get());
       job[name] = std::string(name) == "job-state" ? JobStateName(text) : text;
     }
-    if (!job.contains("job-state")) job["error"] = "no such job";
+    if (!job.contains("job-state")) {
+      // The library ends a job request with an error status before its value
+      // map can be read, so the status itself cannot be named here.
+      job["error"] = "no such job";
+      if (refused.empty()) refused = "no job " + std::to_string(id) + " at " + target.Uri();
+    }
     table.Add({std::to_string(id), job.value("job-state", "-"), job.value("job-state-reasons", "-"),
                job.value("job-name", "-")});
     list.push_back(std::move(job));
@@ -80,6 +87,7 @@ void Jobs(const StatusOptions& o, const Common& common) {
   } else {
     table.Print(stdout);
   }
+  if (!refused.empty()) throw Failure(kExitFailed, refused);
 }
 
 void Cancel(const StatusOptions& o, const Common& common) {
