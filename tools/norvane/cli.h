@@ -54,6 +54,9 @@ struct Common {
   // Whether data maps of the web-services kind are tried: a host that knows the
   // device has no web-services port says so and saves the attempt.
   bool webServices = true;
+  // The library's IPP as specified, without the host's field compatibility
+  // (IPP/1.x answers, the 1.1 fallback, language-tagged texts).
+  bool strictIpp = false;
   // SNMPv3 when snmpUser is set; the pass phrases come from the environment
   // (NORVANE_SNMP_AUTH_PASSPHRASE, NORVANE_SNMP_PRIV_PASSPHRASE), not the command line.
   std::string snmpUser;
@@ -78,6 +81,9 @@ Target ParseTarget(const std::string& text);
 Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& common);
 // The IPP print provider of a target, or a Failure naming why there is none.
 Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, const Target& target);
+// Why no IPP provider came for the target: the last error in words, or, when the
+// printer answered an IPP version the strict mode refuses, that version.
+std::string NoIppPrinter(Norvane::QxNetAddress* address, const Target& target);
 
 // An IPP status-code by its registered name ("client-error-not-found"), or
 // "status 0xNNNN" for one without a name.

@@ -123,6 +123,7 @@ Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& com
   NetAddressSetSnmpCommunity(address.get(), ToUtf16(common.community).c_str());
   if (common.webServices) address->SetWebServicePortFlag(Norvane::QxNetAddress::kWebServicePortAvailable);
   if (!common.snmpUser.empty()) SetSnmpUser(address.get(), common);
+  NetAddressSetIppFieldCompatibility(address.get(), common.strictIpp ? 0 : 1);
   return address;
 }
 
@@ -131,10 +132,21 @@ Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, co
   std::u16string uri = ToUtf16(target.Uri());
   Owned<Norvane::IPPProvider> provider(target.secure ? CreateSecureIPPPrintProvider(address, uri.c_str(), 0)
                                                      : CreateIPPPrintProvider(address, uri.c_str()));
-  if (!provider) {
-    throw Failure(kExitFailed, "no IPP printer at " + target.Uri() + ": " + DescribeLastError(GetLastError()));
-  }
+  if (!provider) throw Failure(kExitFailed, NoIppPrinter(address, target));
   return provider;
+}
+
+std::string NoIppPrinter(Norvane::QxNetAddress* address, const Target& target) {
+  uint32_t lastError = GetLastError();
+  uint32_t version = NetAddressIppAnsweredVersion(address);
+  std::string text = "no IPP printer at " + target.Uri() + ": ";
+  std::string answered = "IPP/" + std::to_string(version >> 8) + "." + std::to_string(version & 0xFF);
+  if (version != 0 && version >> 8 != 2 && !address->GetIppFieldCompatibility()) {
+    return text + "the printer answered " + answered + ", which --strict-ipp refuses";
+  }
+  // An answer came, so the connection is not what failed: its content is.
+  if (version != 0 && lastError == 0) return text + "the printer's " + answered + " answer cannot be decoded";
+  return text + DescribeLastError(lastError);
 }
 
 std::string SnmpDetectionHint(Norvane::QxNetAddress* address) {

@@ -171,6 +171,7 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   auto read = [&](const std::u16string& key, const DataMapKey& spec, const char* source) {
     Norvane::Variant value;
     if (collection->GetValue(key.c_str(), value.Ptr()) != S_OK) return false;
+    if (!spec.isStatic) ++result.answered;
     nlohmann::json json = VariantJson(value.Get());
     if (!spec.isStatic && (spec.protocol == "OID" || spec.protocol == "SNMP")) json = SnmpNumber(std::move(json));
     result.values.push_back({ToUtf8(key), std::move(json), VariantText(value.Get()), source});
@@ -190,8 +191,12 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   for (const auto& spec : keys) {
     if (!Wanted(only, ToUtf8(spec.key))) continue;
     const char* source = spec.isStatic ? "static" : CacheHolds(cache.get(), spec, now) ? "cache" : "device";
+    // What the printer lacks is listed, so that a reader sees it was asked for.
+    auto notReported = [&](const std::u16string& key) {
+      result.values.push_back({ToUtf8(key), nullptr, VariantText(VARIANT{}), "device"});
+    };
     if (!spec.isWalk) {
-      read(spec.key, spec, source);
+      if (!read(spec.key, spec, source)) notReported(spec.key);
       continue;
     }
     // A walk answers its elements under KEY.000 (the base object), KEY.001, ...
@@ -206,7 +211,7 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
     }
   }
   if (!identified.empty()) result.protocol = identified;
-  if (result.values.empty()) result.error = "the printer answered none of the values";
+  if (result.answered == 0) result.error = "the printer answered none of the values";
   return result;
 }
 
@@ -224,7 +229,7 @@ void PrintCollection(const Collection& collection, const std::string& address) {
   std::string name = std::filesystem::path(collection.file).filename().string();
   std::printf("%s at %s%s\n", name.c_str(), address.c_str(),
               collection.protocol.empty() ? "" : (" over " + collection.protocol).c_str());
-  if (collection.values.empty()) {
+  if (collection.answered == 0) {
     std::printf("  %s\n\n", collection.error.c_str());
     return;
   }

@@ -31,6 +31,7 @@ struct CollectedValue {
 };
 
 struct Collection {
+  size_t answered = 0;   // values the printer (or the cache) gave
   std::string file;
   std::string protocol;  // of the data map that answered
   std::vector<CollectedValue> values;

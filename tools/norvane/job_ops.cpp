@@ -95,6 +95,15 @@ void AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcom
 }
 
 std::string PrinterStateName(const std::string& raw) {
+  // A server's list of queues answers one state per queue.
+  if (raw.find(',') != std::string::npos) {
+    std::string names;
+    size_t start = 0;
+    for (size_t comma; (comma = raw.find(',', start)) != std::string::npos; start = comma + 1) {
+      names += PrinterStateName(raw.substr(start, comma - start)) + ",";
+    }
+    return names + PrinterStateName(raw.substr(start));
+  }
   if (raw == "3") return "idle";
   if (raw == "4") return "processing";
   if (raw == "5") return "stopped";

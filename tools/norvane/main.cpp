@@ -78,6 +78,8 @@ int main(int argc, char** argv) {
   app.add_option("--timeout", common.timeoutMs, "Milliseconds to wait for a printer (default 5000)")
       ->check(CLI::Range(100u, 600000u));
   app.add_option("--community", common.community, "SNMP community (default public)");
+  app.add_flag("--strict-ipp", common.strictIpp,
+               "Read only IPP/2.x answers and never fall back to IPP/1.1 (printers in the field need the fallback)");
   app.add_flag("!--no-web-services", common.webServices,
                "Skip web-services data maps: the printer has no web-services port");
   app.add_option("--snmp-user", common.snmpUser, "SNMPv3 user instead of the community");

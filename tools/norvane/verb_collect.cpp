@@ -50,7 +50,7 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
     for (const auto& document : documents) {
       std::u16string cacheKey = options.noCache ? std::u16string() : CacheKeyPath(target, document.file);
       Collection collection = CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey);
-      any = any || !collection.values.empty();
+      any = any || collection.answered != 0;
       maps.push_back(CollectionJson(collection));
       if (out != nullptr) out->push_back(std::move(collection));
     }
@@ -109,7 +109,7 @@ std::string FleetSummary(const nlohmann::json& record) {
   std::string failures;
   size_t answered = 0;
   for (const auto& map : record["datamaps"]) {
-    if (!map["values"].empty()) {
+    if (!map.contains("error")) {
       ++answered;
     } else if (map.contains("error")) {
       failures += "; " + map["error"].get<std::string>();

@@ -50,4 +50,14 @@ expect "$work/fleet.txt" \
 "$norvane" --json --community laser-gap collect --no-cache 127.0.0.5 snmp:PageCount \
   --datamap "$samples/printer-supplies-snmp.xml" >"$work/count.json" || failed=1
 expect "$work/count.json" '{"key":"snmp:PageCount","source":"device","value":3000000000}'
+
+# The SNMP sample on RFC 3805's special levels and a colorant table of one row
+# followed by the vendor's objects.
+"$norvane" --json --community laser-gap collect --no-cache 127.0.0.5 \
+  --datamap "$samples/printer-supplies-snmp.xml" >"$work/gap.json" || failed=1
+expect "$work/gap.json" \
+  '{"key":"snmp:SupplyLevel.002","source":"device","value":"some remaining"}' \
+  '{"key":"snmp:Colorant.001","source":"device","value":"black"}'
+! grep -q 'MFG:\|82214\|SupplyDescription.005' "$work/gap.json" ||
+  { echo "FAIL: the walk ran past its table:"; cat "$work/gap.json"; failed=1; }
 exit $failed
