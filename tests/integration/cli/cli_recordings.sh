@@ -33,7 +33,6 @@ done
 
 # snmpget answers, so "does not answer SNMP" would be wrong: the message names
 # the object that is missing.
-snmpget -v2c -c no-descr 127.0.0.5 1.3.6.1.2.1.1.1.0 >/dev/null || { echo "FAIL: snmpsimd does not answer"; exit 1; }
 "$norvane" --community no-descr get 127.0.0.5 1.3.6.1.2.1.1.1.0 >"$work/out" 2>"$work/err"
 [[ $? == 1 && $(wc -l <"$work/err") == 1 ]] || { echo "FAIL: get on no-descr"; cat "$work/err"; failed=1; }
 expect "$work/err" "hrDeviceDescr.1 (1.3.6.1.2.1.25.3.2.1.3.1) is missing"
@@ -47,17 +46,15 @@ expect "$work/fleet.txt" \
   "1 of 1 data maps answered"
 [[ $(grep -c '^127.0.0.[15] \{15\} ok' "$work/fleet.txt") == 2 ]] ||
   { echo "FAIL: two printers answered, padded to 24 columns:"; cat "$work/fleet.txt"; failed=1; }
-"$norvane" --json --community laser-gap collect --no-cache 127.0.0.5 snmp:PageCount \
-  --datamap "$samples/printer-supplies-snmp.xml" >"$work/count.json" || failed=1
-expect "$work/count.json" '{"key":"snmp:PageCount","source":"device","value":3000000000}'
 
-# The SNMP sample on RFC 3805's special levels and a colorant table of one row
-# followed by the vendor's objects.
+# The SNMP sample on RFC 3805's special levels, a colorant table of one row
+# followed by the vendor's objects, and a counter above 2^31.
 "$norvane" --json --community laser-gap collect --no-cache 127.0.0.5 \
   --datamap "$samples/printer-supplies-snmp.xml" >"$work/gap.json" || failed=1
 expect "$work/gap.json" \
   '{"key":"snmp:SupplyLevel.002","source":"device","value":"some remaining"}' \
-  '{"key":"snmp:Colorant.001","source":"device","value":"black"}'
-! grep -q 'MFG:\|82214\|SupplyDescription.005' "$work/gap.json" ||
+  '{"key":"snmp:Colorant.001","source":"device","value":"black"}' \
+  '{"key":"snmp:PageCount","source":"device","value":3000000000}'
+! grep -q 'MFG:\|82214' "$work/gap.json" ||
   { echo "FAIL: the walk ran past its table:"; cat "$work/gap.json"; failed=1; }
 exit $failed
