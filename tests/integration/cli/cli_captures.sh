@@ -12,6 +12,8 @@ export NORVANE_REGISTRY_DIR=$work/registry
 captures=$(dirname "$0")/../../fixtures/ipp/captures
 samples=$(dirname "$norvane")/../../share/norvane/datamaps
 failed=0
+# shellcheck source=../expect.sh
+source "$(dirname "$0")/../expect.sh"
 
 # capture | simulator option | tool option | exit | texts `status` shows (';', '!' = must not) | KEY=VALUE collect gives
 cases=(
@@ -33,6 +35,7 @@ cases=(
   "ipp-client-kotlin__invalidXeroxMediaCol.response|||1|IPP/1.1 answer cannot be decoded"
   "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res|--ipp11-only||0|Xerox B210 Printer"
   "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res|--ipp11-only|--strict-ipp|1|answered IPP/1.1, which --strict-ipp refuses"
+  "python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin|||0|!printer-make-and-model"
 )
 
 n=10
@@ -62,4 +65,15 @@ for row in "${cases[@]}"; do
   grep -qF "\"source\":\"device\",\"value\":\"${collect#*=}" "$work/collect.json" ||
     { echo "FAIL: $what: collect lacks $collect:"; cat "$work/collect.json"; failed=1; }
 done
+
+# Neither Kyocera answer (127.0.0.17, 127.0.0.29) has a printer-uuid to tell the
+# printers apart by: the cache keeps each printer's values apart all the same.
+for round in 1 2; do
+  for n in 17 29; do
+    "$norvane" --json collect "127.0.0.$n:80" ipp:MakeAndModel --datamap "$samples/printer-status-ipp.xml" \
+      >"$work/cache$n.json" 2>/dev/null
+  done
+done
+expect "$work/cache17.json" '{"key":"ipp:MakeAndModel","source":"cache","value":"ECOSYS M2540dn"}'
+! grep -q ECOSYS "$work/cache29.json" || { echo "FAIL: a printer got another's cached model"; failed=1; }
 exit $failed
