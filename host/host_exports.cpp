@@ -94,6 +94,18 @@ extern "C" HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address, uin
   return S_OK;
 }
 
+extern "C" HRESULT NetAddressSetIppFieldCompatibility(Norvane::QxNetAddress* address, int on) {
+  auto* ours = Ours(address);
+  if (ours == nullptr) return E_INVALIDARG;
+  ours->SetIppFieldCompatibility(on != 0);
+  return S_OK;
+}
+
+extern "C" uint32_t NetAddressIppAnsweredVersion(Norvane::QxNetAddress* address) {
+  auto* ours = Ours(address);
+  return ours == nullptr ? 0 : ours->GetIppAnsweredVersion();
+}
+
 extern "C" const char* NetAddressErrorText(uint32_t code) {
   return curl_easy_strerror(static_cast<CURLcode>(code));
 }

@@ -142,6 +142,16 @@ typedef void (*NorvaneHostTraceSink)(void* context, const char* line);
 // standard error. E_INVALIDARG for an unknown level.
 NORVANE_API HRESULT NorvaneHostSetTrace(uint32_t level, NorvaneHostTraceSink sink, void* context);
 
+// Printers in the field (off by default, which keeps the library's IPP exactly
+// as specified): answers of IPP/1.0 and 1.1 are read; a request a printer refuses
+// as IPP/2.0 (server-error-version-not-supported, or the connection closed without
+// an answer) is sent again as IPP/1.1, and later requests to it go as 1.1; the
+// text of textWithLanguage and nameWithLanguage values is kept.
+NORVANE_API HRESULT NetAddressSetIppFieldCompatibility(Norvane::QxNetAddress* address, int on);
+// The IPP version (major << 8 | minor) of the device's last answer, read or
+// refused; 0 before any. Says why a printer was refused in the strict mode.
+NORVANE_API uint32_t NetAddressIppAnsweredVersion(Norvane::QxNetAddress* address);
+
 // A few words (static storage, no final period) for a status the library or a
 // single request returned, and for a thread last-error code the library set.
 NORVANE_API const char* NorvaneStatusText(HRESULT status);

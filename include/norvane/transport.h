@@ -148,9 +148,26 @@ class NORVANE_API QxNetAddress : public Address {
   bool GetProbePortTextFlag() const { return probePortText_.load(); }
   void SetProbePortTextFlag(bool on) { probePortText_.store(on); }
 
+  // Printers in the field, off unless the host asks: IPP/1.x answers are read,
+  // a request refused as IPP/2.0 (server-error-version-not-supported, or the
+  // connection closed without an answer) is sent again as IPP/1.1, and
+  // language-tagged texts keep their text.
+  bool GetIppFieldCompatibility() const { return ippFieldCompatibility_.load(); }
+  void SetIppFieldCompatibility(bool on) { ippFieldCompatibility_.store(on); }
+  // The IPP version (major << 8 | minor) requests to this device are sent with
+  // once a fallback settled on one; 0 until then (IPP/2.0).
+  uint16_t GetIppRequestVersion() const { return ippRequestVersion_.load(); }
+  void SetIppRequestVersion(uint16_t version) { ippRequestVersion_.store(version); }
+  // The version of the device's last IPP answer, whether or not it was read.
+  uint16_t GetIppAnsweredVersion() const { return ippAnsweredVersion_.load(); }
+  void SetIppAnsweredVersion(uint16_t version) { ippAnsweredVersion_.store(version); }
+
  protected:
   uint32_t webServicePortFlag_ = 0;
   std::atomic<bool> probePortText_{false};
+  std::atomic<bool> ippFieldCompatibility_{false};
+  std::atomic<uint16_t> ippRequestVersion_{0};
+  std::atomic<uint16_t> ippAnsweredVersion_{0};
 };
 
 }  // namespace Norvane

@@ -111,8 +111,13 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
   if (data == nullptr) return -1;
   Reader in(data, &bytesRemaining_);
   const uint8_t* header = in.Take(8);
-  if (header == nullptr || header[0] != 2) {
-    QX_LOG(QxLogging::kStandout, "Not an IPP/2 response");
+  if (header != nullptr) {
+    if (QxNetAddress* noted = FieldAddress()) noted->SetIppAnsweredVersion(static_cast<uint16_t>(header[0] << 8 | header[1]));
+  }
+  const bool fieldCompatible = FieldCompatible();
+  if (header == nullptr || !(header[0] == 2 || (header[0] == 1 && fieldCompatible))) {
+    QX_LOG(QxLogging::kStandout, "Not an IPP/2 response (version %u.%u)", header != nullptr ? header[0] : 0u,
+           header != nullptr ? header[1] : 0u);
     return -1;
   }
   versionMajor_ = header[0];
@@ -225,10 +230,21 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
         break;
       }
       case kTagTextWithLanguage:
-      case kTagNameWithLanguage:
+      case kTagNameWithLanguage: {
         // Two length-prefixed parts: at least their two lengths.
-        if (valueLength < 4 || valueLength > kMaxNameOrValue + 1 || in.Take(valueLength) == nullptr) return -1;
+        const uint8_t* p = valueLength >= 4 && valueLength <= kMaxNameOrValue + 1 ? in.Take(valueLength) : nullptr;
+        if (p == nullptr) return -1;
+        if (fieldCompatible) {
+          // The language, then the text; both must fill the value exactly.
+          const uint32_t language = static_cast<uint32_t>(p[0] << 8 | p[1]);
+          if (language + 4 > valueLength) return -1;
+          const uint32_t textLength = static_cast<uint32_t>(p[2 + language] << 8 | p[3 + language]);
+          if (language + 4 + textLength != valueLength) return -1;
+          std::string_view text = valueMap_.AddText(AsText(p + 4 + language, textLength));
+          keep(IppValueMap::Kind::kText, text);
+        }
         break;
+      }
       case kTagEndCollection:
         if (valueLength != 0 || depth == 0) return -1;
         if (--depth == 0) valueMap_.AddText(kIppSetEnd);

@@ -151,8 +151,9 @@ HRESULT IPPOperations::FormIPPRequestHeader(uint8_t* buffer, uint32_t operation,
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPOperations::FormIPPRequestHeader");
   if (buffer == nullptr || offset == nullptr || !Fits(*offset, 9)) return E_FAIL;
   uint8_t* p = buffer + *offset;
-  p[0] = 2;  // IPP/2.0
-  p[1] = 0;
+  const uint16_t version = RequestVersion();
+  p[0] = static_cast<uint8_t>(version >> 8);
+  p[1] = static_cast<uint8_t>(version & 0xFF);
   PutU16(p + 2, operation);
   PutI32(p + 4, kIppRequestId);
   p[8] = kTagOperationGroup;

@@ -235,6 +235,16 @@ class IPPOperations {
   // Sends `operation` on request_, which the caller has just created.
   HRESULT PostRequest(uint32_t operation, HTTPResponse** response, IPPRequestBase* attributes);
   void DumpCollections() const;
+  // The host's field-compatibility opt-in on the address (off for any other
+  // address class), and the address's class for its IPP version notes.
+  QxNetAddress* FieldAddress() const;
+  bool FieldCompatible() const;
+  // IPP/2.0 unless a field-compatible exchange with this device fell back.
+  uint16_t RequestVersion() const;
+  // Whether a field-compatible exchange just sent as IPP/2.0 was refused for its
+  // version: an answer of server-error-version-not-supported, or the connection
+  // closed without one (`hr`, the response and the host's error code).
+  bool RefusedForVersion(HRESULT hr, HTTPResponse* response) const;
 
   Address* address_;
   IppValueMap valueMap_;

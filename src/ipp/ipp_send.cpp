@@ -22,6 +22,12 @@ constexpr uint32_t kIppsPort = 443;
 constexpr HRESULT kUnauthorized = 1026;
 constexpr uint32_t kHttpOk = 200;
 constexpr uint32_t kHttpUnauthorized = 401;
+constexpr uint16_t kIpp20 = 0x0200;
+constexpr uint16_t kIpp11 = 0x0101;
+constexpr int kStatusVersionNotSupported = 0x0503;
+// The host's error codes (libcurl's) for a connection closed without an answer.
+constexpr DWORD kNothingReceived = 52;
+constexpr DWORD kReceiveFailed = 56;
 
 bool AllocateRequestBuffer(uint32_t documentLength, std::vector<uint8_t>* buffer) {
   try {
@@ -89,8 +95,47 @@ HRESULT IPPOperations::SendIPPRequest(uint32_t operation, HTTPResponse** respons
   // The encoder reaches the request for credentials, so it is held from here;
   // a failed exchange keeps nothing, an answered one keeps it for its response.
   hr = PostRequest(operation, response, attributes);
+  if (RequestVersion() == kIpp20 && RefusedForVersion(hr, response != nullptr ? *response : nullptr)) {
+    // An IPP/1.1 printer: this request and every later one to it go as 1.1.
+    QX_LOG(QxLogging::kInfo, "IPP request %u refused as IPP/2.0; sending it as IPP/1.1", operation);
+    FieldAddress()->SetIppRequestVersion(kIpp11);
+    if (response != nullptr) *response = nullptr;
+    request_.Reset();
+    hr = address_->CreateRequestEx(request_.Out(), port);
+    if (FAILED(hr) || !request_) return E_FAIL;
+    hr = PostRequest(operation, response, attributes);
+  }
   if (hr != S_OK) request_.Reset();
   return hr;
+}
+
+QxNetAddress* IPPOperations::FieldAddress() const { return dynamic_cast<QxNetAddress*>(address_); }
+
+bool IPPOperations::FieldCompatible() const {
+  QxNetAddress* address = FieldAddress();
+  return address != nullptr && address->GetIppFieldCompatibility();
+}
+
+uint16_t IPPOperations::RequestVersion() const {
+  QxNetAddress* address = FieldAddress();
+  if (address == nullptr || !address->GetIppFieldCompatibility()) return kIpp20;
+  uint16_t settled = address->GetIppRequestVersion();
+  return settled != 0 ? settled : kIpp20;
+}
+
+bool IPPOperations::RefusedForVersion(HRESULT hr, HTTPResponse* response) const {
+  if (!FieldCompatible()) return false;
+  if (hr == S_OK) {
+    // The answer's status-code, bytes 2 and 3.
+    if (response == nullptr || response->GetBody() == nullptr || response->GetBodyLength() < 4) return false;
+    const uint8_t* body = response->GetBody();
+    return (body[2] << 8 | body[3]) == kStatusVersionNotSupported;
+  }
+  // Printers that know only 1.x close the connection on a 2.0 request: no
+  // answer at all (libcurl's "empty reply" and "receive failure"), never a
+  // refused connect or a time-out.
+  const DWORD error = GetLastError();
+  return error == kNothingReceived || error == kReceiveFailed;
 }
 
 HRESULT IPPOperations::PostRequest(uint32_t operation, HTTPResponse** response, IPPRequestBase* attributes) {

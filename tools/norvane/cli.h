@@ -55,6 +55,9 @@ struct Common {
   // Whether data maps of the web-services kind are tried: a host that knows the
   // device has no web-services port says so and saves the attempt.
   bool webServices = true;
+  // The library's IPP as specified, without the host's field compatibility
+  // (IPP/1.x answers, the 1.1 fallback, language-tagged texts).
+  bool strictIpp = false;
   // SNMPv3 when snmpUser is set; the pass phrases come from the environment
   // (NORVANE_SNMP_AUTH_PASSPHRASE, NORVANE_SNMP_PRIV_PASSPHRASE), not the command line.
   std::string snmpUser;
@@ -79,6 +82,24 @@ Target ParseTarget(const std::string& text);
 Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& common);
 // The IPP print provider of a target, or a Failure naming why there is none.
 Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, const Target& target);
+// Why no IPP provider came for the target: the last error in words, or, when the
+// printer answered an IPP version the strict mode refuses, that version.
+std::string NoIppPrinter(Norvane::QxNetAddress* address, const Target& target);
+
+// An IPP status-code by its registered name ("client-error-not-found"), or
+// "status 0xNNNN" for one without a name.
+std::string IppStatusName(uint32_t code);
+// The status-code the provider's last answer carried (from its value map); a
+// Failure naming the status when it is an error (0x0400 and up). `what` says
+// which exchange it was, for the message.
+void CheckIppStatus(Norvane::IPPProvider* provider, const std::string& what);
+// The same for the text a response object holds (decimal, as the library keeps it).
+void CheckIppStatusText(const char* status, const std::string& what);
+
+// Why SNMP data maps refuse a device that answers SNMP: the library takes an
+// agent for a printer's only when hrDeviceDescr.1 holds a text. Empty when the
+// device does not answer sysDescr.0 either, or has the object.
+std::string SnmpDetectionHint(Norvane::QxNetAddress* address);
 
 // Variants as the user reads them.
 std::string VariantText(const VARIANT& value);
@@ -86,6 +107,11 @@ nlohmann::json VariantJson(const VARIANT& value);
 
 std::string ToUtf8(std::u16string_view text);
 std::u16string ToUtf16(std::string_view text);
+
+// Terminal columns of UTF-8 text (wide East Asian characters take two), and the
+// text padded with spaces to `width` columns.
+size_t DisplayWidth(const std::string& text);
+std::string PadToWidth(const std::string& text, size_t width);
 
 // A plain table: a header row and left-aligned columns.
 class Table {

@@ -21,7 +21,43 @@ std::string Cell(const std::string& text) {
   return text.substr(0, cut) + "...";
 }
 
+// The code point at `at`, advancing `at`; a byte that starts no valid sequence
+// counts as one character of its own.
+char32_t NextCodePoint(const std::string& text, size_t& at) {
+  unsigned char lead = static_cast<unsigned char>(text[at++]);
+  int extra = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
+  char32_t code = extra == 0 ? lead : lead & (0x3F >> extra);
+  for (int i = 0; i < extra; ++i) {
+    if (at >= text.size() || (static_cast<unsigned char>(text[at]) & 0xC0) != 0x80) return lead;
+    code = code << 6 | (static_cast<unsigned char>(text[at++]) & 0x3F);
+  }
+  return code;
+}
+
+// Columns a code point takes on a terminal: combining marks none, the wide and
+// full-width East Asian ranges two, everything else one.
+int CodePointWidth(char32_t c) {
+  if ((c >= 0x0300 && c <= 0x036F) || c == 0x200B || (c >= 0xFE00 && c <= 0xFE0F)) return 0;
+  const bool wide = (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0x303E) || (c >= 0x3041 && c <= 0x33FF) ||
+                    (c >= 0x3400 && c <= 0x4DBF) || (c >= 0x4E00 && c <= 0x9FFF) || (c >= 0xA000 && c <= 0xA4CF) ||
+                    (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
+                    (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1F64F) ||
+                    (c >= 0x20000 && c <= 0x3FFFD);
+  return wide ? 2 : 1;
+}
+
 }  // namespace
+
+size_t DisplayWidth(const std::string& text) {
+  size_t width = 0;
+  for (size_t at = 0; at < text.size();) width += static_cast<size_t>(CodePointWidth(NextCodePoint(text, at)));
+  return width;
+}
+
+std::string PadToWidth(const std::string& text, size_t width) {
+  size_t have = DisplayWidth(text);
+  return have >= width ? text : text + std::string(width - have, ' ');
+}
 
 void Table::Print(std::FILE* out) const {
   std::vector<std::vector<std::string>> rows;
@@ -33,13 +69,12 @@ void Table::Print(std::FILE* out) const {
   std::vector<size_t> widths;
   for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()));
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], DisplayWidth(row[i]));
   }
   for (const auto& row : rows) {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i) {
-      line += row[i];
-      if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
+      line += i + 1 < row.size() ? PadToWidth(row[i], widths[i] + 2) : row[i];
     }
     std::fprintf(out, "%s\n", line.c_str());
   }

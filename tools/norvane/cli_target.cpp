@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 
 #include "cli.h"
 #include "job_ops.h"
@@ -123,6 +124,7 @@ Owned<Norvane::QxNetAddress> MakeAddress(const Target& target, const Common& com
   NetAddressSetSnmpCommunity(address.get(), ToUtf16(common.community).c_str());
   if (common.webServices) address->SetWebServicePortFlag(Norvane::QxNetAddress::kWebServicePortAvailable);
   if (!common.snmpUser.empty()) SetSnmpUser(address.get(), common);
+  NetAddressSetIppFieldCompatibility(address.get(), common.strictIpp ? 0 : 1);
   return address;
 }
 
@@ -131,9 +133,7 @@ Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, co
   std::u16string uri = ToUtf16(target.Uri());
   Owned<Norvane::IPPProvider> provider(target.secure ? CreateSecureIPPPrintProvider(address, uri.c_str(), 0)
                                                      : CreateIPPPrintProvider(address, uri.c_str()));
-  if (!provider) {
-    throw Failure(kExitFailed, "no IPP printer at " + target.Uri() + ": " + DescribeLastError(GetLastError()));
-  }
+  if (!provider) throw Failure(kExitFailed, NoIppPrinter(address, target));
   // A server that has no such queue still answers, with an IPP status instead of
   // attributes (client-error-not-found).
   Norvane::Variant status;
@@ -144,6 +144,92 @@ Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, co
     }
   }
   return provider;
+}
+
+std::string NoIppPrinter(Norvane::QxNetAddress* address, const Target& target) {
+  uint32_t lastError = GetLastError();
+  uint32_t version = NetAddressIppAnsweredVersion(address);
+  std::string text = "no IPP printer at " + target.Uri() + ": ";
+  std::string answered = "IPP/" + std::to_string(version >> 8) + "." + std::to_string(version & 0xFF);
+  if (version != 0 && version >> 8 != 2 && !address->GetIppFieldCompatibility()) {
+    return text + "the printer answered " + answered + ", which --strict-ipp refuses";
+  }
+  // An answer came, so the connection is not what failed: its content is.
+  if (version != 0 && lastError == 0) return text + "the printer's " + answered + " answer cannot be decoded";
+  return text + DescribeLastError(lastError);
+}
+
+std::string SnmpDetectionHint(Norvane::QxNetAddress* address) {
+  Norvane::MIBConnection* made = nullptr;
+  if (address->GetMIBConnection(&made) != S_OK || made == nullptr) return {};
+  Owned<Norvane::MIBConnection> connection(made);
+  Norvane::Variant system, device;
+  if (connection->GetValue(u"1.3.6.1.2.1.1.1.0", system.Ptr()) != S_OK) return {};
+  HRESULT hr = connection->GetValue(u"1.3.6.1.2.1.25.3.2.1.3.1", device.Ptr());
+  bool missing = hr != S_OK || device.Type() == VT_EMPTY || device.Type() == VT_NULL;
+  if (!missing && !VariantText(device.Get()).empty()) return {};
+  return std::string("the device answers SNMP, but its hrDeviceDescr.1 (1.3.6.1.2.1.25.3.2.1.3.1) is ") +
+         (missing ? "missing" : "empty") + ", and SNMP data maps read only devices that describe themselves there";
+}
+
+std::string IppStatusName(uint32_t code) {
+  static const std::map<uint32_t, const char*> names = {
+      {0x0000, "successful-ok"},
+      {0x0001, "successful-ok-ignored-or-substituted-attributes"},
+      {0x0002, "successful-ok-conflicting-attributes"},
+      {0x0400, "client-error-bad-request"},
+      {0x0401, "client-error-forbidden"},
+      {0x0402, "client-error-not-authenticated"},
+      {0x0403, "client-error-not-authorized"},
+      {0x0404, "client-error-not-possible"},
+      {0x0405, "client-error-timeout"},
+      {0x0406, "client-error-not-found"},
+      {0x0407, "client-error-gone"},
+      {0x0408, "client-error-request-entity-too-large"},
+      {0x0409, "client-error-request-value-too-long"},
+      {0x040A, "client-error-document-format-not-supported"},
+      {0x040B, "client-error-attributes-or-values-not-supported"},
+      {0x040C, "client-error-uri-scheme-not-supported"},
+      {0x040D, "client-error-charset-not-supported"},
+      {0x040E, "client-error-conflicting-attributes"},
+      {0x040F, "client-error-compression-not-supported"},
+      {0x0410, "client-error-compression-error"},
+      {0x0411, "client-error-document-format-error"},
+      {0x0412, "client-error-document-access-error"},
+      {0x0500, "server-error-internal-error"},
+      {0x0501, "server-error-operation-not-supported"},
+      {0x0502, "server-error-service-unavailable"},
+      {0x0503, "server-error-version-not-supported"},
+      {0x0504, "server-error-device-error"},
+      {0x0505, "server-error-temporary-error"},
+      {0x0506, "server-error-not-accepting-jobs"},
+      {0x0507, "server-error-busy"},
+      {0x0508, "server-error-job-canceled"},
+      {0x0509, "server-error-multiple-document-jobs-not-supported"},
+  };
+  auto found = names.find(code);
+  if (found != names.end()) return found->second;
+  char text[24];
+  std::snprintf(text, sizeof text, "status 0x%04X", code);
+  return text;
+}
+
+void CheckIppStatusText(const char* status, const std::string& what) {
+  // The library keeps the code in decimal; anything else (no answer decoded)
+  // is for the caller's own checks to report.
+  if (status == nullptr || *status == 0 || !AllDigits(status)) return;
+  unsigned long code = std::strtoul(status, nullptr, 10);
+  if (code < 0x0400 || code > 0xFFFF) return;
+  char hex[8];
+  std::snprintf(hex, sizeof hex, "0x%04lX", code);
+  throw Failure(kExitFailed, what + ": the printer answered " + IppStatusName(static_cast<uint32_t>(code)) + " (" +
+                                 hex + ")");
+}
+
+void CheckIppStatus(Norvane::IPPProvider* provider, const std::string& what) {
+  Norvane::Variant value;
+  if (provider->GetValue("status-code", value.Ptr()) != S_OK) return;
+  CheckIppStatusText(VariantText(value.Get()).c_str(), what);
 }
 
 std::string VariantText(const VARIANT& value) {

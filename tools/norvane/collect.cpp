@@ -2,6 +2,9 @@
 
 #include <libxml/parser.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -50,7 +53,46 @@ bool Wanted(const std::vector<std::string>& only, const std::string& key) {
   return false;
 }
 
+// One registry key component: letters, digits, '-', '_' and '.' (not first) as
+// they are, every other byte as %XX, so that ':' of a port, the brackets of an
+// IPv6 literal or a path's '/' can never split or escape the key.
+std::string KeyComponent(const std::string& text) {
+  std::string out;
+  for (unsigned char c : text) {
+    bool plain = std::isalnum(c) || c == '-' || c == '_' || (c == '.' && !out.empty());
+    if (plain) {
+      out.push_back(static_cast<char>(c));
+    } else {
+      char escaped[4];
+      std::snprintf(escaped, sizeof escaped, "%%%02X", c);
+      out += escaped;
+    }
+  }
+  return out;
+}
+
+// The host hands over an SNMP counter or gauge above 2^31 - 1 as its decimal
+// text; JSON readers expect the counter as a number whatever its size.
+nlohmann::json SnmpNumber(nlohmann::json value) {
+  if (!value.is_string()) return value;
+  const std::string& text = value.get_ref<const std::string&>();
+  if (text.size() < 10 || text.size() > 20 || text[0] == '0' ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
+    return value;
+  }
+  errno = 0;
+  unsigned long long number = std::strtoull(text.c_str(), nullptr, 10);
+  if (errno != 0 || number <= 0x7FFFFFFFull) return value;
+  return static_cast<uint64_t>(number);
+}
+
 }  // namespace
+
+std::u16string CacheKeyPath(const Target& target, const std::string& file) {
+  std::string printer = target.host + (target.port.empty() ? "" : ":" + target.port);
+  std::string document = std::filesystem::path(file).filename().string();
+  return ToUtf16("Software\\Norvane\\Cache\\" + KeyComponent(printer) + "\\" + KeyComponent(document));
+}
 
 std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
   std::error_code error;
@@ -130,8 +172,11 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
     status = CreateDataCollectionFromXML(address, ToUtf16(xml).c_str(), &made, cache.get());
   }
   if (status != S_OK || made == nullptr) {
+    uint32_t lastError = GetLastError();
+    bool snmp = std::any_of(keys.begin(), keys.end(), [](const DataMapKey& k) { return k.protocol == "OID" || k.protocol == "SNMP"; });
+    std::string hint = snmp ? SnmpDetectionHint(address) : std::string();
     result.error = "no protocol of " + std::filesystem::path(file).filename().string() + " answered: " +
-                   DescribeStatus(status, GetLastError());
+                   (hint.empty() ? DescribeStatus(status, lastError) : hint);
     return result;
   }
   Owned<Norvane::DataCollection> collection(made);
@@ -141,7 +186,10 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   auto read = [&](const std::u16string& key, const DataMapKey& spec, const char* source) {
     Norvane::Variant value;
     if (collection->GetValue(key.c_str(), value.Ptr()) != S_OK) return false;
-    result.values.push_back({ToUtf8(key), VariantJson(value.Get()), VariantText(value.Get()), source});
+    if (!spec.isStatic) ++result.answered;
+    nlohmann::json json = VariantJson(value.Get());
+    if (!spec.isStatic && (spec.protocol == "OID" || spec.protocol == "SNMP")) json = SnmpNumber(std::move(json));
+    result.values.push_back({ToUtf8(key), std::move(json), VariantText(value.Get()), source});
     if (!spec.isStatic && result.protocol.empty()) result.protocol = spec.protocol;
     const VARIANT& raw = value.Get();
     if (spec.isStatic && spec.staticTexts.size() > 1 && raw.vt == VT_BSTR && raw.bstrVal != nullptr) {
@@ -158,8 +206,12 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   for (const auto& spec : keys) {
     if (!Wanted(only, ToUtf8(spec.key))) continue;
     const char* source = spec.isStatic ? "static" : CacheHolds(cache.get(), spec, now) ? "cache" : "device";
+    // What the printer lacks is listed, so that a reader sees it was asked for.
+    auto notReported = [&](const std::u16string& key) {
+      result.values.push_back({ToUtf8(key), nullptr, VariantText(VARIANT{}), "device"});
+    };
     if (!spec.isWalk) {
-      read(spec.key, spec, source);
+      if (!read(spec.key, spec, source)) notReported(spec.key);
       continue;
     }
     // A walk answers its elements under KEY.000 (the base object), KEY.001, ...
@@ -174,7 +226,7 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
     }
   }
   if (!identified.empty()) result.protocol = identified;
-  if (result.values.empty()) result.error = "the printer answered none of the values";
+  if (result.answered == 0) result.error = "the printer answered none of the values";
   return result;
 }
 
@@ -192,7 +244,7 @@ void PrintCollection(const Collection& collection, const std::string& address) {
   std::string name = std::filesystem::path(collection.file).filename().string();
   std::printf("%s at %s%s\n", name.c_str(), address.c_str(),
               collection.protocol.empty() ? "" : (" over " + collection.protocol).c_str());
-  if (collection.values.empty()) {
+  if (collection.answered == 0) {
     std::printf("  %s\n\n", collection.error.c_str());
     return;
   }

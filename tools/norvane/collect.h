@@ -31,6 +31,7 @@ struct CollectedValue {
 };
 
 struct Collection {
+  size_t answered = 0;   // values the printer (or the cache) gave
   std::string file;
   std::string protocol;  // of the data map that answered
   std::vector<CollectedValue> values;
@@ -47,7 +48,10 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file,
 nlohmann::json CollectionJson(const Collection& collection);
 void PrintCollection(const Collection& collection, const std::string& address);
 
-// The registry cache key path collections use unless told otherwise.
-inline constexpr char16_t kDefaultCacheKey[] = u"Software\\Norvane\\Cache";
+// The registry cache key path of one printer and data-map document: below
+// Software\Norvane\Cache, the printer's address and the document's file name, each
+// one key. The library adds the device's identity below it, but a printer that
+// reports none would otherwise share its values with every other such printer.
+std::u16string CacheKeyPath(const Target& target, const std::string& file);
 
 }  // namespace NorvaneCli

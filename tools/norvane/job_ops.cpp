@@ -11,6 +11,10 @@ namespace NorvaneCli {
 
 namespace {
 
+// How long a one-body print keeps asking a printer that is busy with another
+// job, when the user set no wait limit.
+constexpr double kBusyLimitSeconds = 120;
+
 using Clock = std::chrono::steady_clock;
 
 double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
@@ -245,6 +249,15 @@ std::string JobUser() {
 }
 
 std::string PrinterStateName(const std::string& raw) {
+  // A server's list of queues answers one state per queue.
+  if (raw.find(',') != std::string::npos) {
+    std::string names;
+    size_t start = 0;
+    for (size_t comma; (comma = raw.find(',', start)) != std::string::npos; start = comma + 1) {
+      names += PrinterStateName(raw.substr(start, comma - start)) + ",";
+    }
+    return names + PrinterStateName(raw.substr(start));
+  }
   if (raw == "3") return "idle";
   if (raw == "4") return "processing";
   if (raw == "5") return "stopped";
@@ -385,6 +398,8 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     if (request.progress) request.progress(progress);
   };
   auto fail = [&](const char* step, HRESULT hr) {
+    CheckIppStatusText(response->GetSuccessStatus(), std::string(step) + " after " + std::to_string(outcome.bytes) +
+                                                         " of " + std::to_string(total) + " bytes");
     throw Failure(kExitFailed, std::string(step) + " after " + std::to_string(outcome.bytes) + " of " +
                                    std::to_string(total) + " bytes: " + DescribeStatus(hr, GetLastError()));
   };
@@ -394,9 +409,31 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     if (!in.read(reinterpret_cast<char*>(whole.data()), static_cast<std::streamsize>(total))) {
       throw Failure(kExitUsage, "document '" + request.file + "': read failed");
     }
-    SetLastError(0);
-    HRESULT hr = provider->PrintJob(attributes.get(), response.get(), whole.data(), static_cast<int32_t>(total), false);
-    const char* status = response->GetSuccessStatus();
+    // A printer busy with another job refuses this one (server-error-busy)
+    // after the library's own quick restarts: it is asked again once a second,
+    // as long as the wait limit allows and nobody cancels, since the job
+    // ahead of it ends by itself.
+    HRESULT hr;
+    const char* status;
+    for (;;) {
+      SetLastError(0);
+      hr = provider->PrintJob(attributes.get(), response.get(), whole.data(), static_cast<int32_t>(total), false);
+      status = response->GetSuccessStatus();
+      const bool busy = status != nullptr && std::atoi(status) == 0x0507;
+      const double waited = Since(start);
+      if (!busy || (request.waitLimit > 0 && waited + 1 > request.waitLimit) || waited + 1 > kBusyLimitSeconds) break;
+      outcome.state = "printer busy";
+      report();
+      for (int i = 0; i < 20 && (request.cancel == nullptr || !request.cancel->load()); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      }
+      if (request.cancel != nullptr && request.cancel->load()) {
+        outcome.canceled = true;
+        outcome.seconds = Since(start);
+        return outcome;
+      }
+      outcome.state.clear();
+    }
     if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0) outcome.status = IppStatusName(status);
     if (FAILED(hr) && outcome.status.empty()) fail("the printer refused the job", hr);
     if (status == nullptr || std::atoi(status) < 0x400) NoteResponse(&outcome, response.get());

@@ -86,6 +86,8 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(100u, 600000u))
       ->each([&common](const std::string&) { common.timeoutSet = true; });
   app.add_option("--community", common.community, "SNMP community (default public)");
+  app.add_flag("--strict-ipp", common.strictIpp,
+               "Read only IPP/2.x answers and never fall back to IPP/1.1 (printers in the field need the fallback)");
   app.add_flag("!--no-web-services", common.webServices,
                "Skip web-services data maps: the printer has no web-services port");
   app.add_option("--snmp-user", common.snmpUser, "SNMPv3 user instead of the community");

@@ -2,6 +2,7 @@
 // printer or, with --targets, for a fleet.
 #include <fstream>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 #include "collect.h"
@@ -44,7 +45,6 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
   try {
     Target target = ParseTarget(line);
     auto address = MakeAddress(target, common);
-    std::u16string cacheKey = options.noCache ? std::u16string() : std::u16string(kDefaultCacheKey);
     // An ipp:// URI with a path names the queue the IPP items read.
     size_t scheme = line.find("://");
     const bool uriPath = line.rfind("ipp", 0) == 0 && scheme != std::string::npos &&
@@ -52,9 +52,10 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
     nlohmann::json maps = nlohmann::json::array();
     bool any = false;
     for (const auto& document : documents) {
+      std::u16string cacheKey = options.noCache ? std::u16string() : CacheKeyPath(target, document.file);
       Collection collection = CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey,
                                           uriPath ? target.resource : std::string());
-      any = any || !collection.values.empty();
+      any = any || collection.answered != 0;
       maps.push_back(CollectionJson(collection));
       if (out != nullptr) out->push_back(std::move(collection));
     }
@@ -84,6 +85,45 @@ void RunSingle(const CollectOptions& options, const Common& common) {
   }
 }
 
+// A fleet line: ADDRESS, then optionally the SNMP community (a bare word or
+// community=NAME) and an SNMPv3 user (user=NAME, with the pass phrases and
+// protocols of the command line). Printers of one fleet rarely share one.
+std::string FleetLine(const std::string& line, const Common& common, Common* mine) {
+  std::istringstream words(line);
+  std::string address, word;
+  words >> address;
+  *mine = common;
+  while (words >> word) {
+    if (word.rfind("user=", 0) == 0) {
+      mine->snmpUser = word.substr(5);
+    } else if (word.rfind("community=", 0) == 0) {
+      mine->community = word.substr(10);
+    } else if (word.find('=') == std::string::npos) {
+      mine->community = word;
+    } else {
+      throw Failure(kExitUsage, "'" + word + "': a fleet line is ADDRESS [COMMUNITY] [community=NAME] [user=NAME]");
+    }
+  }
+  return address;
+}
+
+// What the table form says of a printer: its error, or each data map that gave
+// nothing with the reason.
+std::string FleetSummary(const nlohmann::json& record) {
+  if (record.contains("error")) return record["error"].get<std::string>();
+  std::string failures;
+  size_t answered = 0;
+  for (const auto& map : record["datamaps"]) {
+    if (!map.contains("error")) {
+      ++answered;
+    } else if (map.contains("error")) {
+      failures += "; " + map["error"].get<std::string>();
+    }
+  }
+  return std::to_string(answered) + " of " + std::to_string(record["datamaps"].size()) + " data maps answered" +
+         failures;
+}
+
 // Many printers: workers take the next address from the file and write one JSON
 // line per printer as it finishes. Only N collections and the current lines are
 // ever in memory, whatever the file's length.
@@ -104,16 +144,24 @@ void RunFleet(const CollectOptions& options, const Common& common) {
           line.erase(line.find_last_not_of(" \t\r") + 1);
         } while (line.empty() || line[0] == '#');
       }
-      nlohmann::json record = CollectPrinter(line, documents, options, common, nullptr);
+      Common mine;
+      std::string address;
+      nlohmann::json record;
+      try {
+        address = FleetLine(line, common, &mine);
+        record = CollectPrinter(address, documents, options, mine, nullptr);
+      } catch (const Failure& failure) {
+        record = {{"address", line}, {"ok", false}, {"error", failure.what()}};
+        address = line;
+      }
       std::lock_guard<std::mutex> lock(outputLock);
       ++done;
       if (!record["ok"].get<bool>()) ++failed;
       if (common.json) {
         PrintJson(record);
       } else {
-        std::string summary = record.contains("error") ? record["error"].get<std::string>()
-                                                       : std::to_string(record["datamaps"].size()) + " data maps";
-        std::printf("%-24s %s %s\n", line.c_str(), record["ok"].get<bool>() ? "ok    " : "FAILED", summary.c_str());
+        std::printf("%s %s %s\n", PadToWidth(address, 24).c_str(), record["ok"].get<bool>() ? "ok    " : "FAILED",
+                    FleetSummary(record).c_str());
         std::fflush(stdout);
       }
     }
@@ -136,7 +184,7 @@ void AddCollectVerbs(CLI::App& app, Common& common) {
   collect->add_option("--datamap", options->datamaps, "data-map document, repeatable (default: the installed samples)")
       ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  collect->add_option("--targets", options->targets, "file of printer addresses, one a line: fleet mode");
+  collect->add_option("--targets", options->targets, "file of printers, one a line: ADDRESS [COMMUNITY] [user=SNMPV3-USER]: fleet mode");
   collect->add_option("--parallel", options->parallel, "printers collected at once in fleet mode (default 4)")
       ->check(CLI::Range(1u, 256u));
   collect->add_flag("--no-cache", options->noCache, "read every value from the device, not the registry cache");

@@ -16,6 +16,9 @@ struct RequestOptions {
   int32_t value = 0;
 };
 
+// The single-request processor's answer for a device its SNMP detection refused.
+constexpr HRESULT kNoSnmpDevice = 117;
+
 std::string OidDocument(const std::string& oid) {
   if (oid.empty() || oid.find_first_not_of("0123456789.") != std::string::npos) {
     throw Failure(kExitUsage, "'" + oid + "' is not a numeric OID such as 1.3.6.1.2.1.1.5.0");
@@ -43,8 +46,10 @@ void Run(const RequestOptions& options, const Common& common, bool set) {
   HRESULT status = set ? SetValueFromSingleRequest(address.get(), xml.c_str(), value.Ptr())
                        : GetValueFromSingleRequest(address.get(), xml.c_str(), value.Ptr());
   if (status != S_OK) {
+    // "Does not answer SNMP" is not what the user sees when snmpget answers.
+    std::string hint = status == kNoSnmpDevice ? SnmpDetectionHint(address.get()) : std::string();
     throw Failure(kExitFailed, std::string(set ? "set" : "get") + " at " + options.address + " failed: " +
-                                   DescribeStatus(status));
+                                   (hint.empty() ? DescribeStatus(status) : hint));
   }
   std::string what = options.datamap.empty() ? options.oid : options.datamap;
   if (common.json) {

@@ -24,9 +24,8 @@ struct StatusOptions {
 Owned<Norvane::IPPProvider> QueryProvider(const Target& target, Norvane::QxNetAddress* address) {
   SetLastError(0);
   Owned<Norvane::IPPProvider> provider(CreateIPPProvider(address, target.resource.c_str()));
-  if (!provider) {
-    throw Failure(kExitFailed, "no IPP printer at " + target.Uri() + ": " + DescribeLastError(GetLastError()));
-  }
+  if (!provider) throw Failure(kExitFailed, NoIppPrinter(address, target));
+  CheckIppStatus(provider.get(), target.Uri());
   return provider;
 }
 

@@ -306,8 +306,15 @@ void ServeIpp(const Request& req, Response& res, SimState& state)
 
     const auto resource = state.fixtures.Find(Tree::Http, req.path);
     IppAnswer answer;
-    if (plan.status || !resource) {
-        answer = {plan.status.value_or(404), WebErrorPage(plan.status.value_or(404))};
+    std::optional<IppAnswer> refused = state.ipp11Only ? RefuseIpp2(req.body) : std::nullopt;
+    if (plan.status) {
+        answer = {*plan.status, WebErrorPage(*plan.status)};
+    } else if (refused) {
+        answer = std::move(*refused);
+    } else if (!state.ippCapture.empty()) {
+        answer = AnswerFromCapture(req.body, state.ippCapture);
+    } else if (!resource) {
+        answer = {404, WebErrorPage(404)};
     } else {
         answer = AnswerIppRequest(req.body, resource->body);
     }

@@ -27,6 +27,11 @@ struct SimState {
     AccessLog log;
     StopSignal stop;
     bool allowExpectContinue = false;
+    // Every IPP request answered with these bytes, its request-id copied in.
+    std::string ippCapture;
+    // A printer that knows only IPP/1.x: a 2.x request gets
+    // server-error-version-not-supported.
+    bool ipp11Only = false;
 };
 
 void InstallRoutes(httplib::Server& server, Role role, SimState& state);

@@ -11,6 +11,7 @@ constexpr uint16_t kGetPrinterAttributes = 0x000B;
 constexpr uint16_t kSuccessfulOk = 0x0000;
 constexpr uint16_t kOperationNotSupported = 0x0501;
 constexpr uint16_t kInternalError = 0x0500;
+constexpr uint16_t kVersionNotSupported = 0x0503;
 constexpr uint8_t kOperationGroup = 0x01;
 constexpr uint8_t kPrinterGroup = 0x04;
 constexpr uint8_t kEndOfAttributes = 0x03;
@@ -77,6 +78,35 @@ bool PrinterGroup(const std::string& fixture, std::string& out)
 }
 
 }  // namespace
+
+IppAnswer AnswerFromCapture(const std::string& request, const std::string& capture)
+{
+    IppAnswer answer;
+    if (request.size() < 9 || capture.size() < 8) {
+        answer.httpStatus = 400;
+        return answer;
+    }
+    answer.body = capture;
+    answer.body.replace(4, 4, request, 4, 4);
+    return answer;
+}
+
+std::optional<IppAnswer> RefuseIpp2(const std::string& request)
+{
+    if (request.size() < 9 || static_cast<uint8_t>(request[0]) < 2)
+        return std::nullopt;
+    IppAnswer answer;
+    std::string& out = answer.body;
+    out.push_back(1);
+    out.push_back(1);
+    Put16(out, kVersionNotSupported);
+    out.append(request, 4, 4);
+    out.push_back(static_cast<char>(kOperationGroup));
+    PutValue(out, 0x47, "attributes-charset", "utf-8");
+    PutValue(out, 0x48, "attributes-natural-language", "en");
+    out.push_back(static_cast<char>(kEndOfAttributes));
+    return answer;
+}
 
 IppAnswer AnswerIppRequest(const std::string& request, const std::string& fixture)
 {

@@ -3,6 +3,7 @@
 // operation refused as a printer refuses what it does not implement.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace printersim {
@@ -17,5 +18,12 @@ struct IppAnswer {
 // blank lines and lines starting with '#' are skipped. A line that cannot be used
 // fails the request with server-error-internal-error, so a broken fixture shows.
 IppAnswer AnswerIppRequest(const std::string& request, const std::string& fixture);
+
+// A recorded answer, as it was captured but with the request's request-id.
+IppAnswer AnswerFromCapture(const std::string& request, const std::string& capture);
+
+// server-error-version-not-supported, as an IPP/1.1 printer answers a request of
+// a version it does not speak; nullopt when it speaks the request's version.
+std::optional<IppAnswer> RefuseIpp2(const std::string& request);
 
 }  // namespace printersim

@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -100,6 +102,17 @@ int main(int argc, char** argv)
 
     SimState state;
     state.allowExpectContinue = options.allowExpectContinue;
+    state.ipp11Only = options.ipp11Only;
+    if (!options.ippCapture.empty()) {
+        std::ifstream capture(options.ippCapture, std::ios::binary);
+        if (capture.is_open())
+            state.ippCapture.assign(std::istreambuf_iterator<char>(capture), std::istreambuf_iterator<char>());
+        if (state.ippCapture.size() < 8) {
+            std::cerr << "norvane-printer-sim: --ipp-capture " << options.ippCapture.string()
+                      << ": cannot be read or shorter than an IPP header\n";
+            return 1;
+        }
+    }
     if (!state.log.Open(options.logFile, error)) {
         std::cerr << "norvane-printer-sim: " << error << "\n";
         return 1;

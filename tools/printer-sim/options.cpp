@@ -39,6 +39,10 @@ Simulates a networked printer's XML resources and web-services endpoint.
                         stall:MS | chunked | early | basic:USER:PASS, optionally
                         followed by @COUNT
   --log FILE            append the request log to FILE (default standard error)
+  --ipp-capture FILE    answer every IPP request with FILE (a recorded answer), its
+                        request-id replaced by the request's
+  --ipp11-only          a printer of IPP/1.1 only: a 2.x request gets
+                        server-error-version-not-supported
   --allow-expect-continue
                         answer "Expect: 100-continue" with 100 instead of 417
   --help                show this text
@@ -76,6 +80,10 @@ ParseOutcome ParseOptions(int argc, char** argv, Options& options, std::string& 
 
         if (arg == "--help" || arg == "-h")
             return ParseOutcome::ShowHelp;
+        if (arg == "--ipp11-only") {
+            options.ipp11Only = true;
+            continue;
+        }
         if (arg == "--allow-expect-continue") {
             options.allowExpectContinue = true;
             continue;
@@ -86,6 +94,10 @@ ParseOutcome ParseOptions(int argc, char** argv, Options& options, std::string& 
             if (!next(text))
                 return ParseOutcome::Invalid;
             options.fixtures = text;
+        } else if (arg == "--ipp-capture") {
+            if (!next(text))
+                return ParseOutcome::Invalid;
+            options.ippCapture = text;
         } else if (arg == "--bind") {
             if (!next(options.bind))
                 return ParseOutcome::Invalid;

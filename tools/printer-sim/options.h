@@ -23,6 +23,8 @@ struct Options {
     std::vector<std::pair<std::string, FaultPlan>> faults;
     std::string logFile;   // empty: standard error
     bool allowExpectContinue = false;
+    std::filesystem::path ippCapture;  // empty: IPP answers made from the fixture
+    bool ipp11Only = false;
 };
 
 enum class ParseOutcome { Run, ShowHelp, Invalid };

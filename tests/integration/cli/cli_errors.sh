@@ -25,6 +25,8 @@ cases=(
   "1|reading: 'Software\\\\Nothing' does not exist|reg show Software/Nothing"
   "2|document '/nonexistent.pdf': cannot be read|print $ipp /nonexistent.pdf"
   "1|no job 4242 at $ipp|cancel $ipp 4242"
+  "1|no job 4242 at $ipp|jobs $ipp 4242"
+  "1|ipp://127.0.0.1:631/ipp/nosuch: the printer answered client-error-not-found \(0x0406\)|status ipp://127.0.0.1:631/ipp/nosuch"
 )
 
 failed=0

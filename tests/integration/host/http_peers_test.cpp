@@ -279,7 +279,7 @@ TEST_F(HostHttpPeers, StreamedBodiesReachThePrinterAsWrittenOrDeframedOnce) {
     ASSERT_NE(nullptr, stream);
     ASSERT_EQ(S_OK, stream->Open(42));
     for (const Write& write : c.writes) {
-      EXPECT_EQ(write.result, stream->WriteChunk(Bytes(write.bytes), static_cast<uint32_t>(write.bytes.size()), 42));
+      EXPECT_EQ(write.result, stream->WriteChunk(Bytes(write.bytes), static_cast<uint32_t>(write.bytes.size()), 0));
     }
     if (!c.sent) continue;
     Norvane::HTTPResponse* response = nullptr;
@@ -330,7 +330,7 @@ TEST_F(HostHttpPeers, CredentialsAnswerTheChallengeAndStreamsSendThemAtOnce) {
   ASSERT_EQ(S_OK, stream->Open(42));
   const std::string payload = Pattern(300000, 9);
   const std::string framed = Frame(payload) + kLastChunk;
-  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 42));
+  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 0));
   Norvane::HTTPResponse* response = nullptr;
   ASSERT_EQ(S_OK, stream->Send(&response));
   EXPECT_EQ(404u, response->GetStatus());

@@ -60,16 +60,16 @@ TEST(HostIppPeer, PrintJobOf256MiBStreamsInBoundedMemory) {
   std::string piece = Pattern(kChunk, 3);
   std::memcpy(piece.data(), "RaS2", 4);
   const std::string first = Frame(PrintJobRequest() + piece);
-  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(first), static_cast<uint32_t>(first.size()), 7));
+  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(first), static_cast<uint32_t>(first.size()), 0));
   // The rest: one 64 KiB buffer framed once and written again and again, as
   // the library reuses its document buffer.
   std::memcpy(piece.data(), "\0\0\0\0", 4);
   const std::string framed = Frame(piece);
   auto start = std::chrono::steady_clock::now();
   for (size_t sent = kChunk; sent < kDocument; sent += kChunk) {
-    ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 7)) << sent;
+    ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 0)) << sent;
   }
-  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(kLastChunk), static_cast<uint32_t>(kLastChunk.size()), 7));
+  ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(kLastChunk), static_cast<uint32_t>(kLastChunk.size()), 0));
   Norvane::HTTPResponse* response = nullptr;
   ASSERT_EQ(S_OK, stream->Send(&response));
   ASSERT_EQ(200u, response->GetStatus());
