@@ -34,8 +34,8 @@ extern "C" HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uint
   return S_OK;
 }
 
-extern "C" HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const char16_t* user,
-                                         uint32_t securityLevel, const char16_t* context) {
+extern "C" HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const char16_t* user, uint32_t securityLevel,
+                                         const char16_t* context) {
   auto* ours = Ours(address);
   std::string name = NorvaneHost::WideToUtf8(user);
   if (ours == nullptr || name.empty() || securityLevel < NORVANE_SNMP_NO_AUTH_NO_PRIV ||
@@ -77,8 +77,7 @@ extern "C" HRESULT NetAddressSetSnmpPort(Norvane::QxNetAddress* address, uint32_
   return S_OK;
 }
 
-extern "C" HRESULT NetAddressSetSnmpTimeout(Norvane::QxNetAddress* address, uint32_t milliseconds,
-                                            uint32_t retries) {
+extern "C" HRESULT NetAddressSetSnmpTimeout(Norvane::QxNetAddress* address, uint32_t milliseconds, uint32_t retries) {
   auto* ours = Ours(address);
   // net-snmp counts in microseconds in a long; an hour is more than enough.
   if (ours == nullptr || milliseconds == 0 || milliseconds > 3600000 || retries > 20) return E_INVALIDARG;
@@ -106,9 +105,7 @@ extern "C" uint32_t NetAddressIppAnsweredVersion(Norvane::QxNetAddress* address)
   return ours == nullptr ? 0 : ours->GetIppAnsweredVersion();
 }
 
-extern "C" const char* NetAddressErrorText(uint32_t code) {
-  return curl_easy_strerror(static_cast<CURLcode>(code));
-}
+extern "C" const char* NetAddressErrorText(uint32_t code) { return curl_easy_strerror(static_cast<CURLcode>(code)); }
 
 extern "C" const char* NetAddressResolveError(Norvane::QxNetAddress* address) {
   auto* ours = Ours(address);

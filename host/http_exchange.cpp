@@ -99,8 +99,8 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
   set(CURLOPT_PREREQFUNCTION, &HttpExchange::OnConnected);
   set(CURLOPT_PREREQDATA, this);
 
-  bool ignoreChain = (setup.securityFlags &
-                      (NORVANE_SECURITY_IGNORE_UNKNOWN_CA | NORVANE_SECURITY_IGNORE_CERT_DATE_INVALID)) != 0;
+  bool ignoreChain =
+      (setup.securityFlags & (NORVANE_SECURITY_IGNORE_UNKNOWN_CA | NORVANE_SECURITY_IGNORE_CERT_DATE_INVALID)) != 0;
   bool ignoreName = (setup.securityFlags & NORVANE_SECURITY_IGNORE_CERT_CN_INVALID) != 0;
   set(CURLOPT_SSL_VERIFYPEER, ignoreChain ? 0L : 1L);
   set(CURLOPT_SSL_VERIFYHOST, ignoreName ? 0L : 2L);
@@ -179,16 +179,23 @@ void HttpExchange::TraceEnd(CURLcode result) {
 int HttpExchange::OnDebug(CURL*, curl_infotype type, char* data, size_t size, void*) {
   const char* mark;
   switch (type) {
-    case CURLINFO_TEXT: mark = "http * "; break;
-    case CURLINFO_HEADER_IN: mark = "http < "; break;
-    case CURLINFO_HEADER_OUT: mark = "http > "; break;
+    case CURLINFO_TEXT:
+      mark = "http * ";
+      break;
+    case CURLINFO_HEADER_IN:
+      mark = "http < ";
+      break;
+    case CURLINFO_HEADER_OUT:
+      mark = "http > ";
+      break;
     case CURLINFO_DATA_IN:
     case CURLINFO_DATA_OUT:
       // Sizes only: a body may hold anything a user would not want in a log.
       TraceLine(std::string(type == CURLINFO_DATA_IN ? "http < " : "http > ") + "[" + std::to_string(size) +
                 " body bytes]");
       return 0;
-    default: return 0;  // TLS records
+    default:
+      return 0;  // TLS records
   }
   // Header blocks come whole, several lines at once.
   std::string_view text(data, size);

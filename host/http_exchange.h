@@ -27,9 +27,9 @@ struct ExchangeResponse {
 
 struct ExchangeSetup {
   std::string url;
-  std::string method = "GET";  // an HTTP token, upper case
+  std::string method = "GET";            // an HTTP token, upper case
   std::vector<std::string> headerLines;  // "Name: value", sent as given
-  const uint8_t* body = nullptr;  // whole body; must outlive the exchange
+  const uint8_t* body = nullptr;         // whole body; must outlive the exchange
   size_t bodyLength = 0;
   bool streamed = false;  // body comes through Write/EndBody instead
   std::string userName;
@@ -82,8 +82,7 @@ class HttpExchange {
   static size_t OnHeader(char* buffer, size_t size, size_t count, void* self);
   static size_t OnWrite(char* buffer, size_t size, size_t count, void* self);
   static int OnConnected(void* self, char* primaryIp, char* localIp, int primaryPort, int localPort);
-  static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal,
-                        curl_off_t ulNow);
+  static int OnProgress(void* self, curl_off_t dlTotal, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow);
   static int OnDebug(CURL* easy, curl_infotype type, char* data, size_t size, void* self);
   // The exchange's trace line, while the engine is still held.
   void TraceEnd(CURLcode result);

@@ -106,10 +106,8 @@ const char16_t* HttpResponseImpl::GetHeader(const char16_t* name) {
 
 // ----------------------------------------------------------------- request --
 
-HttpRequestImpl::HttpRequestImpl(NetAddressImpl* address, HostName host, bool tls, uint32_t port,
-                                 HttpSettings settings)
-    : address_(QxUtils::ShareRef(address)), host_(std::move(host)), tls_(tls), port_(port), settings_(settings) {
-}
+HttpRequestImpl::HttpRequestImpl(NetAddressImpl* address, HostName host, bool tls, uint32_t port, HttpSettings settings)
+    : address_(QxUtils::ShareRef(address)), host_(std::move(host)), tls_(tls), port_(port), settings_(settings) {}
 
 HttpRequestImpl::~HttpRequestImpl() {
   exchange_.reset();
@@ -252,11 +250,11 @@ bool HttpRequestImpl::TakeChannel() {
 
 HRESULT HttpRequestImpl::Conclude(CURLcode result) {
   bool streamed = phase_ == Phase::kStreaming;
-  bool answered = exchange_->HasResponseHead() &&
-                  (result == CURLE_OK ||
-                   // The device answered before taking the whole streamed body
-                   // and closed: its answer stands.
-                   (streamed && (result == CURLE_SEND_ERROR || result == CURLE_SEND_FAIL_REWIND)));
+  bool answered =
+      exchange_->HasResponseHead() && (result == CURLE_OK ||
+                                       // The device answered before taking the whole streamed body
+                                       // and closed: its answer stands.
+                                       (streamed && (result == CURLE_SEND_ERROR || result == CURLE_SEND_FAIL_REWIND)));
   errorCode_ = static_cast<uint32_t>(result);
   ExchangeResponse& received = exchange_->Response();
   if (received.status == 401) address_->NoteAuthSchemes(exchange_->OfferedAuthSchemes());

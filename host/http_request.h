@@ -39,7 +39,7 @@ class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPRes
  private:
   struct Field {
     std::string name;
-    std::string value;  // repeated fields joined
+    std::string value;                   // repeated fields joined
     std::optional<std::u16string> wide;  // the value widened, once asked for
   };
 
@@ -48,7 +48,7 @@ class HttpResponseImpl final : public Norvane::DisposableObject<Norvane::HTTPRes
   uint32_t status_;
   std::string statusLine_;
   std::vector<std::pair<std::string, std::string>> received_;  // each field as received, in order
-  std::vector<Field> fields_;  // one entry per field name, once merged
+  std::vector<Field> fields_;                                  // one entry per field name, once merged
   bool fieldsMerged_ = false;
   std::optional<std::u16string> statusText_;
   std::optional<std::u16string> allHeaders_;

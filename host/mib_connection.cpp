@@ -27,9 +27,9 @@ constexpr uint64_t kPrefetchLifeMs = 1000;
 constexpr HRESULT kBulkRefused = static_cast<HRESULT>(0x80040001);
 
 uint64_t NowMs() {
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                   std::chrono::steady_clock::now().time_since_epoch())
-                                   .count());
+  return static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+          .count());
 }
 
 void ClearOut(VARIANT* value) {
@@ -39,30 +39,49 @@ void ClearOut(VARIANT* value) {
 
 const char* PduName(int command) {
   switch (command) {
-    case SNMP_MSG_GET: return "GET";
-    case SNMP_MSG_GETNEXT: return "GETNEXT";
-    case SNMP_MSG_GETBULK: return "GETBULK";
-    case SNMP_MSG_SET: return "SET";
-    default: return "PDU";
+    case SNMP_MSG_GET:
+      return "GET";
+    case SNMP_MSG_GETNEXT:
+      return "GETNEXT";
+    case SNMP_MSG_GETBULK:
+      return "GETBULK";
+    case SNMP_MSG_SET:
+      return "SET";
+    default:
+      return "PDU";
   }
 }
 
 const char* TypeName(u_char type) {
   switch (type) {
-    case ASN_INTEGER: return "INTEGER";
-    case ASN_OCTET_STR: return "OCTET STRING";
-    case ASN_OBJECT_ID: return "OID";
-    case ASN_NULL: return "NULL";
-    case ASN_IPADDRESS: return "IpAddress";
-    case ASN_COUNTER: return "Counter32";
-    case ASN_GAUGE: return "Gauge32";
-    case ASN_TIMETICKS: return "TimeTicks";
-    case ASN_OPAQUE: return "Opaque";
-    case ASN_COUNTER64: return "Counter64";
-    case SNMP_NOSUCHOBJECT: return "noSuchObject";
-    case SNMP_NOSUCHINSTANCE: return "noSuchInstance";
-    case SNMP_ENDOFMIBVIEW: return "endOfMibView";
-    default: return "unknown type";
+    case ASN_INTEGER:
+      return "INTEGER";
+    case ASN_OCTET_STR:
+      return "OCTET STRING";
+    case ASN_OBJECT_ID:
+      return "OID";
+    case ASN_NULL:
+      return "NULL";
+    case ASN_IPADDRESS:
+      return "IpAddress";
+    case ASN_COUNTER:
+      return "Counter32";
+    case ASN_GAUGE:
+      return "Gauge32";
+    case ASN_TIMETICKS:
+      return "TimeTicks";
+    case ASN_OPAQUE:
+      return "Opaque";
+    case ASN_COUNTER64:
+      return "Counter64";
+    case SNMP_NOSUCHOBJECT:
+      return "noSuchObject";
+    case SNMP_NOSUCHINSTANCE:
+      return "noSuchInstance";
+    case SNMP_ENDOFMIBVIEW:
+      return "endOfMibView";
+    default:
+      return "unknown type";
   }
 }
 
@@ -97,8 +116,7 @@ void EnsureSnmpStarted() {
   });
 }
 
-HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& settings,
-                                  MibConnectionImpl** connection) {
+HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& settings, MibConnectionImpl** connection) {
   if (connection == nullptr) return E_POINTER;
   *connection = nullptr;
   EnsureSnmpStarted();
@@ -167,8 +185,10 @@ HRESULT MibConnectionImpl::ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* resp
     // Before sending, which consumes the request. A SET's values are not
     // traced, only their types.
     traced = std::string("snmp ") + PduName(request->command) + " " + SnmpPeerName(host_, settings_.port) +
-             (UserSecurity() ? " v3 user " + settings_.v3.user : settings_.version == 1 ? " v1" : " v2c") + " " +
-             DescribeVariables(request->variables, request->command == SNMP_MSG_SET);
+             (UserSecurity()           ? " v3 user " + settings_.v3.user
+              : settings_.version == 1 ? " v1"
+                                       : " v2c") +
+             " " + DescribeVariables(request->variables, request->command == SNMP_MSG_SET);
   }
   netsnmp_pdu* answer = nullptr;
   int status;
@@ -362,8 +382,7 @@ HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNe
   const oid* previous = nullptr;
   size_t previousLength = 0;
   bool first = true;
-  for (netsnmp_variable_list* variable = response->variables; variable != nullptr;
-       variable = variable->next_variable) {
+  for (netsnmp_variable_list* variable = response->variables; variable != nullptr; variable = variable->next_variable) {
     if (variable->type == SNMP_ENDOFMIBVIEW) {
       if (first) return E_FAIL;
       ahead.endFollows = true;
@@ -409,8 +428,7 @@ HRESULT MibConnectionImpl::SetValue(const char16_t* oidText, const VARIANT* valu
   if (sent->type == ASN_INTEGER) {
     snmp_pdu_add_variable(request, name->data(), name->size(), ASN_INTEGER, &sent->integer, sizeof(long));
   } else {
-    snmp_pdu_add_variable(request, name->data(), name->size(), ASN_OCTET_STR, sent->bytes.data(),
-                          sent->bytes.size());
+    snmp_pdu_add_variable(request, name->data(), name->size(), ASN_OCTET_STR, sent->bytes.data(), sent->bytes.size());
   }
   SnmpPduPtr response;
   HRESULT hr = ExchangeNoLock(request, &response);

@@ -49,8 +49,7 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   // E_OUTOFMEMORY when nextOid is too small; the answer is then kept, and the
   // caller's next call for the same OID (with a larger buffer) is answered
   // from it instead of asking the agent again. E_FAIL past the last object.
-  HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize,
-                             VARIANT* value) override;
+  HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize, VARIANT* value) override;
   HRESULT SetValue(const char16_t* oid, const VARIANT* value) override;
   HRESULT SetCommunity(const char16_t* community) override;
   HRESULT Close() override { return S_OK; }

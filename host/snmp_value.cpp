@@ -168,7 +168,8 @@ std::optional<SnmpSetValue> VariantToSetValue(const VARIANT& value) {
       return out;
     case VT_BSTR:
       out.type = ASN_OCTET_STR;
-      if (value.bstrVal != nullptr) out.bytes = WideToUtf8(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal)));
+      if (value.bstrVal != nullptr)
+        out.bytes = WideToUtf8(std::u16string_view(value.bstrVal, SysStringLen(value.bstrVal)));
       return out;
     case VT_ARRAY | VT_UI1: {
       out.type = ASN_OCTET_STR;

@@ -11,19 +11,35 @@ namespace {
 bool IsUnreservedOrReserved(unsigned char c) {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
   switch (c) {
-    case '-': case '.': case '_': case '~':                        // unreserved
-    case ':': case '/': case '?': case '#': case '[': case ']': case '@':  // gen-delims
-    case '!': case '$': case '&': case '\'': case '(': case ')':
-    case '*': case '+': case ',': case ';': case '=':              // sub-delims
+    case '-':
+    case '.':
+    case '_':
+    case '~':  // unreserved
+    case ':':
+    case '/':
+    case '?':
+    case '#':
+    case '[':
+    case ']':
+    case '@':  // gen-delims
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':  // sub-delims
       return true;
     default:
       return false;
   }
 }
 
-bool IsHex(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
+bool IsHex(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 bool IsValidIpv6(const std::string& text) {
   std::string address = text.substr(0, text.find('%'));
@@ -47,8 +63,7 @@ std::optional<HostName> ParseHostName(std::u16string_view text) {
   }
   for (unsigned char c : host) {
     if (c <= ' ' || c == 0x7F) return std::nullopt;
-    if (c == '/' || c == '?' || c == '#' || c == '@' || c == '[' || c == ']' || c == '%' ||
-        c == '\\') {
+    if (c == '/' || c == '?' || c == '#' || c == '@' || c == '[' || c == ']' || c == '%' || c == '\\') {
       return std::nullopt;
     }
   }

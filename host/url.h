@@ -27,9 +27,7 @@ std::optional<uint32_t> ParsePort(std::u16string_view text);
 constexpr bool IsIppPort(uint32_t port) { return port == 631 || port == 443; }
 uint32_t EffectivePort(uint32_t asked, std::u16string_view portText);
 // https for port 443 asked, and for IPP ports while the address is secure.
-constexpr bool UsesTls(uint32_t asked, bool secure) {
-  return asked == 443 || (secure && IsIppPort(asked));
-}
+constexpr bool UsesTls(uint32_t asked, bool secure) { return asked == 443 || (secure && IsIppPort(asked)); }
 
 // The path and query of a resource: an absolute URL gives the part after its
 // authority, a relative one gains a leading '/'; bytes outside the URL

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config git ccache
+  build-essential cmake ninja-build pkg-config git ccache clang-format
   clang libclang-rt-14-dev
   libxml2-dev libcurl4-openssl-dev libsnmp-dev
   libgtest-dev libgmock-dev libbenchmark-dev

@@ -23,25 +23,21 @@ extern "C" {
 // Data collection. On success the out argument receives the collection; on
 // failure it is not written. cache may be null.
 NORVANE_API HRESULT CreateDataCollectionFromFile(Norvane::Address* address, const char16_t* path,
-                                                 Norvane::DataCollection** collection,
-                                                 Norvane::ICacheProvider* cache);
+                                                 Norvane::DataCollection** collection, Norvane::ICacheProvider* cache);
 NORVANE_API HRESULT CreateDataCollectionFromXML(Norvane::Address* address, const char16_t* xml,
-                                                Norvane::DataCollection** collection,
-                                                Norvane::ICacheProvider* cache);
+                                                Norvane::DataCollection** collection, Norvane::ICacheProvider* cache);
 // node: an element of a parsed data-map document, or the xmlDoc* itself.
 NORVANE_API HRESULT CreateDataCollectionFromDOM(Norvane::Address* address, xmlNode* node,
-                                                Norvane::DataCollection** collection,
-                                                Norvane::ICacheProvider* cache);
-NORVANE_API HRESULT CreateDataCollectionFromDataMapSpecsCollection(
-    Norvane::Address* address, Norvane::DataMapSpecCollection* specs,
-    Norvane::DataCollection** collection, Norvane::ICacheProvider* cache);
+                                                Norvane::DataCollection** collection, Norvane::ICacheProvider* cache);
+NORVANE_API HRESULT CreateDataCollectionFromDataMapSpecsCollection(Norvane::Address* address,
+                                                                   Norvane::DataMapSpecCollection* specs,
+                                                                   Norvane::DataCollection** collection,
+                                                                   Norvane::ICacheProvider* cache);
 
 // One read or write without keeping a collection. Results: 0, 1, a negative
 // code, or an error code from 102 to 119.
-NORVANE_API HRESULT GetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml,
-                                              VARIANT* value);
-NORVANE_API HRESULT SetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml,
-                                              VARIANT* value);
+NORVANE_API HRESULT GetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml, VARIANT* value);
+NORVANE_API HRESULT SetValueFromSingleRequest(Norvane::Address* address, const char16_t* xml, VARIANT* value);
 
 // Caches.
 NORVANE_API Norvane::ICacheProvider* CreateRegCacheProvider(const char16_t* keyPath);
@@ -49,12 +45,9 @@ NORVANE_API Norvane::ICacheProvider* CreatePrintDataCacheProvider(uintptr_t prin
 
 // Providers. The IPP factories set the thread's last error on failure (87 for
 // an argument or a printer URI of the wrong scheme).
-NORVANE_API Norvane::IPPProvider* CreateIPPProvider(Norvane::Address* address,
-                                                    const char* resourceURI);
-NORVANE_API Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* address,
-                                                         const char16_t* printerURI);
-NORVANE_API Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address,
-                                                               const char16_t* printerURI,
+NORVANE_API Norvane::IPPProvider* CreateIPPProvider(Norvane::Address* address, const char* resourceURI);
+NORVANE_API Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* address, const char16_t* printerURI);
+NORVANE_API Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address, const char16_t* printerURI,
                                                                uint32_t securityFlags);
 NORVANE_API Norvane::IPPRequestBase* CreateIPPRequest(void);
 NORVANE_API Norvane::IPPResponseBase* CreateIPPResponse(void);
@@ -64,8 +57,7 @@ NORVANE_API Norvane::WSProvider* CreateWSProvider(Norvane::Address* address);
 
 // Fetches the printer's localised strings for a language. localeStrings is
 // written only on success.
-NORVANE_API HRESULT GetDeviceLocaleStrings(Norvane::Address* address,
-                                           std::u16string requestedLocale,
+NORVANE_API HRESULT GetDeviceLocaleStrings(Norvane::Address* address, std::u16string requestedLocale,
                                            std::u16string& localeStrings);
 
 // What the print polling threads of a provider see while a chunked job
@@ -78,16 +70,15 @@ NORVANE_API HRESULT GetDeviceLocaleStrings(Norvane::Address* address,
 // threads). The observer itself may replace or clear it, and must return
 // quickly.
 typedef void (*NorvanePollObserver)(void* context, int kind, const char* state, const char* reasons);
-NORVANE_API HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePollObserver observer,
-                                       void* context);
+NORVANE_API HRESULT SetIPPPollObserver(Norvane::IPPProvider* provider, NorvanePollObserver observer, void* context);
 
 // One Get-Jobs request for the requesting user's jobs on the provider's printer
 // ("which-jobs" completed when `completed`, else not-completed), for a host whose
 // printer refuses Get-Job-Attributes in the form the provider sends it: each of
 // the `count` attribute names (job-id, job-state, job-name, ...) gets one line per
 // job that carries it, in the printer's order, lines separated by "\n" and a
-// job's values (a 1setOf) by ","; it stays empty when no job carries it. 0 when the printer answered the request, 0x80004005 when it
-// refused it or could not be asked.
+// job's values (a 1setOf) by ","; it stays empty when no job carries it. 0 when the printer answered the request,
+// 0x80004005 when it refused it or could not be asked.
 NORVANE_API HRESULT GetIPPJobValues(Norvane::IPPProvider* provider, const char* user, bool completed,
                                     const char* const* names, VARIANT* values, uint32_t count);
 

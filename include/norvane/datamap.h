@@ -103,8 +103,7 @@ class NORVANE_API DataItemSpec : public NvoDataItem {
   // Also reads "Type", "Transient", "LifeSpan" and the Conversion children.
   explicit DataItemSpec(const xmlNode* element);
   // Stores the low 32 bits of `lifespan`.
-  DataItemSpec(const char16_t* name, bool transient, const char16_t* prefix, uint64_t lifespan,
-               const char16_t* type);
+  DataItemSpec(const char16_t* name, bool transient, const char16_t* prefix, uint64_t lifespan, const char16_t* type);
   DataItemSpec(const DataItemSpec& other);
   DataItemSpec& operator=(const DataItemSpec& other);
   ~DataItemSpec() override;
@@ -196,9 +195,9 @@ class NORVANE_API NextOIDDataItemSpec : public OIDDataItemSpec {
   static NextOIDDataItemSpec* CreateNextOidDataItemSpec();
   static NextOIDDataItemSpec* CreateNextOidDataItemSpec(const xmlNode* element);
   static NextOIDDataItemSpec* CreateNextOidDataItemSpec(const char16_t* name, const char16_t* oid,
-                                                        const char16_t* group, bool transient,
-                                                        const char16_t* prefix, uint64_t lifespan,
-                                                        const char16_t* type, bool untilEnd, int32_t count);
+                                                        const char16_t* group, bool transient, const char16_t* prefix,
+                                                        uint64_t lifespan, const char16_t* type, bool untilEnd,
+                                                        int32_t count);
   NextOIDDataItemSpec(const NextOIDDataItemSpec& other);
   NextOIDDataItemSpec& operator=(const NextOIDDataItemSpec& other);
   ~NextOIDDataItemSpec() override;
@@ -214,8 +213,7 @@ class NORVANE_API NextOIDDataItemSpec : public OIDDataItemSpec {
   NextOIDDataItemSpec();
   explicit NextOIDDataItemSpec(const xmlNode* element);
   NextOIDDataItemSpec(const char16_t* name, const char16_t* oid, const char16_t* group, bool transient,
-                      const char16_t* prefix, uint64_t lifespan, const char16_t* type, bool untilEnd,
-                      int32_t count);
+                      const char16_t* prefix, uint64_t lifespan, const char16_t* type, bool untilEnd, int32_t count);
 
  private:
   int32_t count_ = 0;
@@ -230,10 +228,9 @@ class NORVANE_API OIDGetDataItemsSpec : public OIDDataItemSpec {
   static OIDGetDataItemsSpec* CreateOIDGetDataItemsSpec(const xmlNode* element);
   // The N counter starts at 0 whatever `n` says.
   static OIDGetDataItemsSpec* CreateOIDGetDataItemsSpec(const char16_t* name, const char16_t* oid,
-                                                        const char16_t* group, bool transient,
-                                                        const char16_t* prefix, uint64_t lifespan,
-                                                        const char16_t* type, bool untilEnd, int32_t count,
-                                                        const char16_t* n);
+                                                        const char16_t* group, bool transient, const char16_t* prefix,
+                                                        uint64_t lifespan, const char16_t* type, bool untilEnd,
+                                                        int32_t count, const char16_t* n);
   OIDGetDataItemsSpec(const OIDGetDataItemsSpec& other);
   OIDGetDataItemsSpec& operator=(const OIDGetDataItemsSpec& other);
   ~OIDGetDataItemsSpec() override;
@@ -258,8 +255,8 @@ class NORVANE_API OIDGetDataItemsSpec : public OIDDataItemSpec {
   OIDGetDataItemsSpec();
   explicit OIDGetDataItemsSpec(const xmlNode* element);
   OIDGetDataItemsSpec(const char16_t* name, const char16_t* oid, const char16_t* group, bool transient,
-                      const char16_t* prefix, uint64_t lifespan, const char16_t* type, bool untilEnd,
-                      int32_t count, const char16_t* n);
+                      const char16_t* prefix, uint64_t lifespan, const char16_t* type, bool untilEnd, int32_t count,
+                      const char16_t* n);
 
  private:
   std::u16string FindAndReplaceNInOID();
@@ -303,8 +300,8 @@ class NORVANE_API IPPDataItemSpec : public DataItemSpec {
   // Resource URI, charset and language stay null; the job URI is kept only
   // together with a (non-null) command.
   static IPPDataItemSpec* CreateIPPDataItemSpec(const char16_t* name, const char16_t* command, bool transient,
-                                                const char16_t* prefix, const char16_t* jobUri,
-                                                uint64_t lifespan, const char16_t* type);
+                                                const char16_t* prefix, const char16_t* jobUri, uint64_t lifespan,
+                                                const char16_t* type);
   IPPDataItemSpec(const IPPDataItemSpec& other);
   IPPDataItemSpec& operator=(const IPPDataItemSpec& other);
   ~IPPDataItemSpec() override;

@@ -78,8 +78,7 @@ NORVANE_API Norvane::QxNetAddress* CreateNetAddress(const char16_t* host);
 // The address must be one made by CreateNetAddress.
 
 // SNMP community (default "public"); null or empty restores the default.
-NORVANE_API HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address,
-                                               const char16_t* community);
+NORVANE_API HRESULT NetAddressSetSnmpCommunity(Norvane::QxNetAddress* address, const char16_t* community);
 // NORVANE_SNMP_VERSION_1, NORVANE_SNMP_VERSION_2C (the default) or
 // NORVANE_SNMP_VERSION_3, which uses the user below instead of the community.
 NORVANE_API HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uint32_t version);
@@ -88,8 +87,8 @@ NORVANE_API HRESULT NetAddressSetSnmpVersion(Norvane::QxNetAddress* address, uin
 // selects NORVANE_SNMP_VERSION_3. The agent's engine is discovered by a
 // connection's first request. A connection whose level needs a protocol not set below
 // is not made (GetMIBConnection fails with E_INVALIDARG).
-NORVANE_API HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const char16_t* user,
-                                          uint32_t securityLevel, const char16_t* context);
+NORVANE_API HRESULT NetAddressSetSnmpUser(Norvane::QxNetAddress* address, const char16_t* user, uint32_t securityLevel,
+                                          const char16_t* context);
 // SNMPv3 authentication protocol (NORVANE_SNMP_AUTH_*) and pass phrase, and
 // privacy protocol (NORVANE_SNMP_PRIV_*) and pass phrase; each pass phrase has
 // at least 8 characters. Pass phrases are never logged.
@@ -100,13 +99,11 @@ NORVANE_API HRESULT NetAddressSetSnmpPrivacy(Norvane::QxNetAddress* address, uin
 // UDP port of the agent (default 161).
 NORVANE_API HRESULT NetAddressSetSnmpPort(Norvane::QxNetAddress* address, uint32_t port);
 // Wait for one SNMP answer and the number of further tries (defaults 2000 ms, 1).
-NORVANE_API HRESULT NetAddressSetSnmpTimeout(Norvane::QxNetAddress* address,
-                                             uint32_t milliseconds, uint32_t retries);
+NORVANE_API HRESULT NetAddressSetSnmpTimeout(Norvane::QxNetAddress* address, uint32_t milliseconds, uint32_t retries);
 // HTTP connect time-out and read time-out (defaults 5000 ms and 30000 ms). The
 // read time-out bounds any wait in which no byte moves in either direction; 0
 // keeps the current value.
-NORVANE_API HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address,
-                                              uint32_t connectMilliseconds,
+NORVANE_API HRESULT NetAddressSetHttpTimeouts(Norvane::QxNetAddress* address, uint32_t connectMilliseconds,
                                               uint32_t readMilliseconds);
 
 // Text describing an HTTPRequest::GetErrorCode value (static storage).

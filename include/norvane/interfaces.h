@@ -38,16 +38,14 @@ class NORVANE_API ICacheProvider : public IDisposable {
 class NORVANE_API IXMLProvider : public IDisposable {
  public:
   virtual uint32_t GetPort() = 0;
-  virtual HRESULT GetValue(const char16_t* uri, const char16_t* xpath, char16_t* buffer,
-                           uint32_t bufferSize, uint32_t* requiredSize, uint32_t useCache,
-                           uint32_t lifespan) = 0;
+  virtual HRESULT GetValue(const char16_t* uri, const char16_t* xpath, char16_t* buffer, uint32_t bufferSize,
+                           uint32_t* requiredSize, uint32_t useCache, uint32_t lifespan) = 0;
 };
 
 class NORVANE_API VEXAProvider : public IXMLProvider {
  public:
-  virtual HRESULT GetResourceURI(const char16_t* resourceType, char16_t* buffer,
-                                 uint32_t bufferSize, uint32_t* requiredSize,
-                                 uint32_t lifespan) = 0;
+  virtual HRESULT GetResourceURI(const char16_t* resourceType, char16_t* buffer, uint32_t bufferSize,
+                                 uint32_t* requiredSize, uint32_t lifespan) = 0;
 };
 
 class NORVANE_API PLSXMLProvider : public IXMLProvider {};
@@ -64,8 +62,7 @@ class NORVANE_API OIDProvider : public IDisposable {
   ~OIDProvider() override;
   // One OID, or two joined by ";".
   virtual HRESULT GetValue(const char16_t* oid, VARIANT* value) = 0;
-  virtual HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize,
-                                     VARIANT* value) = 0;
+  virtual HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize, VARIANT* value) = 0;
   virtual HRESULT GetMultipleValues(const char16_t** oids, VARIANT* values, uint32_t count) = 0;
 };
 
@@ -74,20 +71,19 @@ class NORVANE_API IPPProvider : public IDisposable {
   IPPProvider();
   ~IPPProvider() override;
   virtual HRESULT GetValue(const char* name, VARIANT* value) = 0;
-  virtual HRESULT GetIPPValue(const char* name, uint32_t getJob, VARIANT* value,
-                              const char* jobURI, const char* resourceURI,
-                              uint32_t securityFlags, int32_t isCollectionQuery,
+  virtual HRESULT GetIPPValue(const char* name, uint32_t getJob, VARIANT* value, const char* jobURI,
+                              const char* resourceURI, uint32_t securityFlags, int32_t isCollectionQuery,
                               const char* collectionQuery) = 0;
   virtual HRESULT PrintUri(IPPRequestBase* attributes, IPPResponseBase* response) = 0;
   virtual HRESULT SendURI(IPPRequestBase* attributes, IPPResponseBase* response) = 0;
   virtual HRESULT CreateJob(IPPRequestBase* attributes, IPPResponseBase* response) = 0;
   virtual HRESULT CancelJob(IPPRequestBase* attributes, IPPResponseBase* response) = 0;
   // First block of print data; chunked streams continue with PrintJobWrite.
-  virtual HRESULT PrintJob(IPPRequestBase* attributes, IPPResponseBase* response,
-                           const uint8_t* data, int32_t length, bool chunked) = 0;
+  virtual HRESULT PrintJob(IPPRequestBase* attributes, IPPResponseBase* response, const uint8_t* data, int32_t length,
+                           bool chunked) = 0;
   // Next block; a length of 0 ends the document.
-  virtual HRESULT PrintJobWrite(IPPRequestBase* attributes, IPPResponseBase* response,
-                                const uint8_t* data, int32_t length) = 0;
+  virtual HRESULT PrintJobWrite(IPPRequestBase* attributes, IPPResponseBase* response, const uint8_t* data,
+                                int32_t length) = 0;
   virtual HRESULT SetTimeValues(uint32_t first, uint32_t second, uint32_t third) = 0;
   virtual HRESULT ValidateCredentials(IPPRequestBase* attributes, IPPResponseBase* response) = 0;
 };

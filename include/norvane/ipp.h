@@ -40,9 +40,9 @@ struct IPPRangeValue {
 // `range`, and every other tag the zero-terminated UTF-8 `text`; a text with
 // commas in one of the string tags is sent as several values.
 struct IPPAttributeStruct {
-  uint32_t group;           // IPPAttributeGroup
-  uint32_t valueTag;        // an IPP value tag
-  char name[128];           // zero-terminated, at most 127 characters
+  uint32_t group;     // IPPAttributeGroup
+  uint32_t valueTag;  // an IPP value tag
+  char name[128];     // zero-terminated, at most 127 characters
   union {
     int32_t integer;
     uint8_t boolean;

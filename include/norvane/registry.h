@@ -32,14 +32,11 @@ struct RegistryEntry {
 NORVANE_API std::string RegistryHiveRoot(RegistryHive hive);
 // Values (in name order) and subkey names of an existing key; either output may
 // be null.
-NORVANE_API long RegistryReadKey(RegistryHive hive, std::u16string_view path,
-                                 std::vector<RegistryEntry>* values,
+NORVANE_API long RegistryReadKey(RegistryHive hive, std::u16string_view path, std::vector<RegistryEntry>* values,
                                  std::vector<std::u16string>* subkeys);
 // Writes one value, creating the key and its parents when missing.
-NORVANE_API long RegistryWriteValue(RegistryHive hive, std::u16string_view path,
-                                    const RegistryEntry& value);
-NORVANE_API long RegistryDeleteValue(RegistryHive hive, std::u16string_view path,
-                                     std::u16string_view name);
+NORVANE_API long RegistryWriteValue(RegistryHive hive, std::u16string_view path, const RegistryEntry& value);
+NORVANE_API long RegistryDeleteValue(RegistryHive hive, std::u16string_view path, std::u16string_view name);
 // Removes a key with its values and subkeys. The hive itself (empty path) is
 // refused with 87.
 NORVANE_API long RegistryDeleteKey(RegistryHive hive, std::u16string_view path);

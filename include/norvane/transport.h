@@ -8,7 +8,6 @@
 #pragma once
 
 #include <atomic>
-
 #include <cstdint>
 
 #include "norvane/disposable.h"
@@ -26,7 +25,7 @@ class NORVANE_API HTTPResponse : public IDisposable {
  public:
   virtual HRESULT GetStatusText(const char16_t** text);  // not called
   virtual uint32_t GetStatus() = 0;
-  virtual const char16_t* GetContentType();  // not called
+  virtual const char16_t* GetContentType();              // not called
   virtual HRESULT GetAllHeaders(const char16_t** text);  // not called
   virtual uint32_t GetBodyLength() = 0;
   // Body bytes, null when there is none; a text body is followed by a zero byte
@@ -77,8 +76,7 @@ class NORVANE_API MIBConnection : public IDisposable {
   virtual HRESULT GetMultipleValues(const char16_t** oids, VARIANT* values, uint32_t count) = 0;
   // Writes the OID following `oid` into `nextOid` (size in characters, with the
   // terminator) and its value; E_OUTOFMEMORY when the buffer is too small.
-  virtual HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize,
-                                     VARIANT* value) = 0;
+  virtual HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize, VARIANT* value) = 0;
   virtual HRESULT SetValue(const char16_t* oid, const VARIANT* value) = 0;
   virtual HRESULT SetCommunity(const char16_t* community);  // not called
   virtual HRESULT Close();                                  // not called
@@ -116,8 +114,8 @@ class NORVANE_API Address : public IDisposable {
   virtual const char16_t* GetName();  // not called
   // Host name, IP address text, or a port name such as USB001.
   virtual const char16_t* GetHost() = 0;
-  virtual const char16_t* GetMACAddress();       // not called
-  virtual const char16_t* GetCommunityName();    // not called
+  virtual const char16_t* GetMACAddress();     // not called
+  virtual const char16_t* GetCommunityName();  // not called
   virtual HRESULT CreateRequest(HTTPRequest** request, uint32_t port) = 0;
   virtual HRESULT CreateRequestEx(HTTPRequest** request, uint32_t port) = 0;
   virtual HRESULT GetMIBConnection(MIBConnection** connection) = 0;
@@ -128,9 +126,9 @@ class NORVANE_API Address : public IDisposable {
   virtual HRESULT SetPortText(const char16_t* port) = 0;
   virtual const char16_t* GetPortText() = 0;
   virtual HRESULT SetSecure(bool secure) = 0;
-  virtual bool IsSecure();                              // not called
-  virtual HRESULT SetTimeout(uint32_t milliseconds);    // not called
-  virtual uint32_t GetTimeout();                        // not called
+  virtual bool IsSecure();                            // not called
+  virtual HRESULT SetTimeout(uint32_t milliseconds);  // not called
+  virtual uint32_t GetTimeout();                      // not called
 };
 
 // Host-side address class; the data collection looks for the web-service port

@@ -7,22 +7,19 @@
 QX_LOG_SOURCE_FILE()
 
 extern "C" HRESULT CreateDataCollectionFromFile(Norvane::Address* address, const char16_t* path,
-                                                Norvane::DataCollection** collection,
-                                                Norvane::ICacheProvider* cache) {
+                                                Norvane::DataCollection** collection, Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromFile");
   return Norvane::DataCollectionImpl::CreateFromFile(address, path, collection, cache);
 }
 
 extern "C" HRESULT CreateDataCollectionFromXML(Norvane::Address* address, const char16_t* xml,
-                                               Norvane::DataCollection** collection,
-                                               Norvane::ICacheProvider* cache) {
+                                               Norvane::DataCollection** collection, Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromXML");
   return Norvane::DataCollectionImpl::CreateFromXML(address, xml, collection, cache);
 }
 
 extern "C" HRESULT CreateDataCollectionFromDOM(Norvane::Address* address, xmlNode* node,
-                                               Norvane::DataCollection** collection,
-                                               Norvane::ICacheProvider* cache) {
+                                               Norvane::DataCollection** collection, Norvane::ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateDataCollectionFromDOM");
   return Norvane::DataCollectionImpl::CreateFromDOM(address, node, collection, cache);
 }

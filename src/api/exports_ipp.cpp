@@ -22,9 +22,8 @@ extern "C" Norvane::IPPProvider* CreateIPPPrintProvider(Norvane::Address* addres
   return Norvane::IPPProviderImpl::Create2(address, printerURI, 0);
 }
 
-extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address,
-                                                             const char16_t* printerURI,
-                                                             uint32_t securityFlags) {
+extern "C" Norvane::IPPProvider* CreateSecureIPPPrintProvider(Norvane::Address* address, const char16_t* printerURI,
+                                                              uint32_t securityFlags) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::CreateSecureIPPPrintProvider");
   if (Norvane::IPPProviderImpl::GetURIScheme(printerURI) != Norvane::IppUriScheme::kSecureIpp) {
     SetLastError(ERROR_INVALID_PARAMETER);

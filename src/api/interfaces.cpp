@@ -9,7 +9,9 @@ namespace Norvane {
 
 DataCollection::DataCollection() { QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollection::DataCollection"); }
 
-DataCollection::~DataCollection() { QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollection::~DataCollection"); }
+DataCollection::~DataCollection() {
+  QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollection::~DataCollection");
+}
 
 IPPProvider::IPPProvider() { QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPProvider::IPPProvider"); }
 

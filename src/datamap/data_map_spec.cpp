@@ -43,9 +43,8 @@ constexpr ItemKind kOidItems[] = {{"DataItem", NewOidItem, false},
                                   {"NextDataItem", NewNextOidItem, false},
                                   {"GetDataItems", NewGetItemsItem, false},
                                   {"StaticDataItem", NewStaticItem, false}};
-constexpr ItemKind kIppItems[] = {{"DataItem", NewIppItem, false},
-                                  {"StaticDataItem", NewStaticItem, false},
-                                  {"IPPParams", NewIppItem, true}};
+constexpr ItemKind kIppItems[] = {
+    {"DataItem", NewIppItem, false}, {"StaticDataItem", NewStaticItem, false}, {"IPPParams", NewIppItem, true}};
 
 struct MapKind {
   const char* element;

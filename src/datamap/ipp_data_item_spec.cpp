@@ -26,9 +26,8 @@ IPPDataItemSpec::IPPDataItemSpec(const xmlNode* element) : DataItemSpec(element)
   lang_ = TextValueOf(attributes, "Lang");
 }
 
-IPPDataItemSpec::IPPDataItemSpec(const char16_t* name, const char16_t* command, bool transient,
-                                 const char16_t* prefix, const char16_t* jobUri, uint64_t lifespan,
-                                 const char16_t* type)
+IPPDataItemSpec::IPPDataItemSpec(const char16_t* name, const char16_t* command, bool transient, const char16_t* prefix,
+                                 const char16_t* jobUri, uint64_t lifespan, const char16_t* type)
     : DataItemSpec(name, transient, prefix, lifespan, type) {
   // A job URI means nothing without the command that addresses the job.
   if (command != nullptr) {
@@ -56,10 +55,9 @@ IPPDataItemSpec* IPPDataItemSpec::CreateIPPDataItemSpec(const xmlNode* element) 
   return Created(new (std::nothrow) IPPDataItemSpec(element));
 }
 
-IPPDataItemSpec* IPPDataItemSpec::CreateIPPDataItemSpec(const char16_t* name, const char16_t* command,
-                                                        bool transient, const char16_t* prefix,
-                                                        const char16_t* jobUri, uint64_t lifespan,
-                                                        const char16_t* type) {
+IPPDataItemSpec* IPPDataItemSpec::CreateIPPDataItemSpec(const char16_t* name, const char16_t* command, bool transient,
+                                                        const char16_t* prefix, const char16_t* jobUri,
+                                                        uint64_t lifespan, const char16_t* type) {
   return Created(new (std::nothrow) IPPDataItemSpec(name, command, transient, prefix, jobUri, lifespan, type));
 }
 

@@ -14,8 +14,6 @@ T* Created(T* object) {
   return object;
 }
 
-inline BStr CopyText(const char16_t* text) {
-  return text == nullptr ? BStr() : BStr(std::u16string_view(text));
-}
+inline BStr CopyText(const char16_t* text) { return text == nullptr ? BStr() : BStr(std::u16string_view(text)); }
 
 }  // namespace Norvane::DataMapDetail

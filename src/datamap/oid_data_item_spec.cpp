@@ -49,9 +49,8 @@ OIDDataItemSpec* OIDDataItemSpec::CreateOIDDataItemSpec(const xmlNode* element) 
 }
 
 OIDDataItemSpec* OIDDataItemSpec::CreateOIDDataItemSpec(const char16_t* name, const char16_t* oid,
-                                                        const char16_t* group, bool transient,
-                                                        const char16_t* prefix, uint64_t lifespan,
-                                                        const char16_t* type) {
+                                                        const char16_t* group, bool transient, const char16_t* prefix,
+                                                        uint64_t lifespan, const char16_t* type) {
   return Created(new (std::nothrow) OIDDataItemSpec(name, oid, group, transient, prefix, lifespan, type));
 }
 

@@ -19,8 +19,7 @@ using DataMapDetail::Created;
 
 OIDGetDataItemsSpec::OIDGetDataItemsSpec() : n_(std::u16string_view()) {}
 
-OIDGetDataItemsSpec::OIDGetDataItemsSpec(const xmlNode* element)
-    : OIDDataItemSpec(element), n_(std::u16string_view()) {
+OIDGetDataItemsSpec::OIDGetDataItemsSpec(const xmlNode* element) : OIDDataItemSpec(element), n_(std::u16string_view()) {
   if (!Xml::IsElement(element)) return;
   const xmlAttr* attributes = AttributesOf(element);
   untilEnd_ = BoolValueOf(attributes, "UntilEnd");
@@ -84,10 +83,10 @@ OIDGetDataItemsSpec* OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(const xmlNod
 OIDGetDataItemsSpec* OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(const char16_t* name, const char16_t* oid,
                                                                     const char16_t* group, bool transient,
                                                                     const char16_t* prefix, uint64_t lifespan,
-                                                                    const char16_t* type, bool untilEnd,
-                                                                    int32_t count, const char16_t* n) {
-  return Created(new (std::nothrow) OIDGetDataItemsSpec(name, oid, group, transient, prefix, lifespan, type,
-                                                        untilEnd, count, n));
+                                                                    const char16_t* type, bool untilEnd, int32_t count,
+                                                                    const char16_t* n) {
+  return Created(new (std::nothrow)
+                     OIDGetDataItemsSpec(name, oid, group, transient, prefix, lifespan, type, untilEnd, count, n));
 }
 
 }  // namespace Norvane

@@ -39,8 +39,8 @@ bool AnyToken(std::u16string_view text, Visit visit) {
   size_t start = 0;
   while (true) {
     size_t comma = text.find(u',', start);
-    std::u16string_view token = text.substr(start, comma == std::u16string_view::npos ? text.size() - start
-                                                                                       : comma - start);
+    std::u16string_view token =
+        text.substr(start, comma == std::u16string_view::npos ? text.size() - start : comma - start);
     if (visit(token)) return true;
     if (comma == std::u16string_view::npos) return false;
     start = comma + 1;

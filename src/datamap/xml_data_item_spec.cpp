@@ -35,18 +35,16 @@ void XMLDataItemSpec::Initialize() {
   xpath_ = BStr();
 }
 
-XMLDataItemSpec* XMLDataItemSpec::CreateXMLDataItem() {
-  return Created(new (std::nothrow) XMLDataItemSpec());
-}
+XMLDataItemSpec* XMLDataItemSpec::CreateXMLDataItem() { return Created(new (std::nothrow) XMLDataItemSpec()); }
 
 XMLDataItemSpec* XMLDataItemSpec::CreateXMLDataItem(const xmlNode* element) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::XMLDataItemSpec::CreateXMLDataItem");
   return Created(new (std::nothrow) XMLDataItemSpec(element));
 }
 
-XMLDataItemSpec* XMLDataItemSpec::CreateXMLDataItem(const char16_t* name, const char16_t* uri,
-                                                    const char16_t* xpath, const char16_t* prefix, bool transient,
-                                                    uint64_t lifespan, const char16_t* type) {
+XMLDataItemSpec* XMLDataItemSpec::CreateXMLDataItem(const char16_t* name, const char16_t* uri, const char16_t* xpath,
+                                                    const char16_t* prefix, bool transient, uint64_t lifespan,
+                                                    const char16_t* type) {
   return Created(new (std::nothrow) XMLDataItemSpec(name, uri, xpath, prefix, transient, lifespan, type));
 }
 

@@ -81,8 +81,8 @@ HRESULT DataCollectionImpl::CreateFromDOM(Address* address, xmlNode* node, DataC
   return CreateFromSpecs(address, specs.get(), collection, cache);
 }
 
-HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollection* specs,
-                                            DataCollection** collection, ICacheProvider* cache) {
+HRESULT DataCollectionImpl::CreateFromSpecs(Address* address, DataMapSpecCollection* specs, DataCollection** collection,
+                                            ICacheProvider* cache) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::DataCollectionImpl::CreateFromSpecs");
   if (address == nullptr || specs == nullptr) return E_FAIL;
   auto* registryCache = dynamic_cast<RegCacheProvider*>(cache);
@@ -117,8 +117,7 @@ HRESULT DataCollectionImpl::IsPrintContractDevice(Address* address) {
   auto provider = QxUtils::AdoptRef(IPPProviderImpl::Create(address, "/ipp/printer", false, kIppDefaultSecurityFlags));
   if (!provider) return E_FAIL;
   Variant version;
-  return provider->GetValue("qv-pc-version-major", version.Ptr()) == S_OK && version.Type() != VT_EMPTY ? S_OK
-                                                                                                     : E_FAIL;
+  return provider->GetValue("qv-pc-version-major", version.Ptr()) == S_OK && version.Type() != VT_EMPTY ? S_OK : E_FAIL;
 }
 
 HRESULT DataCollectionImpl::PopulateValueFromCache(ICacheProvider* cache, DataMapSpec* dataMap) {

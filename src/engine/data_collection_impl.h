@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "engine/value_index.h"
-
 #include "norvane/datamap.h"
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
@@ -29,8 +28,7 @@ class DataCollectionImpl : public DataCollection {
                                 ICacheProvider* cache);
   static HRESULT CreateFromXML(Address* address, const char16_t* text, DataCollection** collection,
                                ICacheProvider* cache);
-  static HRESULT CreateFromDOM(Address* address, xmlNode* node, DataCollection** collection,
-                               ICacheProvider* cache);
+  static HRESULT CreateFromDOM(Address* address, xmlNode* node, DataCollection** collection, ICacheProvider* cache);
   static HRESULT CreateFromSpecs(Address* address, DataMapSpecCollection* specs, DataCollection** collection,
                                  ICacheProvider* cache);
   // 0 when the device reports a print-contract version over IPP.

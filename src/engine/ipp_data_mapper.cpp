@@ -68,8 +68,8 @@ HRESULT IPPDataMapper::GetValue(const char16_t* name, VARIANT* value) {
     }
     bool jobQuery = command == kGetJobAttributes;
     std::string jobURI = jobQuery ? QxUtils::WideToUtf8(item->GetJobUri()) : std::string();
-    hr = provider_->GetIPPValue(attribute.c_str(), jobQuery ? 1 : 0, raw.Ptr(), jobURI.c_str(), resource.c_str(), 0,
-                                0, " ");
+    hr = provider_->GetIPPValue(attribute.c_str(), jobQuery ? 1 : 0, raw.Ptr(), jobURI.c_str(), resource.c_str(), 0, 0,
+                                " ");
   }
   if (hr != S_OK) return hr;
 

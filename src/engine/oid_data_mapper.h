@@ -36,8 +36,8 @@ class OIDDataMapper : public DisposableObject<DataCollectionImpl> {
   // Decimal, zero-padded to at least three digits: 000, 007, 1000.
   static std::u16string GetSequenceString(uint32_t number);
   // [prefix ":"] name ["." sequence]; E_FAIL when the name is empty.
-  static HRESULT ConstructKey(std::u16string_view prefix, std::u16string_view name,
-                              const std::u16string_view* sequence, std::u16string* key);
+  static HRESULT ConstructKey(std::u16string_view prefix, std::u16string_view name, const std::u16string_view* sequence,
+                              std::u16string* key);
 
  private:
   OIDDataMapper(OIDProvider* provider, DataMapSpec* dataMap);

@@ -75,8 +75,8 @@ DataCollectionImpl* OpenWebServices(Address* address, DataMapSpec* dataMap, bool
 DataCollectionImpl* OpenProductInformation(Address* address, DataMapSpec* dataMap, bool wantIdentity,
                                            ProtocolAttempt* attempt) {
   return WrapXmlProvider(PLSXMLProviderImpl::Create(address), dataMap, wantIdentity, attempt, [](IXMLProvider* p) {
-    return ReadXmlIdentity(p, PLSXMLProviderImpl::kProductInformationPath, PLSXMLProviderImpl::kSerialNumberXPath,
-                           256, 1);
+    return ReadXmlIdentity(p, PLSXMLProviderImpl::kProductInformationPath, PLSXMLProviderImpl::kSerialNumberXPath, 256,
+                           1);
   });
 }
 
@@ -116,8 +116,8 @@ DataCollectionImpl* OpenOid(Address* address, DataMapSpec* dataMap, bool wantIde
 bool WebServicePortAvailable(Address* address, QxLogging::CLogFunction& qxLog_) {
   auto* net = dynamic_cast<QxNetAddress*>(address);
   if (net == nullptr || net->GetWebServicePortFlag() != 0) return true;
-  QX_LOG(QxLogging::kInfo,
-         "Skipping the WSPrint DataModel, webservice port not created. bWebServicePortAvailable = %s", "FALSE");
+  QX_LOG(QxLogging::kInfo, "Skipping the WSPrint DataModel, webservice port not created. bWebServicePortAvailable = %s",
+         "FALSE");
   return false;
 }
 

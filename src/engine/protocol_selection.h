@@ -21,7 +21,6 @@ struct ProtocolAttempt {
   Variant identity;
 };
 
-ProtocolAttempt TryDataMap(Address* address, DataMapSpec* dataMap, bool wantIdentity,
-                           QxLogging::CLogFunction& log);
+ProtocolAttempt TryDataMap(Address* address, DataMapSpec* dataMap, bool wantIdentity, QxLogging::CLogFunction& log);
 
 }  // namespace Norvane

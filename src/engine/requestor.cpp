@@ -36,8 +36,7 @@ HRESULT Requestor::SetValueFromSingleRequest(Address* address, const char16_t* t
   return Run("Norvane::Requestor::SetValueFromSingleRequest", address, text, value, true);
 }
 
-HRESULT Requestor::Run(const char* scopeName, Address* address, const char16_t* text, VARIANT* value,
-                       bool isSet) {
+HRESULT Requestor::Run(const char* scopeName, Address* address, const char16_t* text, VARIANT* value, bool isSet) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), scopeName);
   ComponentRuntimeScope runtime(&qxLog_);
   HRESULT hr = S_FALSE;

@@ -36,7 +36,7 @@ class Requestor {
     kNoWebServicesProvider = 116,  // the device does not answer web services
     kNoOidProvider = 117,          // the device does not answer SNMP
     kOidSetFailed = 118,
-    kNotAnInteger = 119,           // only machine integers (VT_INT) are written
+    kNotAnInteger = 119,  // only machine integers (VT_INT) are written
   };
 
   // Read requests carry an empty value; a non-empty value makes the request a
@@ -55,13 +55,11 @@ class Requestor {
   uint32_t GetErrorCode() const { return errorCode_; }
 
  private:
-  static HRESULT Run(const char* scopeName, Address* address, const char16_t* text, VARIANT* value,
-                     bool isSet);
+  static HRESULT Run(const char* scopeName, Address* address, const char16_t* text, VARIANT* value, bool isSet);
 
   HRESULT LoadRequestXML(Address* address, const char16_t* text, VARIANT* value);
   HRESULT CreateFromDOM(Address* address, xmlNode* document, VARIANT* value);
-  HRESULT GetValueOrSetValueFromDataMapSpecsColl(Address* address, DataMapSpecCollection* specs,
-                                                 VARIANT* value);
+  HRESULT GetValueOrSetValueFromDataMapSpecsColl(Address* address, DataMapSpecCollection* specs, VARIANT* value);
   // The name of the last item (in key order) of the kind the data map's type
   // reads; empty, with 112 recorded, when there is none.
   std::u16string FindItemName(DataMapSpec* dataMap);

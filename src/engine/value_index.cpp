@@ -81,7 +81,8 @@ const CachedValue* ValueIndex::Find(std::u16string_view key) const {
     const Entry& entry = entries_[static_cast<uint32_t>(slot) - 1];
     if (entry.length != key.size()) continue;
     if (std::memcmp(entry.head, key.data(), inlined * sizeof(char16_t)) != 0) continue;
-    if (key.size() <= kInlineUnits || key.substr(kInlineUnits) == std::u16string_view(*entry.key).substr(kInlineUnits)) {
+    if (key.size() <= kInlineUnits ||
+        key.substr(kInlineUnits) == std::u16string_view(*entry.key).substr(kInlineUnits)) {
       return entry.value;
     }
   }

@@ -20,10 +20,14 @@ constexpr uint32_t kFirstBuffer = 256;
 
 std::u16string_view ProtocolOfPort(uint32_t port) {
   switch (port) {
-    case 80: return u"PLSXML";
-    case 3910: return u"WS";
-    case 8080: return u"VEXA";
-    default: return u"";
+    case 80:
+      return u"PLSXML";
+    case 3910:
+      return u"WS";
+    case 8080:
+      return u"VEXA";
+    default:
+      return u"";
   }
 }
 

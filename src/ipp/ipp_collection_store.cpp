@@ -224,7 +224,8 @@ bool IppCollectionStore::Query(std::string_view query, VARIANT* value) const {
       bool all = std::all_of(conditions.begin(), conditions.end(), [&](const Condition& condition) {
         int32_t m = FindMember(record, condition.member);
         std::string_view text;
-        if (m >= 0) text = Text(members_[static_cast<size_t>(m)].valueOffset, members_[static_cast<size_t>(m)].valueLength);
+        if (m >= 0)
+          text = Text(members_[static_cast<size_t>(m)].valueOffset, members_[static_cast<size_t>(m)].valueLength);
         return text == condition.value;
       });
       if (all) {

@@ -3,13 +3,13 @@
 // before anything is read, names and values are capped, and collections may
 // nest only so deep, so a hostile response costs at most memory proportional
 // to its size.
+#include <sys/stat.h>
+
 #include <charconv>
 #include <cstdlib>
 #include <new>
 #include <string>
 #include <string_view>
-
-#include <sys/stat.h>
 
 #include "ipp/ipp_operations.h"
 #include "ipp/ipp_tags.h"
@@ -63,7 +63,9 @@ int32_t ReadI32(const uint8_t* p) {
 
 std::string_view AsText(const uint8_t* p, size_t n) { return {reinterpret_cast<const char*>(p), n}; }
 
-bool IsPlainStringTag(uint8_t tag) { return tag == kTagText || tag == kTagName || (tag >= kTagKeyword && tag <= kTagMimeType); }
+bool IsPlainStringTag(uint8_t tag) {
+  return tag == kTagText || tag == kTagName || (tag >= kTagKeyword && tag <= kTagMimeType);
+}
 
 }  // namespace
 
@@ -112,7 +114,8 @@ int IPPOperations::ReadResponseData(const uint8_t* data, VARIANT* value) {
   Reader in(data, &bytesRemaining_);
   const uint8_t* header = in.Take(8);
   if (header != nullptr) {
-    if (QxNetAddress* noted = FieldAddress()) noted->SetIppAnsweredVersion(static_cast<uint16_t>(header[0] << 8 | header[1]));
+    if (QxNetAddress* noted = FieldAddress())
+      noted->SetIppAnsweredVersion(static_cast<uint16_t>(header[0] << 8 | header[1]));
   }
   const bool fieldCompatible = FieldCompatible();
   if (header == nullptr || !(header[0] == 2 || (header[0] == 1 && fieldCompatible))) {

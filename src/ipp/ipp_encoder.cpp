@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "ipp/ipp_operations.h"
-#include "ipp/ipp_tags.h"
 #include "ipp/ipp_request_attributes.h"
+#include "ipp/ipp_tags.h"
 #include "support/log.h"
 
 QX_LOG_SOURCE_FILE()
@@ -22,8 +22,7 @@ constexpr const char* kSidesKeywords[] = {"one-sided", "two-sided-long-edge", "t
 // "multiple-document-handling" keywords by value 1 to 3; printers have always
 // been sent these spellings.
 constexpr const char* kDocumentHandlingKeywords[] = {"separate_documents_uncollated_copies",
-                                                     "separate_documents_collated_copies",
-                                                     "single_document_new_sheet"};
+                                                     "separate_documents_collated_copies", "single_document_new_sheet"};
 
 void PutU16(uint8_t* p, uint32_t v) {
   p[0] = static_cast<uint8_t>(v >> 8);
@@ -71,8 +70,7 @@ int Check(uint8_t* buffer, const char* name, int32_t* offset, size_t valueLength
 }
 
 bool IsStringTag(uint32_t tag) {
-  return tag == kTagOctetString || tag == kTagText || tag == kTagName ||
-         (tag >= kTagKeyword && tag <= kTagMimeType);
+  return tag == kTagOctetString || tag == kTagText || tag == kTagName || (tag >= kTagKeyword && tag <= kTagMimeType);
 }
 
 }  // namespace
@@ -138,7 +136,8 @@ int IPPOperations::AddStringsToIPPRequest(uint8_t* buffer, uint8_t tag, const ch
   size_t start = 0;
   for (;;) {
     size_t comma = all.find(',', start);
-    std::string_view piece = all.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
+    std::string_view piece =
+        all.substr(start, comma == std::string_view::npos ? std::string_view::npos : comma - start);
     CopyBytes(PutHead(buffer, offset, tag, first, piece.size()), piece.data(), piece.size());
     first = {};
     if (comma == std::string_view::npos) break;
@@ -178,8 +177,8 @@ HRESULT IPPOperations::FormIPPRequestBasedOnOperation(uint8_t* buffer, uint32_t 
   if (buffer == nullptr || length == nullptr) return E_FAIL;
   std::memset(buffer, 0, kIppAttributeLimit);
   int32_t offset = 0;
-  HRESULT hr = FormIPPRequestHeader(buffer, operation == kIppPrintJobWithCredentials ? kIppPrintJob : operation,
-                                    &offset);
+  HRESULT hr =
+      FormIPPRequestHeader(buffer, operation == kIppPrintJobWithCredentials ? kIppPrintJob : operation, &offset);
   if (hr != S_OK) return hr;
   switch (operation) {
     case kIppGetJobAttributes:
@@ -327,9 +326,7 @@ HRESULT IPPOperations::AddJobCreationAttr(uint8_t* buffer, uint32_t operation, I
   const int32_t quality = attributes->GetPrintQuality();
   const bool monochrome = attributes->GetOutputMode() != 0;
 
-  auto writeCopies = [&]() {
-    return AddIntegerToIPPRequest(buffer, kTagInteger, "copies", copies, offset) == 0;
-  };
+  auto writeCopies = [&]() { return AddIntegerToIPPRequest(buffer, kTagInteger, "copies", copies, offset) == 0; };
   auto writeSides = [&]() {
     if (sides < 0 || sides > 2) return true;
     return AddStringToIPPRequest(buffer, kTagKeyword, "sides", kSidesKeywords[sides], offset) == 0;

@@ -87,10 +87,9 @@ HRESULT FetchDeviceLocaleStrings(Address* address, const std::u16string& request
   }
   // A read that fails leaves its text empty and the next one is tried all the same.
   std::u16string supported, stringsUri, configured;
-  const std::pair<const char*, std::u16string*> reads[] = {
-      {"generated-natural-language-supported", &supported},
-      {"printer-strings-uri", &stringsUri},
-      {"natural-language-configured", &configured}};
+  const std::pair<const char*, std::u16string*> reads[] = {{"generated-natural-language-supported", &supported},
+                                                           {"printer-strings-uri", &stringsUri},
+                                                           {"natural-language-configured", &configured}};
   for (const auto& [name, text] : reads) {
     Variant value;
     if (provider->GetValue(name, value.Ptr()) != S_OK) {
@@ -124,9 +123,8 @@ HRESULT FetchDeviceLocaleStrings(Address* address, const std::u16string& request
   // response belongs to it.
   QxUtils::Ref<HTTPRequest> request;
   HTTPResponse* response = nullptr;
-  if (FAILED(address->CreateRequest(request.Out(), resource.port)) || !request ||
-      FAILED(request->SetMethod(u"GET")) || FAILED(request->SetResource(resource.path.c_str())) ||
-      FAILED(request->Send(&response)) || response == nullptr) {
+  if (FAILED(address->CreateRequest(request.Out(), resource.port)) || !request || FAILED(request->SetMethod(u"GET")) ||
+      FAILED(request->SetResource(resource.path.c_str())) || FAILED(request->Send(&response)) || response == nullptr) {
     QX_LOG(QxLogging::kStandout, "HTTP Response failed");
     return FetchFailed();
   }

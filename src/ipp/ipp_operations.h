@@ -101,8 +101,7 @@ class IPPOperations {
   // a body, owned by this object's ordinary request. On failure 0x80004005 and
   // the thread's last error is the HTTP status, or the transport's error code
   // when no response came back.
-  virtual HRESULT SendIPPRequest(uint32_t operation, HTTPResponse** response, IPPRequestBase* attributes,
-                                 bool secure);
+  virtual HRESULT SendIPPRequest(uint32_t operation, HTTPResponse** response, IPPRequestBase* attributes, bool secure);
   virtual HRESULT SendIPPRequest(IppStartableRequest* request, IPPRequestBase* attributes, bool sendFlag,
                                  uint32_t sendValue);
   // Streams one Print-Job. The first call opens the stream with the request
@@ -182,8 +181,7 @@ class IPPOperations {
   static int AddRangeToIPPRequest(uint8_t* buffer, const char* name, int32_t lower, int32_t upper, int32_t* offset);
   static int AddResolutionToIPPRequest(uint8_t* buffer, const char* name, int32_t units, int32_t crossFeed,
                                        int32_t feed, int32_t* offset);
-  static int AddStringToIPPRequest(uint8_t* buffer, uint8_t tag, const char* name, const char* value,
-                                   int32_t* offset);
+  static int AddStringToIPPRequest(uint8_t* buffer, uint8_t tag, const char* name, const char* value, int32_t* offset);
   // Splits the value at every comma (empty pieces kept) into one attribute
   // with several values.
   static int AddStringsToIPPRequest(uint8_t* buffer, uint8_t tag, const char* name, const char* values,
@@ -193,8 +191,7 @@ class IPPOperations {
   // 0; 1 when the attributes are not this library's object or a pre-encoded
   // attribute does not fit (those before it stay); 0x80004005 when a structured
   // one does not fit.
-  HRESULT AddIPPAttributesToIPPHeader(uint8_t* buffer, IPPRequestBase* attributes, int32_t* offset,
-                                      uint32_t group);
+  HRESULT AddIPPAttributesToIPPHeader(uint8_t* buffer, IPPRequestBase* attributes, int32_t* offset, uint32_t group);
 
   // Response side.
   // Decodes `data`, whose length is the bytes-remaining field; 0 or -1.

@@ -192,8 +192,8 @@ HRESULT IPPProviderImpl::PrintJobWrite(IPPRequestBase* attributes, IPPResponseBa
     QX_LOG(QxLogging::kStandout, "PrintJobWrite Cancelled from Device end");
   } else if (length > 0) {
     jobOperations_->SetPrinterFileBufferContent(data, length);
-    HRESULT hr = jobOperations_->SendPrintJobRequest(&streamResponse_, attributes, true,
-                                                     static_cast<uint32_t>(length), context, secure_);
+    HRESULT hr = jobOperations_->SendPrintJobRequest(&streamResponse_, attributes, true, static_cast<uint32_t>(length),
+                                                     context, secure_);
     if (SUCCEEDED(hr)) {
       QX_LOG(QxLogging::kInfo, "PrintJobWrite exits with result 0x%08X", S_OK);
       return S_OK;
@@ -217,7 +217,8 @@ HRESULT IPPProviderImpl::PrintJobWrite(IPPRequestBase* attributes, IPPResponseBa
   }
   const bool endedAtDevice = printStatus_.load() != 0;
   StopAllThreadsRunning();
-  const bool decoded = streamResponse_ != nullptr && SUCCEEDED(jobOperations_->ParseIPPResponse(streamResponse_, nullptr));
+  const bool decoded =
+      streamResponse_ != nullptr && SUCCEEDED(jobOperations_->ParseIPPResponse(streamResponse_, nullptr));
   if (decoded && SUCCEEDED(jobOperations_->FormResponseStructure(kIppPrintJob, response))) {
     hr = S_OK;
   } else if (decoded || hr == E_FAIL) {

@@ -22,8 +22,8 @@
 
 #include "ipp/ipp_operations.h"
 #include "ipp/ipp_print_ready.h"
-#include "norvane/disposable.h"
 #include "norvane/api.h"
+#include "norvane/disposable.h"
 #include "norvane/interfaces.h"
 #include "norvane/transport.h"
 #include "platform/sync.h"
@@ -40,12 +40,12 @@ inline constexpr uint32_t kIppErrorRequestRefused = 0x20000009;  // creation req
 inline constexpr uint32_t kErrorInvalidPort = 1796;              // a port other than 631 or 443 in the URI
 
 // Results and last-error codes of the job operations.
-inline constexpr HRESULT kIppResultUnauthorized = 1026;            // stream answered HTTP 401
-inline constexpr uint32_t kErrorNoData = 1462;                     // PrintJob without data
-inline constexpr uint32_t kErrorJobSetup = 1280;                   // job set-up or credential decode failed
-inline constexpr uint32_t kIppErrorStateUnreadable = 0x20000010;   // printer state unreadable while waiting
-inline constexpr uint32_t kErrorJobNotFound = 1291;                // Get-Jobs lost the streamed job
-inline constexpr uint32_t kErrorNotSecure = 1025;                  // credentials over a plain printer URI
+inline constexpr HRESULT kIppResultUnauthorized = 1026;           // stream answered HTTP 401
+inline constexpr uint32_t kErrorNoData = 1462;                    // PrintJob without data
+inline constexpr uint32_t kErrorJobSetup = 1280;                  // job set-up or credential decode failed
+inline constexpr uint32_t kIppErrorStateUnreadable = 0x20000010;  // printer state unreadable while waiting
+inline constexpr uint32_t kErrorJobNotFound = 1291;               // Get-Jobs lost the streamed job
+inline constexpr uint32_t kErrorNotSecure = 1025;                 // credentials over a plain printer URI
 inline constexpr uint32_t kErrorCredentialsRefused = 401;
 
 // Answers of CheckForPrinterReadyState.
@@ -53,9 +53,9 @@ enum PrinterReadiness : int { kPrinterNotReady = 0, kPrinterReady = 1, kPrinterS
 
 // Waits of a chunked print. Tests shorten them; hosts never change them.
 struct PrintTimings {
-  uint32_t printerPollMs = 5000;   // between printer-state queries while streaming
-  uint32_t jobPollMs = 1000;       // between job-state queries while streaming
-  uint32_t readyRetryMs = 2000;    // between readiness checks before the stream
+  uint32_t printerPollMs = 5000;     // between printer-state queries while streaming
+  uint32_t jobPollMs = 1000;         // between job-state queries while streaming
+  uint32_t readyRetryMs = 2000;      // between readiness checks before the stream
   uint32_t jobLookupRetryMs = 2000;  // before asking Get-Jobs again for the new job
   // One-body Print-Job restarts while the printer answers server-error-busy;
   // after that many the busy answer is the result.
@@ -75,8 +75,8 @@ enum class IppUriScheme { kSecureIpp, kPlainIpp, kHttp, kOther };
 struct CrackedUri {
   std::u16string scheme;
   std::u16string host;
-  uint32_t port = 0;  // 0 when the URI names none and the scheme has no default
-  std::u16string path;   // path with any query text
+  uint32_t port = 0;    // 0 when the URI names none and the scheme has no default
+  std::u16string path;  // path with any query text
 };
 
 class IPPProviderImpl : public DisposableObject<IPPProvider> {
@@ -91,9 +91,8 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // Value queries. `name` may hold "_OR_" alternatives; the last alternative may
   // be a collection query such as media-col-database[0].media-size.x-dimension.
   HRESULT GetValue(const char* name, VARIANT* value) override;
-  HRESULT GetIPPValue(const char* name, uint32_t getJob, VARIANT* value, const char* jobURI,
-                      const char* resourceURI, uint32_t securityFlags, int32_t isCollectionQuery,
-                      const char* collectionQuery) override;
+  HRESULT GetIPPValue(const char* name, uint32_t getJob, VARIANT* value, const char* jobURI, const char* resourceURI,
+                      uint32_t securityFlags, int32_t isCollectionQuery, const char* collectionQuery) override;
   HRESULT SetTimeValues(uint32_t first, uint32_t second, uint32_t third) override;
 
   // Job operations (ipp_provider_jobs.cpp).
@@ -113,8 +112,7 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // Cancel-Job for the attributes' job URI alone (CancelIPPJobByURI).
   HRESULT CancelJobByURI(IPPRequestBase* attributes, IPPResponseBase* response);
   // One Get-Jobs request, each name's values over all listed jobs (GetIPPJobValues).
-  HRESULT GetJobValues(const char* user, bool completed, const char* const* names, VARIANT* values,
-                       uint32_t count);
+  HRESULT GetJobValues(const char* user, bool completed, const char* const* names, VARIANT* values, uint32_t count);
 
   // Status polling while a chunked print streams (ipp_status_polling.cpp).
   // Lock A guards writes of the print-status flag, lock B the printer-status
@@ -230,9 +228,9 @@ class IPPProviderImpl : public DisposableObject<IPPProvider> {
   // Shared with the polling threads.
   CriticalSection lockA_;
   CriticalSection lockB_;
-  std::atomic<uint32_t> printStatus_{0};       // written under lock A
-  uint32_t printerStatusThreadPoll_ = 1;        // under lock B
-  std::mutex eventsMutex_;                      // guards the two event fields
+  std::atomic<uint32_t> printStatus_{0};  // written under lock A
+  uint32_t printerStatusThreadPoll_ = 1;  // under lock B
+  std::mutex eventsMutex_;                // guards the two event fields
   std::shared_ptr<ManualResetEvent> printStatusEvent_;
   std::shared_ptr<PrintReadySignal> printReadyEvent_;
   ManualResetEvent stopThreads_;  // ends the printer-status thread's sleep at once

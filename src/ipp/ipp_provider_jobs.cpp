@@ -46,8 +46,7 @@ HRESULT IPPProviderImpl::PrintUri(IPPRequestBase* attributes, IPPResponseBase* r
     return E_FAIL;
   }
   bool secure = IsSecureIpp();
-  return SendJobRequest(kIppPrintURI, attributes, response, secure,
-                        secure ? queryOperations_->GetSecurityFlags() : 0);
+  return SendJobRequest(kIppPrintURI, attributes, response, secure, secure ? queryOperations_->GetSecurityFlags() : 0);
 }
 
 HRESULT IPPProviderImpl::SendURI(IPPRequestBase* attributes, IPPResponseBase* response) {
@@ -58,8 +57,7 @@ HRESULT IPPProviderImpl::SendURI(IPPRequestBase* attributes, IPPResponseBase* re
     return E_FAIL;
   }
   bool secure = IsSecureIpp();
-  return SendJobRequest(kIppSendURI, attributes, response, secure,
-                        secure ? queryOperations_->GetSecurityFlags() : 0);
+  return SendJobRequest(kIppSendURI, attributes, response, secure, secure ? queryOperations_->GetSecurityFlags() : 0);
 }
 
 HRESULT IPPProviderImpl::CreateJob(IPPRequestBase* attributes, IPPResponseBase* response) {
@@ -70,8 +68,7 @@ HRESULT IPPProviderImpl::CreateJob(IPPRequestBase* attributes, IPPResponseBase* 
     return E_FAIL;
   }
   bool secure = IsSecureIpp();
-  return SendJobRequest(kIppCreateJob, attributes, response, secure,
-                        secure ? queryOperations_->GetSecurityFlags() : 0);
+  return SendJobRequest(kIppCreateJob, attributes, response, secure, secure ? queryOperations_->GetSecurityFlags() : 0);
 }
 
 std::unique_ptr<IPPOperations> IPPProviderImpl::MakeGetJobsOperations(bool completed, const char* user) {

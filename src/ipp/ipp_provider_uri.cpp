@@ -16,8 +16,8 @@ constexpr size_t kMaxHost = 256;
 constexpr size_t kMaxPath = 2048;
 
 bool IsSchemeChar(char16_t c) {
-  return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'+' ||
-         c == u'-' || c == u'.';
+  return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' ||
+         c == u'.';
 }
 
 bool EqualsAscii(std::u16string_view a, std::u16string_view b) {

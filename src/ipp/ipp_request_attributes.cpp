@@ -58,9 +58,7 @@ void IPPRequestAttributes::SetPrinterResolutionUnits(int32_t units) {
   if (units == 3 || units == 4) resolutionUnits_ = units;
 }
 
-void IPPRequestAttributes::SetAuthorization(std::u16string authorization) {
-  authorization_ = std::move(authorization);
-}
+void IPPRequestAttributes::SetAuthorization(std::u16string authorization) { authorization_ = std::move(authorization); }
 
 HRESULT IPPRequestAttributes::AddExtraHTTPHeader(const char16_t* name, const char16_t* value) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::IPPRequestAttributes::AddExtraHTTPHeader");

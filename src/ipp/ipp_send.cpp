@@ -40,8 +40,7 @@ bool AllocateRequestBuffer(uint32_t documentLength, std::vector<uint8_t>* buffer
 
 }  // namespace
 
-void IPPOperations::AddHttpHeaders(const std::map<std::u16string, std::u16string>& extraHeaders,
-                                   HTTPRequest* request) {
+void IPPOperations::AddHttpHeaders(const std::map<std::u16string, std::u16string>& extraHeaders, HTTPRequest* request) {
   if (request == nullptr) return;
   bool cacheControl = false, connection = false, pragma = false;
   for (const auto& [name, value] : extraHeaders) {

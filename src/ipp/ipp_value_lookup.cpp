@@ -26,9 +26,8 @@ void EraseFirst(std::string* text, std::string_view what) {
 // member cannot be placed.
 bool SelectMember(std::string_view key, size_t firstDot, std::string* text) {
   size_t selectorEnd = key.find('.', firstDot + 1);
-  std::string_view selector = key.substr(firstDot + 1, selectorEnd == std::string_view::npos
-                                                           ? std::string_view::npos
-                                                           : selectorEnd - firstDot - 1);
+  std::string_view selector = key.substr(
+      firstDot + 1, selectorEnd == std::string_view::npos ? std::string_view::npos : selectorEnd - firstDot - 1);
   size_t occurrence = text->find(selector);
   if (occurrence == std::string::npos) return false;
 

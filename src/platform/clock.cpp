@@ -13,8 +13,7 @@ int ReadFileTime(clockid_t clock, uint64_t* stamp) {
   if (stamp == nullptr) return 0;
   timespec now{};
   if (clock_gettime(clock, &now) != 0 || now.tv_sec < 0) return 0;
-  uint64_t ticks = (static_cast<uint64_t>(now.tv_sec) + kFileTimeUnixEpochSeconds) *
-                       kFileTimeTicksPerSecond +
+  uint64_t ticks = (static_cast<uint64_t>(now.tv_sec) + kFileTimeUnixEpochSeconds) * kFileTimeTicksPerSecond +
                    static_cast<uint64_t>(now.tv_nsec) / 100;
   *stamp = ticks + static_cast<uint64_t>(g_offset.load(std::memory_order_relaxed));
   return 1;

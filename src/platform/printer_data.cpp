@@ -17,8 +17,8 @@ std::map<uintptr_t, std::u16string> g_handles;
 uintptr_t g_next = 0x5000;
 
 bool Plain(char16_t c) {
-  return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'-' ||
-         c == u'_' || c == u' ';
+  return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'-' || c == u'_' ||
+         c == u' ';
 }
 
 DWORD KeyFor(uintptr_t handle, const char16_t* keyName, bool create, Registry::Key* key) {
@@ -106,8 +106,8 @@ bool KeyPathOf(uintptr_t handle, const char16_t* keyName, std::u16string* path) 
   return true;
 }
 
-DWORD GetPrinterDataEx(uintptr_t handle, const char16_t* keyName, const char16_t* valueName, DWORD* type,
-                       uint8_t* data, DWORD size, DWORD* needed) {
+DWORD GetPrinterDataEx(uintptr_t handle, const char16_t* keyName, const char16_t* valueName, DWORD* type, uint8_t* data,
+                       DWORD size, DWORD* needed) {
   if (valueName == nullptr || needed == nullptr) return ERROR_INVALID_PARAMETER;
   Registry::Key key;
   DWORD rc = KeyFor(handle, keyName, false, &key);
@@ -115,9 +115,8 @@ DWORD GetPrinterDataEx(uintptr_t handle, const char16_t* keyName, const char16_t
   Registry::Value value;
   rc = static_cast<DWORD>(key.QueryValue(valueName, &value));
   if (rc != 0) return rc;
-  DWORD bytes = value.type == Registry::ValueType::Dword
-                    ? 4
-                    : static_cast<DWORD>((value.text.size() + 1) * sizeof(char16_t));
+  DWORD bytes =
+      value.type == Registry::ValueType::Dword ? 4 : static_cast<DWORD>((value.text.size() + 1) * sizeof(char16_t));
   *needed = bytes;
   if (type != nullptr) *type = static_cast<DWORD>(value.type);
   if (data == nullptr || size < bytes) return ERROR_MORE_DATA;

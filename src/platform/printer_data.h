@@ -35,8 +35,8 @@ bool KeyPathOf(uintptr_t handle, const char16_t* keyName, std::u16string* path);
 std::u16string EncodePrinterName(std::u16string_view printerName);
 
 // Win32-style results: 0, 2 (not found), 6 (bad handle), 87, 234 (more data).
-DWORD GetPrinterDataEx(uintptr_t handle, const char16_t* keyName, const char16_t* valueName, DWORD* type,
-                       uint8_t* data, DWORD size, DWORD* needed);
+DWORD GetPrinterDataEx(uintptr_t handle, const char16_t* keyName, const char16_t* valueName, DWORD* type, uint8_t* data,
+                       DWORD size, DWORD* needed);
 DWORD SetPrinterDataEx(uintptr_t handle, const char16_t* keyName, const char16_t* valueName, DWORD type,
                        const uint8_t* data, DWORD size);
 // Several values in one atomic update of the key.

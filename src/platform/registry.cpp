@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 
 #include "platform/clock.h"
@@ -61,7 +61,7 @@ bool ValidComponent(const std::string& c) {
 }
 
 bool IsDirectory(const std::string& path) {
-  struct stat st{};
+  struct stat st {};
   return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
@@ -74,7 +74,7 @@ int MakeDirectories(const std::string& path) {
     if (partial.empty()) continue;
     if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return errno;
   }
-  struct stat st{};
+  struct stat st {};
   if (stat(path.c_str(), &st) != 0) return errno;
   return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
 }
@@ -82,7 +82,7 @@ int MakeDirectories(const std::string& path) {
 long ReadFile(const std::string& path, std::string* out) {
   UniqueFd f(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   if (f.get() < 0) return errno == ENOENT ? kNotFound : FromErrno(errno);
-  struct stat st{};
+  struct stat st {};
   if (fstat(f.get(), &st) != 0) return FromErrno(errno);
   if (!S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > kMaxFileBytes) return kInvalidData;
   out->clear();
@@ -111,8 +111,8 @@ long LoadValues(const std::string& directory, ValueList* values) {
 
 long ReplaceValueFile(const std::string& directory, const ValueList& values) {
   static std::atomic<unsigned> counter{0};
-  std::string tmp = directory + "/.values.reg.tmp." + std::to_string(getpid()) + "." +
-                    std::to_string(counter.fetch_add(1));
+  std::string tmp =
+      directory + "/.values.reg.tmp." + std::to_string(getpid()) + "." + std::to_string(counter.fetch_add(1));
   std::string text = FormatValues(values);
   if (text.size() > kMaxFileBytes) return kNoResources;
   {
@@ -155,7 +155,7 @@ long SetAsideUnreadable(const std::string& directory, std::string* notice) {
   static std::atomic<unsigned> counter{0};
   char stamp[32] = "";
   time_t now = time(nullptr);
-  struct tm utc{};
+  struct tm utc {};
   if (gmtime_r(&now, &utc) != nullptr) strftime(stamp, sizeof stamp, "%Y%m%dT%H%M%SZ", &utc);
   std::string aside = directory + "/" + kSetAsidePrefix + stamp + "-" + std::to_string(getpid()) + "-" +
                       std::to_string(counter.fetch_add(1));
@@ -352,7 +352,7 @@ long Key::EnumSubkeys(std::vector<std::u16string>* names) const {
   while (dirent* entry = readdir(dir.get())) {
     std::string name = entry->d_name;
     if (!ValidComponent(name)) continue;
-    struct stat st{};
+    struct stat st {};
     if (lstat((directory_ + "/" + name).c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
       names->push_back(QxUtils::Utf8ToWide(std::string_view(name)));
     }
@@ -363,7 +363,7 @@ long Key::EnumSubkeys(std::vector<std::u16string>* names) const {
 
 long Key::LastWriteTime(uint64_t* fileTime) const {
   if (!IsOpen() || fileTime == nullptr) return kInvalidParameter;
-  struct stat st{};
+  struct stat st {};
   if (stat((directory_ + "/" + kValueFile).c_str(), &st) != 0 && stat(directory_.c_str(), &st) != 0) {
     return FromErrno(errno);
   }

@@ -49,12 +49,12 @@ std::atomic<uint64_t>* MapCounter(const std::string& root) {
   std::string path = root + "/" + kCounterFile;
   UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (!fd.valid()) return nullptr;
-  struct stat st{};
+  struct stat st {};
   const long page = sysconf(_SC_PAGESIZE);
   // Growing an existing file only adds zeros, so a racing second creator
   // cannot reset a counter already in use.
-  bool sized = fstat(fd.get(), &st) == 0 && (st.st_size >= page || ftruncate(fd.get(), page) == 0) &&
-               fstat(fd.get(), &st) == 0;
+  bool sized =
+      fstat(fd.get(), &st) == 0 && (st.st_size >= page || ftruncate(fd.get(), page) == 0) && fstat(fd.get(), &st) == 0;
   void* at =
       sized ? mmap(nullptr, static_cast<size_t>(page), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0) : MAP_FAILED;
   fd.Reset();
@@ -67,7 +67,7 @@ std::atomic<uint64_t>* MapCounter(const std::string& root) {
 
 std::atomic<uint64_t>* CounterOfRoot(const std::string& root) {
   if (root.empty()) return ProcessLocalCounter();
-  struct stat st{};
+  struct stat st {};
   bool present = stat((root + "/" + kCounterFile).c_str(), &st) == 0;
   {
     std::lock_guard<std::mutex> hold(MappingsLock());

@@ -95,11 +95,21 @@ bool ReadQuoted(std::string_view line, size_t* at, std::u16string* out) {
     char e = line[*at];
     ++*at;
     switch (e) {
-      case '\\': run.push_back('\\'); break;
-      case '"': run.push_back('"'); break;
-      case 'n': run.push_back('\n'); break;
-      case 'r': run.push_back('\r'); break;
-      case 't': run.push_back('\t'); break;
+      case '\\':
+        run.push_back('\\');
+        break;
+      case '"':
+        run.push_back('"');
+        break;
+      case 'n':
+        run.push_back('\n');
+        break;
+      case 'r':
+        run.push_back('\r');
+        break;
+      case 't':
+        run.push_back('\t');
+        break;
       case 'u': {
         if (line.size() - *at < 4) return false;
         unsigned v = 0;

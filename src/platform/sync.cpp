@@ -34,8 +34,6 @@ bool ManualResetEvent::Wait(uint32_t milliseconds) const {
   return cv_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return set_; });
 }
 
-void SleepMilliseconds(uint32_t milliseconds) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
+void SleepMilliseconds(uint32_t milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
 }  // namespace Norvane

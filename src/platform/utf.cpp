@@ -95,8 +95,7 @@ std::string WideToUtf8(std::u16string_view text) {
     for (size_t i = 0; i < ascii; ++i) out[i] = static_cast<char>(text[i]);
     for (size_t i = ascii; i < text.size(); ++i) {
       char32_t c = text[i];
-      if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-          text[i + 1] <= 0xDFFF) {
+      if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
         c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
         ++i;
       } else if (c >= 0xD800 && c <= 0xDFFF) {

@@ -1,18 +1,18 @@
 // Loading documents with one locked-down parser configuration (see xml.h).
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
-#include <libxml/SAX2.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 
+#include "platform/utf.h"
 #include "platform/xml.h"
 #include "platform/xml_errors.h"
-#include "platform/utf.h"
 
 namespace Norvane::Xml {
 
@@ -57,9 +57,9 @@ void RemoveBlankText(xmlDoc* document) {
       node = node->children;
       continue;
     }
-    xmlNode* blank = (node->type == XML_TEXT_NODE && IsBlank(node->content) && xmlNodeGetSpacePreserve(node->parent) != 1)
-                         ? node
-                         : nullptr;
+    xmlNode* blank =
+        (node->type == XML_TEXT_NODE && IsBlank(node->content) && xmlNodeGetSpacePreserve(node->parent) != 1) ? node
+                                                                                                              : nullptr;
     while (node != nullptr && node->next == nullptr) {
       node = node->parent;
       if (node == top) node = nullptr;
@@ -98,8 +98,8 @@ bool Spend(void* userData, size_t nodes) {
 void CountedStartElement(void* userData, const xmlChar* localName, const xmlChar* prefix, const xmlChar* uri,
                          int namespaceCount, const xmlChar** namespaces, int attributeCount, int defaultedCount,
                          const xmlChar** attributes) {
-  size_t cost = 1 + 2 * static_cast<size_t>(std::max(namespaceCount, 0)) +
-                2 * static_cast<size_t>(std::max(attributeCount, 0));
+  size_t cost =
+      1 + 2 * static_cast<size_t>(std::max(namespaceCount, 0)) + 2 * static_cast<size_t>(std::max(attributeCount, 0));
   if (!Spend(userData, cost)) return;
   xmlSAX2StartElementNs(userData, localName, prefix, uri, namespaceCount, namespaces, attributeCount, defaultedCount,
                         attributes);
@@ -143,8 +143,8 @@ HRESULT Parse(const char* data, size_t size, const char* encoding, int options, 
     context->sax->comment = &CountedComment;
     context->sax->processingInstruction = &CountedProcessingInstruction;
   }
-  xmlDoc* parsed = xmlCtxtReadMemory(context.get(), data != nullptr ? data : "", static_cast<int>(size),
-                                     nullptr, encoding, options);
+  xmlDoc* parsed =
+      xmlCtxtReadMemory(context.get(), data != nullptr ? data : "", static_cast<int>(size), nullptr, encoding, options);
   if (parsed == nullptr) return S_FALSE;
   DocumentPtr result(parsed);
   if (!context->wellFormed) return S_FALSE;

@@ -1,11 +1,11 @@
 // Node reads: names, attributes and text content (see xml.h).
+#include <libxml/entities.h>
+
 #include <cstring>
 #include <string>
 
-#include <libxml/entities.h>
-
-#include "platform/xml.h"
 #include "platform/utf.h"
+#include "platform/xml.h"
 
 namespace Norvane::Xml {
 

@@ -5,9 +5,9 @@
 #include <set>
 #include <string>
 
+#include "platform/utf.h"
 #include "platform/xml.h"
 #include "platform/xml_errors.h"
-#include "platform/utf.h"
 
 namespace Norvane::Xml {
 

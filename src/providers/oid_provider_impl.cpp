@@ -31,8 +31,7 @@ std::optional<std::u16string> TextOf(const VARIANT& value) {
     case VT_EMPTY:
       return std::u16string();
     case VT_BSTR:
-      return value.bstrVal == nullptr ? std::u16string()
-                                      : std::u16string(value.bstrVal, SysStringLen(value.bstrVal));
+      return value.bstrVal == nullptr ? std::u16string() : std::u16string(value.bstrVal, SysStringLen(value.bstrVal));
     case VT_I1:
       return Decimal(static_cast<int>(value.cVal));
     case VT_UI1:
@@ -96,8 +95,8 @@ OIDProviderImpl* OIDProviderImpl::Create(Address* address) {
     provider = new (std::nothrow) OIDProviderImpl(connection.get());
     if (provider != nullptr) provider->AddRef();
   } else if (qxLog_.Enabled(QxLogging::kInfo)) {
-    QX_LOG(QxLogging::kInfo, "The device gave no description over SNMP (0x%08x, type %u)",
-           static_cast<unsigned>(hr), static_cast<unsigned>(description.Type()));
+    QX_LOG(QxLogging::kInfo, "The device gave no description over SNMP (0x%08x, type %u)", static_cast<unsigned>(hr),
+           static_cast<unsigned>(description.Type()));
   }
   return provider;
 }

@@ -26,8 +26,7 @@ class OIDProviderImpl : public DisposableObject<OIDProvider> {
   // while reading.
   HRESULT GetValue(const char16_t* oid, VARIANT* value) override;
   // E_OUTOFMEMORY from the connection means the next-OID buffer was too small.
-  HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize,
-                             VARIANT* value) override;
+  HRESULT GetNextOidAndValue(const char16_t* oid, char16_t* nextOid, uint32_t nextOidSize, VARIANT* value) override;
   HRESULT GetMultipleValues(const char16_t** oids, VARIANT* values, uint32_t count) override;
 
   const char* GetTypeName() override { return "Norvane::OIDProviderImpl"; }

@@ -12,8 +12,8 @@ PLSXMLProviderImpl* PLSXMLProviderImpl::Create(Address* address) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::PLSXMLProviderImpl::Create");
   // A null address is not refused here: its probe fails without reaching any
   // host object, which gives the same null.
-  return KeepWhenNodeExists(new (std::nothrow) PLSXMLProviderImpl(address), kProductInformationPath,
-                            kSerialNumberXPath, 0);
+  return KeepWhenNodeExists(new (std::nothrow) PLSXMLProviderImpl(address), kProductInformationPath, kSerialNumberXPath,
+                            0);
 }
 
 }  // namespace Norvane

@@ -64,7 +64,8 @@ bool WriteEntries(QxLogging::CLogFunction& qxLog_, uintptr_t printer, const Regi
   if (printer == PrintDataCacheProvider::kNoPrinter) return false;
   if (entries.empty()) return true;
   DWORD rc = PrinterData::SetPrinterDataValues(printer, kBidiKey, entries);
-  if (rc != 0) QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(rc));
+  if (rc != 0)
+    QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(rc));
   return rc == 0;
 }
 
@@ -75,7 +76,8 @@ HRESULT PrintDataCacheProvider::SetDataValue(const char16_t* name, const VARIANT
   if (name == nullptr || value == nullptr || value->vt == VT_NULL) return S_FALSE;
   Registry::ValueList entries;
   if (!CacheStore::AppendEntries(name, *value, time, &entries)) {
-    QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(ERROR_INVALID_PARAMETER));
+    QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ",
+           static_cast<int>(ERROR_INVALID_PARAMETER));
     return S_FALSE;
   }
   return WriteEntries(qxLog_, printer_, entries) ? S_OK : S_FALSE;
@@ -85,7 +87,9 @@ HRESULT PrintDataCacheProvider::SetDataValues(const ValueTable& table) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::PrintDataCacheProvider::SetDataValues");
   Registry::ValueList entries;
   bool all = CacheStore::EntriesOf(table, &entries);
-  if (!all) QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ", static_cast<int>(ERROR_INVALID_PARAMETER));
+  if (!all)
+    QX_LOG(QxLogging::kStandout, "Printer Registry writing failed with the error = %d ",
+           static_cast<int>(ERROR_INVALID_PARAMETER));
   return WriteEntries(qxLog_, printer_, entries) && all ? S_OK : S_FALSE;
 }
 

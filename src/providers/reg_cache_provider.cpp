@@ -43,7 +43,8 @@ namespace {
 bool WriteEntries(QxLogging::CLogFunction& qxLog_, Registry::Key& key, const Registry::ValueList& entries) {
   if (entries.empty()) return true;
   long rc = key.SetValues(entries);
-  if (rc != Registry::kSuccess) QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(rc));
+  if (rc != Registry::kSuccess)
+    QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(rc));
   return rc == Registry::kSuccess;
 }
 
@@ -54,7 +55,8 @@ HRESULT RegCacheProvider::SetDataValue(const char16_t* name, const VARIANT* valu
   if (name == nullptr || value == nullptr || path_.empty()) return S_FALSE;
   Registry::ValueList entries;
   if (!CacheStore::AppendEntries(name, *value, time, &entries)) {
-    QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(Registry::kInvalidParameter));
+    QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ",
+           static_cast<int>(Registry::kInvalidParameter));
     return S_FALSE;
   }
   Registry::Key key;
@@ -77,7 +79,9 @@ HRESULT RegCacheProvider::SetDataValues(const ValueTable& table) {
   }
   Registry::ValueList entries;
   bool all = CacheStore::EntriesOf(table, &entries);
-  if (!all) QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ", static_cast<int>(Registry::kInvalidParameter));
+  if (!all)
+    QX_LOG(QxLogging::kStandout, "Registry writing failed with the error = %d ",
+           static_cast<int>(Registry::kInvalidParameter));
   return WriteEntries(qxLog_, key, entries) && all ? S_OK : S_FALSE;
 }
 

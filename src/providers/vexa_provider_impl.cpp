@@ -36,13 +36,11 @@ HRESULT VEXAProviderImpl::GetResourceURI(const char16_t* resourceType, char16_t*
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::VEXAProviderImpl::GetResourceURI");
   if (resourceType == nullptr) return E_FAIL;
   std::u16string expression = ResourceLookupExpression(resourceType);
-  return XMLProvider::GetValue(kDiscoveryTreePath, expression.c_str(), buffer, bufferSize, requiredSize, 1,
-                               lifespan);
+  return XMLProvider::GetValue(kDiscoveryTreePath, expression.c_str(), buffer, bufferSize, requiredSize, 1, lifespan);
 }
 
-HRESULT VEXAProviderImpl::GetValue(const char16_t* uri, const char16_t* xpath, char16_t* buffer,
-                                   uint32_t bufferSize, uint32_t* requiredSize, uint32_t useCache,
-                                   uint32_t lifespan) {
+HRESULT VEXAProviderImpl::GetValue(const char16_t* uri, const char16_t* xpath, char16_t* buffer, uint32_t bufferSize,
+                                   uint32_t* requiredSize, uint32_t useCache, uint32_t lifespan) {
   QX_LOG_FUNCTION(QxLogging::NorvaneDM(), "Norvane::VEXAProviderImpl::GetValue");
   if (uri == nullptr || xpath == nullptr) return E_FAIL;
   // Paths are used as they are; anything else names a resource type.

@@ -26,8 +26,8 @@ class VEXAProviderImpl final : public XMLProviderObject<VEXAProvider> {
   // is used as the URI unchanged and the fetch decides.
   HRESULT GetValue(const char16_t* uri, const char16_t* xpath, char16_t* buffer, uint32_t bufferSize,
                    uint32_t* requiredSize, uint32_t useCache, uint32_t lifespan) override;
-  HRESULT GetResourceURI(const char16_t* resourceType, char16_t* buffer, uint32_t bufferSize,
-                         uint32_t* requiredSize, uint32_t lifespan) override;
+  HRESULT GetResourceURI(const char16_t* resourceType, char16_t* buffer, uint32_t bufferSize, uint32_t* requiredSize,
+                         uint32_t lifespan) override;
 
   const char* GetTypeName() override { return "Norvane::VEXAProviderImpl"; }
 

@@ -54,10 +54,17 @@ std::string EscapedText(std::string_view text) {
   out.reserve(text.size());
   for (char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -134,8 +141,7 @@ HRESULT WSProviderImpl::GetContent(const char16_t* urn, std::string* content) {
   if (!request) return S_OK;
   std::string envelope;
   if (FAILED(request->SetMethod(u"POST")) || FAILED(request->SetResource(path.c_str())) ||
-      FAILED(request->SetUserName(u"guest")) ||
-      BuildGetPrinterElementsRequest(urn, path.c_str(), &envelope) != S_OK ||
+      FAILED(request->SetUserName(u"guest")) || BuildGetPrinterElementsRequest(urn, path.c_str(), &envelope) != S_OK ||
       FAILED(request->SetBody(reinterpret_cast<const uint8_t*>(envelope.data()),
                               static_cast<uint32_t>(envelope.size()))) ||
       FAILED(request->SetContentType(u"application/soap+xml"))) {

@@ -23,8 +23,7 @@ class WSProviderImpl final : public XMLProviderObject<WSProvider> {
 
   // Buffer protocol of XMLProvider; E_FAIL (requiredSize 0) for a URN without
   // two colons.
-  HRESULT GetServicePath(const char16_t* urn, char16_t* buffer, uint32_t bufferSize,
-                         uint32_t* requiredSize) override;
+  HRESULT GetServicePath(const char16_t* urn, char16_t* buffer, uint32_t bufferSize, uint32_t* requiredSize) override;
   HRESULT GetContent(const char16_t* urn, std::string* content) override;
 
   // "/" and the URN's second-to-last colon-separated component:

@@ -20,8 +20,8 @@ uint32_t CDisposable::AddRefImpl() {
   QX_LOG_FUNCTION(QxLogging::Utils(), "QxUtils::CDisposable::AddRefImpl");
   int32_t count = count_.fetch_add(1, std::memory_order_relaxed) + 1;
   if (qxLog_.Enabled(QxLogging::kInfo)) {
-    QX_LOG(QxLogging::kInfo, "%s (%p) ref is %d", WideToUtf8(GetWideTypeName()).c_str(),
-           static_cast<void*>(this), count);
+    QX_LOG(QxLogging::kInfo, "%s (%p) ref is %d", WideToUtf8(GetWideTypeName()).c_str(), static_cast<void*>(this),
+           count);
   }
   return static_cast<uint32_t>(count);
 }

@@ -82,8 +82,7 @@ void CDisposableSet::Report() {
       auto* object = dynamic_cast<CDisposable*>(const_cast<::IDisposable*>(entry));
       if (object != nullptr) {
         QX_LOG(QxLogging::kStandout, "%s (%p) remains in object set with ref count of %d",
-               WideToUtf8(object->GetWideTypeName()).c_str(), static_cast<void*>(object),
-               object->GetRefCount());
+               WideToUtf8(object->GetWideTypeName()).c_str(), static_cast<void*>(object), object->GetRefCount());
       } else {
         QX_LOG(QxLogging::kStandout, "%p remains in object set but could not be cast as CDisposable*",
                static_cast<const void*>(entry));

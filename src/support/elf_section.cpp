@@ -15,9 +15,7 @@ namespace {
 
 constexpr size_t kMaxFileBytes = 512u * 1024 * 1024;
 
-bool InRange(uint64_t offset, uint64_t length, uint64_t size) {
-  return offset <= size && length <= size - offset;
-}
+bool InRange(uint64_t offset, uint64_t length, uint64_t size) { return offset <= size && length <= size - offset; }
 
 template <class Ehdr, class Shdr>
 bool FindSection(const std::string& file, const char* name, std::string* out) {

@@ -16,8 +16,8 @@ namespace {
 // a terminated UTF-16 key, padding to 32 bits, the value, padding, children.
 struct Block {
   uint32_t start;
-  uint32_t end;       // start + total length, within the parent
-  uint32_t valueAt;   // offset of the value
+  uint32_t end;      // start + total length, within the parent
+  uint32_t valueAt;  // offset of the value
   uint32_t valueBytes;
   uint32_t childrenAt;
   bool isText;
@@ -116,8 +116,8 @@ void CFileVersionInfo::Parse() {
   }
 }
 
-bool CFileVersionInfo::QueryValue(const std::u16string& path, const uint8_t** value,
-                                  uint32_t* length, bool* isText) const {
+bool CFileVersionInfo::QueryValue(const std::u16string& path, const uint8_t** value, uint32_t* length,
+                                  bool* isText) const {
   if (!buffer_) return false;
   Block current;
   if (!ParseBlock(buffer_.get(), 0, size_, &current)) return false;

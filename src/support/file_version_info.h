@@ -64,8 +64,7 @@ class CFileVersionInfo : public AFileVersionInfo {
   // Looks a block up by path ("\", "\VarFileInfo\Translation", ...). True when
   // found; value and its size in bytes (characters for text blocks, counted in
   // bytes here) are returned.
-  bool QueryValue(const std::u16string& path, const uint8_t** value, uint32_t* length,
-                  bool* isText) const;
+  bool QueryValue(const std::u16string& path, const uint8_t** value, uint32_t* length, bool* isText) const;
 
  private:
   void Parse();

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "norvane/platform.h"
-#include "support/resolver_utils.h"
 #include "support/logging/process_facts.h"
 #include "support/logging/record_writer.h"
+#include "support/resolver_utils.h"
 #include "support/string_utils.h"
 #include "support/win32_exception.h"
 
@@ -74,8 +74,7 @@ void CLogModule::Write(const LogRecord& record) {
     try {
       if (writer_ != nullptr && writer_->Wants(record.category)) writer_->Write(*this, record);
       // The attached writer sees a scope's error text as a record of its own.
-      if (writer_ != nullptr && (record.category & kExit) != 0 && record.errorCode != 0 &&
-          writer_->Wants(kErrorText)) {
+      if (writer_ != nullptr && (record.category & kExit) != 0 && record.errorCode != 0 && writer_->Wants(kErrorText)) {
         std::string text = QxUtils::WideToUtf8(QxUtils::FormatErrorText(record.errorCode));
         LogRecord error = record;
         error.category = kErrorText;
@@ -194,9 +193,16 @@ const std::string& CLogFunction::DisplayName() {
 
 void CLogFunction::Emit(uint32_t category, int line, std::string_view text) {
   line_ = line;
-  LogRecord record{category, line, function_, DisplayName(),
-                   file_ != nullptr ? std::string_view(file_->Name()) : std::string_view(), text,
-                   className_, 0, 0, startMicros_};
+  LogRecord record{category,
+                   line,
+                   function_,
+                   DisplayName(),
+                   file_ != nullptr ? std::string_view(file_->Name()) : std::string_view(),
+                   text,
+                   className_,
+                   0,
+                   0,
+                   startMicros_};
   if (category & kExit) {
     record.errorCode = errorCode_;
     record.exceptionState = exceptionState_;

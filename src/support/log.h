@@ -83,7 +83,8 @@ class CLogModule {
   }
   bool RefreshDue() const {
     const std::atomic<uint64_t>* changes = storeChanges_.load(std::memory_order_relaxed);
-    if (changes != nullptr && changes->load(std::memory_order_relaxed) != changesSeen_.load(std::memory_order_acquire)) {
+    if (changes != nullptr &&
+        changes->load(std::memory_order_relaxed) != changesSeen_.load(std::memory_order_acquire)) {
       return true;
     }
     return CoarseMillis() >= refreshDeadlineMs_.load(std::memory_order_acquire);
@@ -209,13 +210,11 @@ class CLogFunction {
 }  // namespace QxLogging
 
 // One per source file, at namespace scope.
-#define QX_LOG_SOURCE_FILE() \
-  namespace {                \
+#define QX_LOG_SOURCE_FILE()                                    \
+  namespace {                                                   \
   const ::QxLogging::CLogSourceFile qxLogSourceFile_(__FILE__); \
   }
 // Opens the scope of the current function.
-#define QX_LOG_FUNCTION(module, name) \
-  ::QxLogging::CLogFunction qxLog_(&(module), &qxLogSourceFile_, name, __LINE__)
+#define QX_LOG_FUNCTION(module, name) ::QxLogging::CLogFunction qxLog_(&(module), &qxLogSourceFile_, name, __LINE__)
 // The arguments are evaluated only when some writer may want the record.
-#define QX_LOG(category, ...) \
-  (qxLog_.MayLog(category) ? qxLog_.Format((category), __LINE__, __VA_ARGS__) : void())
+#define QX_LOG(category, ...) (qxLog_.MayLog(category) ? qxLog_.Format((category), __LINE__, __VA_ARGS__) : void())

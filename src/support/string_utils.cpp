@@ -22,15 +22,13 @@ char16_t* DuplicateString(const char16_t* text) {
 
 void FreeString(char16_t* text) { delete[] text; }
 
-std::u16string ReplaceAll(std::u16string_view source, std::u16string_view search,
-                          std::u16string_view replacement) {
+std::u16string ReplaceAll(std::u16string_view source, std::u16string_view search, std::u16string_view replacement) {
   if (source.empty()) return {};
   if (search.empty()) return std::u16string(source);
   std::u16string out;
   out.reserve(source.size());
   size_t from = 0;
-  for (size_t at = source.find(search); at != std::u16string_view::npos;
-       at = source.find(search, from)) {
+  for (size_t at = source.find(search); at != std::u16string_view::npos; at = source.find(search, from)) {
     out.append(source.substr(from, at - from));
     out.append(replacement);
     from = at + search.size();
@@ -82,8 +80,7 @@ bool IsIPv4Address(const char16_t* text) {
   std::wstring wide(text, text + std::char_traits<char16_t>::length(text));
   unsigned a = 0, b = 0, c = 0, d = 0, port = 0;
   wchar_t separator = 0, trailing = 0;
-  int fields = std::swscanf(wide.c_str(), L"%3u.%3u.%3u.%3u%lc%u%lc", &a, &b, &c, &d, &separator,
-                            &port, &trailing);
+  int fields = std::swscanf(wide.c_str(), L"%3u.%3u.%3u.%3u%lc%u%lc", &a, &b, &c, &d, &separator, &port, &trailing);
   if (fields != 4 && !(fields == 6 && separator == L':')) return false;
   if (fields == 4) port = 0;
   return a < 256 && b < 256 && c < 256 && d < 256 && port < 65536;

@@ -15,8 +15,7 @@ void FreeString(char16_t* text);
 
 // Replaces every occurrence of search, scanning left to right and resuming after
 // each match. An empty search leaves the source unchanged.
-std::u16string ReplaceAll(std::u16string_view source, std::u16string_view search,
-                          std::u16string_view replacement);
+std::u16string ReplaceAll(std::u16string_view source, std::u16string_view search, std::u16string_view replacement);
 
 bool StartsWith(std::u16string_view text, std::u16string_view prefix);
 

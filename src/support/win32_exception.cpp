@@ -50,8 +50,7 @@ CAccessViolation::CAccessViolation(const void* address, bool isWrite, const void
 void TranslateFault(const FaultRecord& record) {
   if (record.code == kAccessViolation) {
     bool isWrite = record.parameterCount > 0 && record.parameters[0] == 1;
-    const void* target =
-        record.parameterCount > 1 ? reinterpret_cast<const void*>(record.parameters[1]) : nullptr;
+    const void* target = record.parameterCount > 1 ? reinterpret_cast<const void*>(record.parameters[1]) : nullptr;
     throw CAccessViolation(record.address, isWrite, target);
   }
   throw CWin32Exception(record.code, record.address);

@@ -30,8 +30,8 @@ std::string DescribeLastError(uint32_t lastError) {
 
 std::string DescribeStatus(HRESULT status, uint32_t lastError) {
   uint32_t code = static_cast<uint32_t>(status);
-  std::string text = "status " + (code < 0x10000 ? std::to_string(code) : Hex(code)) + " (" +
-                     NorvaneStatusText(status) + ")";
+  std::string text =
+      "status " + (code < 0x10000 ? std::to_string(code) : Hex(code)) + " (" + NorvaneStatusText(status) + ")";
   if (lastError != 0) text += ", " + DescribeLastError(lastError);
   return text;
 }
@@ -41,8 +41,7 @@ std::u16string ToUtf16(std::string_view text) { return NorvaneHost::ToUtf16(text
 
 std::string Target::Uri() const {
   std::string authority = host.find(':') != std::string::npos ? "[" + host + "]" : host;
-  return std::string(secure ? "ipps" : "ipp") + "://" + authority + ":" + (port.empty() ? "631" : port) +
-         resource;
+  return std::string(secure ? "ipps" : "ipp") + "://" + authority + ":" + (port.empty() ? "631" : port) + resource;
 }
 
 Target ParseTarget(const std::string& text) {
@@ -222,8 +221,8 @@ void CheckIppStatusText(const char* status, const std::string& what) {
   if (code < 0x0400 || code > 0xFFFF) return;
   char hex[8];
   std::snprintf(hex, sizeof hex, "0x%04lX", code);
-  throw Failure(kExitFailed, what + ": the printer answered " + IppStatusName(static_cast<uint32_t>(code)) + " (" +
-                                 hex + ")");
+  throw Failure(kExitFailed,
+                what + ": the printer answered " + IppStatusName(static_cast<uint32_t>(code)) + " (" + hex + ")");
 }
 
 void CheckIppStatus(Norvane::IPPProvider* provider, const std::string& what) {

@@ -22,8 +22,8 @@ struct XmlDocFree {
 
 // 100-ns units since 1601, as the caches stamp values.
 uint64_t NowFileTime() {
-  auto since1970 = std::chrono::duration_cast<std::chrono::nanoseconds>(
-      std::chrono::system_clock::now().time_since_epoch());
+  auto since1970 =
+      std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
   return static_cast<uint64_t>(since1970.count() / 100) + 116444736000000000ull;
 }
 
@@ -100,8 +100,8 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
     throw Failure(kExitUsage, "data map '" + file + "': no such file");
   }
   xmlResetLastError();
-  std::unique_ptr<xmlDoc, XmlDocFree> doc(
-      xmlReadFile(file.c_str(), nullptr, XML_PARSE_NOBLANKS | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
+  std::unique_ptr<xmlDoc, XmlDocFree> doc(xmlReadFile(
+      file.c_str(), nullptr, XML_PARSE_NOBLANKS | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING));
   if (!doc) {
     const xmlError* last = xmlGetLastError();
     std::string why = last != nullptr && last->message != nullptr ? last->message : "cannot be read";
@@ -173,10 +173,11 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   }
   if (status != S_OK || made == nullptr) {
     uint32_t lastError = GetLastError();
-    bool snmp = std::any_of(keys.begin(), keys.end(), [](const DataMapKey& k) { return k.protocol == "OID" || k.protocol == "SNMP"; });
+    bool snmp = std::any_of(keys.begin(), keys.end(),
+                            [](const DataMapKey& k) { return k.protocol == "OID" || k.protocol == "SNMP"; });
     std::string hint = snmp ? SnmpDetectionHint(address) : std::string();
-    result.error = "no protocol of " + std::filesystem::path(file).filename().string() + " answered: " +
-                   (hint.empty() ? DescribeStatus(status, lastError) : hint);
+    result.error = "no protocol of " + std::filesystem::path(file).filename().string() +
+                   " answered: " + (hint.empty() ? DescribeStatus(status, lastError) : hint);
     return result;
   }
   Owned<Norvane::DataCollection> collection(made);

@@ -31,7 +31,7 @@ struct CollectedValue {
 };
 
 struct Collection {
-  size_t answered = 0;   // values the printer (or the cache) gave
+  size_t answered = 0;  // values the printer (or the cache) gave
   std::string file;
   std::string protocol;  // of the data map that answered
   std::vector<CollectedValue> values;
@@ -41,9 +41,9 @@ struct Collection {
 // keys: only these (empty: all). cacheKey: the registry cache key path, empty for
 // none. ippResource: the IPP items' resource path instead of the data map's
 // (the path of the printer URI the user gave), empty to keep the data map's.
-Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file,
-                       const std::vector<DataMapKey>& keys, const std::vector<std::string>& only,
-                       const std::u16string& cacheKey, const std::string& ippResource = {});
+Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, const std::vector<DataMapKey>& keys,
+                       const std::vector<std::string>& only, const std::u16string& cacheKey,
+                       const std::string& ippResource = {});
 
 nlohmann::json CollectionJson(const Collection& collection);
 void PrintCollection(const Collection& collection, const std::string& address);

@@ -34,7 +34,8 @@ std::string PjlLanguage(std::string_view text) {
   size_t equals = lower.find('=', enter);
   if (equals == std::string::npos) return "application/vnd.hp-pcl";
   size_t start = lower.find_first_not_of(" \t", equals + 1);
-  std::string language = start == std::string::npos ? "" : lower.substr(start, lower.find_first_of(" \t\r\n", start) - start);
+  std::string language =
+      start == std::string::npos ? "" : lower.substr(start, lower.find_first_of(" \t\r\n", start) - start);
   if (language == "postscript") return "application/postscript";
   if (language == "pdf") return "application/pdf";
   if (language == "zpl") return "application/vnd.zebra-zpl";
@@ -50,7 +51,10 @@ std::string SniffPrintFormat(const uint8_t* data, size_t length) {
   // Universal Exit Language, then PJL: the header names the language that follows.
   if (StartsWith(text, "\x1b%-12345X")) return PjlLanguage(text);
   // A PCL printer reset ("ESC E") opens every PCL job.
-  if (StartsWith(text, "\x1b" "E")) return "application/vnd.hp-pcl";
+  if (StartsWith(text,
+                 "\x1b"
+                 "E"))
+    return "application/vnd.hp-pcl";
   // A ZPL label: ^XA (start of format) first, ^XZ (end of format) later; both
   // carets may be changed by the label itself, which leaves such labels to
   // --format.
@@ -73,8 +77,9 @@ std::string DetectDocumentFormat(const std::string& path) {
 
   std::unique_ptr<magic_set, decltype(&magic_close)> cookie(magic_open(MAGIC_MIME_TYPE), &magic_close);
   if (!cookie || magic_load(cookie.get(), nullptr) != 0) {
-    throw Failure(kExitUnavailable, "cannot tell the document's format (the file-type database is missing); "
-                                    "name it with --format");
+    throw Failure(kExitUnavailable,
+                  "cannot tell the document's format (the file-type database is missing); "
+                  "name it with --format");
   }
   const char* type = magic_buffer(cookie.get(), head.data(), head.size());
   if (type == nullptr || *type == 0) return "application/octet-stream";

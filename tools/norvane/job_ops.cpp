@@ -77,9 +77,8 @@ bool ListJobs(Norvane::IPPProvider* provider, bool completed, std::vector<Listed
     VariantClear(&value);
   }
   if (FAILED(hr)) return false;
-  std::vector<std::string> ids = SplitLines(texts[0]), states = SplitLines(texts[1]),
-                           jobNames = SplitLines(texts[2]), reasons = SplitLines(texts[3]),
-                           uris = SplitLines(texts[4]);
+  std::vector<std::string> ids = SplitLines(texts[0]), states = SplitLines(texts[1]), jobNames = SplitLines(texts[2]),
+                           reasons = SplitLines(texts[3]), uris = SplitLines(texts[4]);
   for (size_t i = 0; i < ids.size(); ++i) {
     ListedJob job;
     job.id = std::atoi(ids[i].c_str());
@@ -158,10 +157,11 @@ class PollView {
 // it cancels with names no user, so that no other job of the user is touched.
 class WaitWatcher {
  public:
-  WaitWatcher(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request,
-              PollView* view, JobOutcome* outcome)
-      : provider_(provider), target_(target), request_(request), view_(view), outcome_(outcome),
-        thread_([this] { Run(); }) {}
+  WaitWatcher(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request, PollView* view,
+              JobOutcome* outcome)
+      : provider_(provider), target_(target), request_(request), view_(view), outcome_(outcome), thread_([this] {
+          Run();
+        }) {}
   ~WaitWatcher() { Stop(); }
 
   // The first block has gone (or failed): nothing is waited for any more.
@@ -217,8 +217,7 @@ class WaitWatcher {
 
   std::string LookAtPrinter() {
     Norvane::Variant state, reasons;
-    if (FAILED(provider_->GetIPPValue("printer-state", 0, state.Ptr(), nullptr, target_.resource.c_str(), 0, 0,
-                                      " "))) {
+    if (FAILED(provider_->GetIPPValue("printer-state", 0, state.Ptr(), nullptr, target_.resource.c_str(), 0, 0, " "))) {
       return "not answering";
     }
     provider_->GetIPPValue("printer-state-reasons", 0, reasons.Ptr(), nullptr, target_.resource.c_str(), 0, 0, " ");
@@ -333,7 +332,8 @@ std::string IppStatusName(const std::string& decimal) {
 bool AskJobState(Norvane::IPPProvider* provider, const Target& target, JobOutcome* outcome) {
   if (outcome->jobId == 0) return false;
   if (!jobAttributesRefused.load()) {
-    std::string jobUri = outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
+    std::string jobUri =
+        outcome->jobUri.empty() ? target.Uri() + "/" + std::to_string(outcome->jobId) : outcome->jobUri;
     bool refused = false;
     std::string state = JobAttribute(provider, target, jobUri, "job-state", &refused);
     if (!refused && !state.empty()) {

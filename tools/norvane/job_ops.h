@@ -14,9 +14,9 @@ namespace NorvaneCli {
 struct JobOutcome {
   int32_t jobId = 0;  // 0: the printer named no job
   std::string jobUri;
-  std::string state;    // IPP keyword (pending, processing, completed, ...), last seen
-  std::string reasons;  // job-state-reasons, last seen
-  std::string name;     // job-name, when the printer said it
+  std::string state;                // IPP keyword (pending, processing, completed, ...), last seen
+  std::string reasons;              // job-state-reasons, last seen
+  std::string name;                 // job-name, when the printer said it
   std::vector<std::string> states;  // every state seen, in order, without repeats
   // What the library's polling threads reported while the document streamed,
   // in order, without repeats: "printer idle", "job job-incoming", ...
@@ -24,17 +24,17 @@ struct JobOutcome {
   std::string status;  // IPP status keyword of the Print-Job response, when read
   uint64_t bytes = 0;
   double seconds = 0;
-  bool canceled = false;       // ended by the user (Ctrl-C, SIGTERM)
-  bool timedOut = false;       // ended by --timeout while waiting for the printer
-  std::string printerWaited;   // the printer's state while it kept the job waiting
+  bool canceled = false;      // ended by the user (Ctrl-C, SIGTERM)
+  bool timedOut = false;      // ended by --timeout while waiting for the printer
+  std::string printerWaited;  // the printer's state while it kept the job waiting
 };
 
 struct PrintProgress {
   uint64_t sent = 0;
   uint64_t total = 0;
   double seconds = 0;
-  std::string state;    // the job as the library's polling thread last saw it
-  std::string printer;  // the printer as last seen
+  std::string state;     // the job as the library's polling thread last saw it
+  std::string printer;   // the printer as last seen
   bool waiting = false;  // no byte sent yet: the printer is not ready
 };
 
@@ -51,7 +51,7 @@ struct PrintRequest {
   // streams, for a caller that only wants the printer to have it.
   bool oneBody = false;
   std::function<void(const PrintProgress&)> progress;  // after every chunk, and while waiting
-  const std::atomic<bool>* cancel = nullptr;             // set to cancel the job
+  const std::atomic<bool>* cancel = nullptr;           // set to cancel the job
 };
 
 // An IPP job-state as its keyword, from the enum (3..9) or the words of the

@@ -95,17 +95,18 @@ int main(int argc, char** argv) {
   app.add_option("--snmp-auth", common.snmpAuth,
                  "SNMPv3 authentication: SHA, SHA-224, SHA-256, SHA-384 or SHA-512 "
                  "(pass phrase in NORVANE_SNMP_AUTH_PASSPHRASE)")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, uint32_t>{{"SHA", NORVANE_SNMP_AUTH_SHA1}, {"SHA-224", NORVANE_SNMP_AUTH_SHA224},
-                                          {"SHA-256", NORVANE_SNMP_AUTH_SHA256}, {"SHA-384", NORVANE_SNMP_AUTH_SHA384},
-                                          {"SHA-512", NORVANE_SNMP_AUTH_SHA512}},
-          CLI::ignore_case));
+      ->transform(CLI::CheckedTransformer(std::map<std::string, uint32_t>{{"SHA", NORVANE_SNMP_AUTH_SHA1},
+                                                                          {"SHA-224", NORVANE_SNMP_AUTH_SHA224},
+                                                                          {"SHA-256", NORVANE_SNMP_AUTH_SHA256},
+                                                                          {"SHA-384", NORVANE_SNMP_AUTH_SHA384},
+                                                                          {"SHA-512", NORVANE_SNMP_AUTH_SHA512}},
+                                          CLI::ignore_case));
   app.add_option("--snmp-priv", common.snmpPriv,
                  "SNMPv3 privacy: AES, AES-192 or AES-256 (pass phrase in NORVANE_SNMP_PRIV_PASSPHRASE)")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, uint32_t>{{"AES", NORVANE_SNMP_PRIV_AES128}, {"AES-192", NORVANE_SNMP_PRIV_AES192},
-                                          {"AES-256", NORVANE_SNMP_PRIV_AES256}},
-          CLI::ignore_case));
+      ->transform(CLI::CheckedTransformer(std::map<std::string, uint32_t>{{"AES", NORVANE_SNMP_PRIV_AES128},
+                                                                          {"AES-192", NORVANE_SNMP_PRIV_AES192},
+                                                                          {"AES-256", NORVANE_SNMP_PRIV_AES256}},
+                                          CLI::ignore_case));
 
   AddVersionVerb(app, common);
   AddHelpVerb(app);

@@ -29,8 +29,8 @@ std::vector<Document> LoadDocuments(const CollectOptions& options) {
   std::vector<std::string> files = options.datamaps;
   if (files.empty()) files = SampleDataMaps();
   if (files.empty()) {
-    throw Failure(kExitUsage, "no data map given and no sample data maps installed (looked in " +
-                                  ShareDirectory() + "/datamaps)");
+    throw Failure(kExitUsage,
+                  "no data map given and no sample data maps installed (looked in " + ShareDirectory() + "/datamaps)");
   }
   std::vector<Document> documents;
   for (const auto& file : files) documents.push_back({file, ReadDataMapKeys(file)});
@@ -47,8 +47,8 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
     auto address = MakeAddress(target, common);
     // An ipp:// URI with a path names the queue the IPP items read.
     size_t scheme = line.find("://");
-    const bool uriPath = line.rfind("ipp", 0) == 0 && scheme != std::string::npos &&
-                         line.find('/', scheme + 3) != std::string::npos;
+    const bool uriPath =
+        line.rfind("ipp", 0) == 0 && scheme != std::string::npos && line.find('/', scheme + 3) != std::string::npos;
     nlohmann::json maps = nlohmann::json::array();
     bool any = false;
     for (const auto& document : documents) {
@@ -184,7 +184,8 @@ void AddCollectVerbs(CLI::App& app, Common& common) {
   collect->add_option("--datamap", options->datamaps, "data-map document, repeatable (default: the installed samples)")
       ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  collect->add_option("--targets", options->targets, "file of printers, one a line: ADDRESS [COMMUNITY] [user=SNMPV3-USER]: fleet mode");
+  collect->add_option("--targets", options->targets,
+                      "file of printers, one a line: ADDRESS [COMMUNITY] [user=SNMPV3-USER]: fleet mode");
   collect->add_option("--parallel", options->parallel, "printers collected at once in fleet mode (default 4)")
       ->check(CLI::Range(1u, 256u));
   collect->add_flag("--no-cache", options->noCache, "read every value from the device, not the registry cache");

@@ -88,17 +88,25 @@ int StartBench(const Common& common) {
     if (ProgramOnPath(program).empty()) missing += std::string(missing.empty() ? "" : ", ") + program;
   }
   if (!missing.empty()) {
-    throw Failure(kExitUnavailable, "the demo needs " + missing + " (Debian: cups-ipp-utils snmpd snmp dbus iproute2 curl)");
+    throw Failure(kExitUnavailable,
+                  "the demo needs " + missing + " (Debian: cups-ipp-utils snmpd snmp dbus iproute2 curl)");
   }
   std::string unshare = ProgramOnPath("unshare");
-  if (RunChild({unshare, "-rn", "true"}, true) != 0 && !(geteuid() == 0 && RunChild({unshare, "-n", "true"}, true) == 0)) {
+  if (RunChild({unshare, "-rn", "true"}, true) != 0 &&
+      !(geteuid() == 0 && RunChild({unshare, "-n", "true"}, true) == 0)) {
     throw Failure(kExitUnavailable,
                   "the demo needs a private network namespace, and this machine does not permit user namespaces");
   }
   std::error_code error;
   std::string self = fs::read_symlink("/proc/self/exe", error).string();
-  std::vector<std::string> argv = {ProgramOnPath("bash"), bench.string(), "--sim", sim,
-                                   "--fixtures", (fs::path(share) / "printer-sim").string(), "--", self};
+  std::vector<std::string> argv = {ProgramOnPath("bash"),
+                                   bench.string(),
+                                   "--sim",
+                                   sim,
+                                   "--fixtures",
+                                   (fs::path(share) / "printer-sim").string(),
+                                   "--",
+                                   self};
   if (common.json) argv.push_back("--json");
   argv.push_back("demo");
   argv.push_back("--inside-bench");
@@ -126,8 +134,9 @@ std::string WriteTestDocument(const fs::path& dir, size_t bytes) {
   };
   object("<< /Type /Catalog /Pages 2 0 R >>");
   object("<< /Type /Pages /Kids [3 0 R] /Count 1 >>");
-  object("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Contents 4 0 R "
-         "/Resources << /Font << /F1 5 0 R >> >> >>");
+  object(
+      "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Contents 4 0 R "
+      "/Resources << /Font << /F1 5 0 R >> >> >>");
   std::string content = page + "\n" + padding;
   object("<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "\nendstream");
   object("<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>");
@@ -164,10 +173,11 @@ int Tour(const Common& common) {
   auto address = MakeAddress(ParseTarget(host), common);
 
   Heading(common, "Peers");
-  report["peers"] = {{"ipp", uri},
-                     {"snmp", host + ":" + Env("NORVANE_SNMP_PORT", "161")},
-                     {"printer-sim", host + ":" + Env("NORVANE_SIM_HTTP_PORT", "80") + ", " +
-                                         Env("NORVANE_SIM_ALT_PORT", "8080") + ", " + Env("NORVANE_SIM_SOAP_PORT", "3910")}};
+  report["peers"] = {
+      {"ipp", uri},
+      {"snmp", host + ":" + Env("NORVANE_SNMP_PORT", "161")},
+      {"printer-sim", host + ":" + Env("NORVANE_SIM_HTTP_PORT", "80") + ", " + Env("NORVANE_SIM_ALT_PORT", "8080") +
+                          ", " + Env("NORVANE_SIM_SOAP_PORT", "3910")}};
   if (!common.json) {
     std::printf("  ippeveprinter        %s\n  snmpd                udp %s\n  norvane-printer-sim  http %s\n",
                 report["peers"]["ipp"].get<std::string>().c_str(), report["peers"]["snmp"].get<std::string>().c_str(),
@@ -202,7 +212,7 @@ int Tour(const Common& common) {
     }
     JobOutcome outcome = PrintDocument(provider.get(), target, request);
     FollowJob(provider.get(), target, &outcome, 10, nullptr);
-    job = {{"job-id", outcome.jobId}, {"bytes", outcome.bytes}, {"seconds", outcome.seconds},
+    job = {{"job-id", outcome.jobId},  {"bytes", outcome.bytes},   {"seconds", outcome.seconds},
            {"states", outcome.states}, {"polled", outcome.polled}, {"job-state", outcome.state}};
     if (!common.json) {
       auto join = [](const std::vector<std::string>& list) {
@@ -252,7 +262,8 @@ int Tour(const Common& common) {
     report["ok"] = ok;
     PrintJson(report);
   } else {
-    std::printf("\n%s\n", ok ? "Every peer answered. Stopping them." : "Some steps failed (see above). Stopping the peers.");
+    std::printf("\n%s\n",
+                ok ? "Every peer answered. Stopping them." : "Some steps failed (see above). Stopping the peers.");
   }
   return ok ? 0 : kExitFailed;
 }
@@ -261,8 +272,8 @@ int Tour(const Common& common) {
 
 void AddDemoVerb(CLI::App& app, Common& common) {
   auto inside = std::make_shared<bool>(false);
-  auto* demo = app.add_subcommand(
-      "demo", "Start real peers in a private network namespace and show every feature against them");
+  auto* demo =
+      app.add_subcommand("demo", "Start real peers in a private network namespace and show every feature against them");
   demo->add_flag("--inside-bench", *inside, "run the tour in an already started bench")->group("");
   demo->callback([inside, &common] {
     if (*inside || std::getenv("NORVANE_BENCH") != nullptr) {

@@ -47,8 +47,9 @@ void ProgressLine(const PrintProgress& p) {
   bar.append(static_cast<size_t>(kWidth - filled), '.');
   double rate = p.seconds > 0 ? static_cast<double>(p.sent) / p.seconds : 0;
   std::fprintf(stderr, "\r[%s] %3d%%  %s of %s  %s/s  job %s  printer %s   ", bar.c_str(),
-               static_cast<int>(p.total == 0 ? 100 : 100 * p.sent / p.total), Bytes(static_cast<double>(p.sent)).c_str(),
-               Bytes(static_cast<double>(p.total)).c_str(), Bytes(rate).c_str(), p.state.empty() ? "-" : p.state.c_str(),
+               static_cast<int>(p.total == 0 ? 100 : 100 * p.sent / p.total),
+               Bytes(static_cast<double>(p.sent)).c_str(), Bytes(static_cast<double>(p.total)).c_str(),
+               Bytes(rate).c_str(), p.state.empty() ? "-" : p.state.c_str(),
                p.printer.empty() ? "-" : p.printer.c_str());
   std::fflush(stderr);
 }
@@ -101,9 +102,10 @@ void Print(const PrintOptions& o, const Common& common) {
   if (bar) std::fprintf(stderr, "\n");
   if (outcome.bytes == 0 && (outcome.canceled || outcome.timedOut)) {
     std::string printer = outcome.printerWaited.empty() ? "not ready" : outcome.printerWaited;
-    if (outcome.canceled) throw Failure(kExitInterrupted, "canceled while the printer was stopped: " + ReasonsOf(printer));
-    throw Failure(kExitFailed, "the printer was not ready within " + std::to_string(common.timeoutMs / 1000.0).substr(0, 4) +
-                                   " s: " + printer);
+    if (outcome.canceled)
+      throw Failure(kExitInterrupted, "canceled while the printer was stopped: " + ReasonsOf(printer));
+    throw Failure(kExitFailed, "the printer was not ready within " +
+                                   std::to_string(common.timeoutMs / 1000.0).substr(0, 4) + " s: " + printer);
   }
   bool stoppedWaiting = false;
   if (!outcome.canceled && !o.noWait && outcome.jobId != 0) {
@@ -132,7 +134,8 @@ void Print(const PrintOptions& o, const Common& common) {
                {"canceled", outcome.canceled}});
   }
   if (refused) {
-    throw Failure(kExitFailed, "the printer refused " + job + ": " + outcome.status + (reasons.empty() ? "" : " (" + reasons + ")"));
+    throw Failure(kExitFailed,
+                  "the printer refused " + job + ": " + outcome.status + (reasons.empty() ? "" : " (" + reasons + ")"));
   }
   if (outcome.canceled) {
     throw Failure(kExitInterrupted, job + " was canceled" + (reasons.empty() ? "" : " (" + reasons + ")"));
@@ -141,13 +144,15 @@ void Print(const PrintOptions& o, const Common& common) {
     throw Failure(kExitFailed, job + " " + outcome.state + (reasons.empty() ? "" : ": " + reasons));
   }
   if (stoppedWaiting) {
-    throw Failure(kExitInterrupted, "stopped waiting for " + job + " (" + (outcome.state.empty() ? "state unknown" : outcome.state) +
+    throw Failure(kExitInterrupted, "stopped waiting for " + job + " (" +
+                                        (outcome.state.empty() ? "state unknown" : outcome.state) +
                                         "); the printer keeps it");
   }
   if (!common.json) {
     std::string state = outcome.state.empty() ? "state not reported" : outcome.state;
     if (outcome.jobId == 0) state += ", the printer named no job id";
-    if (!IsFinalJobState(outcome.state) && !o.noWait && limit > 0) state += " after " + std::to_string(static_cast<int>(limit)) + " s";
+    if (!IsFinalJobState(outcome.state) && !o.noWait && limit > 0)
+      state += " after " + std::to_string(static_cast<int>(limit)) + " s";
     std::printf("%s: %s (%s, %s in %.2f s)\n", job.c_str(), state.c_str(), request.format.c_str(),
                 Bytes(static_cast<double>(outcome.bytes)).c_str(), outcome.seconds);
   }
@@ -164,8 +169,8 @@ void AddPrintVerbs(CLI::App& app, Common& common) {
   print->add_option("--format", o->format, "document-format to send (default: told from the file's bytes)");
   print->add_option("--chunk", o->chunkKiB, "KiB per chunk (default 64)")->check(CLI::Range(1u, 16384u));
   print->add_flag("--no-wait", o->noWait,
-                 "return once the printer has the document (up to 8 MiB sent in one request, without "
-                 "waiting for a ready printer)");
+                  "return once the printer has the document (up to 8 MiB sent in one request, without "
+                  "waiting for a ready printer)");
   print->callback([o, &common] { Print(*o, common); });
 }
 

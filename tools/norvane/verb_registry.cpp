@@ -79,8 +79,7 @@ void Walk(RegistryHive hive, const std::u16string& path, nlohmann::json* keys, T
 
 void Show(RegistryHive hive, const std::u16string& path, bool valuesToo, const Common& common) {
   nlohmann::json keys = nlohmann::json::array();
-  Table table(valuesToo ? std::vector<std::string>{"KEY", "NAME", "VALUE"}
-                        : std::vector<std::string>{"KEY", "VALUES"});
+  Table table(valuesToo ? std::vector<std::string>{"KEY", "NAME", "VALUE"} : std::vector<std::string>{"KEY", "VALUES"});
   Walk(hive, path, &keys, &table, valuesToo);
   if (common.json) {
     PrintJson({{"root", Norvane::RegistryHiveRoot(hive)}, {"keys", keys}});

@@ -48,13 +48,14 @@ void Run(const RequestOptions& options, const Common& common, bool set) {
   if (status != S_OK) {
     // "Does not answer SNMP" is not what the user sees when snmpget answers.
     std::string hint = status == kNoSnmpDevice ? SnmpDetectionHint(address.get()) : std::string();
-    throw Failure(kExitFailed, std::string(set ? "set" : "get") + " at " + options.address + " failed: " +
-                                   (hint.empty() ? DescribeStatus(status) : hint));
+    throw Failure(kExitFailed, std::string(set ? "set" : "get") + " at " + options.address +
+                                   " failed: " + (hint.empty() ? DescribeStatus(status) : hint));
   }
   std::string what = options.datamap.empty() ? options.oid : options.datamap;
   if (common.json) {
-    PrintJson({{"address", options.address}, {"item", what}, {"value", set ? nlohmann::json(options.value)
-                                                                            : VariantJson(value.Get())}});
+    PrintJson({{"address", options.address},
+               {"item", what},
+               {"value", set ? nlohmann::json(options.value) : VariantJson(value.Get())}});
   } else if (set) {
     std::printf("%s set to %d\n", what.c_str(), options.value);
   } else {

@@ -9,9 +9,9 @@ namespace {
 
 // What `status` reads, in the order shown.
 constexpr const char* kStatusAttributes[] = {
-    "printer-name",         "printer-make-and-model", "printer-state",  "printer-state-reasons",
-    "printer-state-message", "printer-uuid",          "marker-names",   "marker-levels",
-    "marker-colors",        "marker-types",           "queued-job-count", "media-ready",
+    "printer-name",          "printer-make-and-model", "printer-state",    "printer-state-reasons",
+    "printer-state-message", "printer-uuid",           "marker-names",     "marker-levels",
+    "marker-colors",         "marker-types",           "queued-job-count", "media-ready",
 };
 
 struct StatusOptions {
@@ -66,10 +66,10 @@ void Jobs(const StatusOptions& o, const Common& common) {
       list.push_back({{"job-id", id}, {"error", "no such job"}});
       continue;
     }
-    table.Add({std::to_string(id), job.state, job.reasons.empty() ? "-" : job.reasons,
-               job.name.empty() ? "-" : job.name});
-    list.push_back({{"job-id", id}, {"job-state", job.state}, {"job-state-reasons", job.reasons},
-                    {"job-name", job.name}});
+    table.Add(
+        {std::to_string(id), job.state, job.reasons.empty() ? "-" : job.reasons, job.name.empty() ? "-" : job.name});
+    list.push_back(
+        {{"job-id", id}, {"job-state", job.state}, {"job-state-reasons", job.reasons}, {"job-name", job.name}});
   }
   if (common.json) {
     PrintJson({{"printer", target.Uri()}, {"jobs", list}});
@@ -109,8 +109,8 @@ void Strings(const StatusOptions& o, const Common& common) {
   SetLastError(0);
   HRESULT hr = GetDeviceLocaleStrings(address.get(), ToUtf16(o.lang), strings);
   if (hr != S_OK) {
-    throw Failure(kExitFailed, "no " + o.lang + " strings from " + target.host + ": " +
-                                   DescribeStatus(hr, GetLastError()));
+    throw Failure(kExitFailed,
+                  "no " + o.lang + " strings from " + target.host + ": " + DescribeStatus(hr, GetLastError()));
   }
   if (common.json) {
     PrintJson({{"printer", target.host}, {"language", o.lang}, {"strings", ToUtf8(strings)}});

@@ -7,25 +7,25 @@
 #include <mutex>
 #include <string>
 
-namespace printersim {
+namespace PrinterSim {
 
 class AccessLog {
-public:
-    // Appends to `file`, or writes to standard error when `file` is empty.
-    bool Open(const std::string& file, std::string& error);
+ public:
+  // Appends to `file`, or writes to standard error when `file` is empty.
+  bool Open(const std::string& file, std::string& error);
 
-    // Writes "<UTC time> <line>\n" and flushes, so the bench can show the log of a
-    // simulator that was killed.
-    void Write(const std::string& line);
+  // Writes "<UTC time> <line>\n" and flushes, so the bench can show the log of a
+  // simulator that was killed.
+  void Write(const std::string& line);
 
-private:
-    struct Closer {
-        void operator()(std::FILE* f) const { std::fclose(f); }
-    };
+ private:
+  struct Closer {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+  };
 
-    std::mutex mutex_;
-    std::unique_ptr<std::FILE, Closer> owned_;
-    std::FILE* out_ = stderr;
+  std::mutex mutex_;
+  std::unique_ptr<std::FILE, Closer> owned_;
+  std::FILE* out_ = stderr;
 };
 
-}  // namespace printersim
+}  // namespace PrinterSim

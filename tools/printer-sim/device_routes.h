@@ -12,28 +12,28 @@ namespace httplib {
 class Server;
 }
 
-namespace printersim {
+namespace PrinterSim {
 
 enum class Role {
-    Web,          // GET of fixture documents (ports 80 and 8080)
-    WebServices,  // SOAP POST of GetPrinterElements (port 3910)
+  Web,          // GET of fixture documents (ports 80 and 8080)
+  WebServices,  // SOAP POST of GetPrinterElements (port 3910)
 };
 
 // Everything the listeners share. Outlives every server it is installed on.
 struct SimState {
-    FixtureStore fixtures;
-    FaultTable faults;
-    RequestJournal journal;
-    AccessLog log;
-    StopSignal stop;
-    bool allowExpectContinue = false;
-    // Every IPP request answered with these bytes, its request-id copied in.
-    std::string ippCapture;
-    // A printer that knows only IPP/1.x: a 2.x request gets
-    // server-error-version-not-supported.
-    bool ipp11Only = false;
+  FixtureStore fixtures;
+  FaultTable faults;
+  RequestJournal journal;
+  AccessLog log;
+  StopSignal stop;
+  bool allowExpectContinue = false;
+  // Every IPP request answered with these bytes, its request-id copied in.
+  std::string ippCapture;
+  // A printer that knows only IPP/1.x: a 2.x request gets
+  // server-error-version-not-supported.
+  bool ipp11Only = false;
 };
 
 void InstallRoutes(httplib::Server& server, Role role, SimState& state);
 
-}  // namespace printersim
+}  // namespace PrinterSim

@@ -31,23 +31,23 @@
 #include <string>
 #include <string_view>
 
-namespace printersim {
+namespace PrinterSim {
 
 struct FaultPlan {
-    std::optional<int> status;                 // replaces the normal answer
-    std::chrono::milliseconds delay{0};        // before the status line
-    std::chrono::milliseconds slow{0};         // spread over the body
-    std::chrono::milliseconds stall{0};        // silence after a truncated body
-    bool truncate = false;
-    std::optional<std::size_t> truncateAt;     // bytes actually sent; none = half
-    bool chunked = false;
-    bool early = false;
-    std::string basic;                         // "USER:PASS" asked for; empty = none
-    bool rotate = false;
-    int remaining = -1;                        // requests left; -1 = until cleared
+  std::optional<int> status;           // replaces the normal answer
+  std::chrono::milliseconds delay{0};  // before the status line
+  std::chrono::milliseconds slow{0};   // spread over the body
+  std::chrono::milliseconds stall{0};  // silence after a truncated body
+  bool truncate = false;
+  std::optional<std::size_t> truncateAt;  // bytes actually sent; none = half
+  bool chunked = false;
+  bool early = false;
+  std::string basic;  // "USER:PASS" asked for; empty = none
+  bool rotate = false;
+  int remaining = -1;  // requests left; -1 = until cleared
 
-    // The plan's text in the same syntax it was parsed from, for logs and listings.
-    std::string Describe() const;
+  // The plan's text in the same syntax it was parsed from, for logs and listings.
+  std::string Describe() const;
 };
 
 // Parses the syntax above. Returns nullopt and sets `error` on anything it does not
@@ -57,22 +57,22 @@ std::optional<FaultPlan> ParseFaultPlan(std::string_view text, std::string& erro
 
 // Plans by URL path, shared by all listeners. Thread-safe.
 class FaultTable {
-public:
-    void Set(const std::string& path, const FaultPlan& plan);
-    void Remove(const std::string& path);
-    void Clear();
+ public:
+  void Set(const std::string& path, const FaultPlan& plan);
+  void Remove(const std::string& path);
+  void Clear();
 
-    // The plan for `path`, consuming one use of a counted plan. A plan whose count
-    // reaches zero is removed, so "500@1" fails exactly one request. With `earlyOnly`
-    // a plan that is not "early" is left for the answer after the body.
-    std::optional<FaultPlan> Take(const std::string& path, bool earlyOnly = false);
+  // The plan for `path`, consuming one use of a counted plan. A plan whose count
+  // reaches zero is removed, so "500@1" fails exactly one request. With `earlyOnly`
+  // a plan that is not "early" is left for the answer after the body.
+  std::optional<FaultPlan> Take(const std::string& path, bool earlyOnly = false);
 
-    // One "PATH=PLAN" line per entry.
-    std::string List() const;
+  // One "PATH=PLAN" line per entry.
+  std::string List() const;
 
-private:
-    mutable std::mutex mutex_;
-    std::map<std::string, FaultPlan> plans_;
+ private:
+  mutable std::mutex mutex_;
+  std::map<std::string, FaultPlan> plans_;
 };
 
-}  // namespace printersim
+}  // namespace PrinterSim

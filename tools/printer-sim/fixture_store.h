@@ -20,40 +20,40 @@
 #include <shared_mutex>
 #include <string>
 
-namespace printersim {
+namespace PrinterSim {
 
 enum class Tree { Http, Soap };
 
 struct Resource {
-    std::string body;
-    std::string contentType;
+  std::string body;
+  std::string contentType;
 };
 
 class FixtureStore {
-public:
-    // Reads every file below `root`/http and `root`/soap. Returns false and sets
-    // `error` when neither tree exists or a file cannot be read.
-    bool Load(const std::filesystem::path& root, std::string& error);
+ public:
+  // Reads every file below `root`/http and `root`/soap. Returns false and sets
+  // `error` when neither tree exists or a file cannot be read.
+  bool Load(const std::filesystem::path& root, std::string& error);
 
-    std::optional<Resource> Find(Tree tree, const std::string& path) const;
+  std::optional<Resource> Find(Tree tree, const std::string& path) const;
 
-    // Run-time overrides. Delete hides a fixture (the path answers 404) until Reset.
-    void Put(Tree tree, const std::string& path, Resource resource);
-    void Delete(Tree tree, const std::string& path);
-    void Reset();
+  // Run-time overrides. Delete hides a fixture (the path answers 404) until Reset.
+  void Put(Tree tree, const std::string& path, Resource resource);
+  void Delete(Tree tree, const std::string& path);
+  void Reset();
 
-    std::size_t Count() const;
+  std::size_t Count() const;
 
-private:
-    using Key = std::pair<Tree, std::string>;
+ private:
+  using Key = std::pair<Tree, std::string>;
 
-    mutable std::shared_mutex mutex_;
-    std::map<Key, Resource> files_;
-    // nullopt marks a deleted path.
-    std::map<Key, std::optional<Resource>> overrides_;
+  mutable std::shared_mutex mutex_;
+  std::map<Key, Resource> files_;
+  // nullopt marks a deleted path.
+  std::map<Key, std::optional<Resource>> overrides_;
 };
 
 // Content type for a fixture file, from its extension.
 std::string ContentTypeFor(const std::filesystem::path& file);
 
-}  // namespace printersim
+}  // namespace PrinterSim

@@ -6,11 +6,11 @@
 #include <optional>
 #include <string>
 
-namespace printersim {
+namespace PrinterSim {
 
 struct IppAnswer {
-    int httpStatus = 200;  // 400 when the body is not an IPP request at all
-    std::string body;      // application/ipp
+  int httpStatus = 200;  // 400 when the body is not an IPP request at all
+  std::string body;      // application/ipp
 };
 
 // `fixture` lists the printer attributes, one per line: "TAG NAME VALUE[,VALUE...]"
@@ -26,4 +26,4 @@ IppAnswer AnswerFromCapture(const std::string& request, const std::string& captu
 // a version it does not speak; nullopt when it speaks the request's version.
 std::optional<IppAnswer> RefuseIpp2(const std::string& request);
 
-}  // namespace printersim
+}  // namespace PrinterSim

@@ -2,28 +2,25 @@
 
 #include <charconv>
 
-namespace printersim {
+namespace PrinterSim {
 namespace {
 
-bool ParsePort(const std::string& text, int& port)
-{
-    if (text == "off") {
-        port = kPortOff;
-        return true;
-    }
-    int value = 0;
-    auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (ec != std::errc() || end != text.data() + text.size() || value < 0 || value > 65535)
-        return false;
-    port = value;
+bool ParsePort(const std::string& text, int& port) {
+  if (text == "off") {
+    port = kPortOff;
     return true;
+  }
+  int value = 0;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || end != text.data() + text.size() || value < 0 || value > 65535) return false;
+  port = value;
+  return true;
 }
 
 }  // namespace
 
-std::string UsageText()
-{
-    return R"(Usage: norvane-printer-sim [OPTIONS]
+std::string UsageText() {
+  return R"(Usage: norvane-printer-sim [OPTIONS]
 
 Simulates a networked printer's XML resources and web-services endpoint.
 
@@ -54,87 +51,77 @@ On start-up one line "norvane-printer-sim ready pid=..." goes to standard output
 )";
 }
 
-ParseOutcome ParseOptions(int argc, char** argv, Options& options, std::string& error)
-{
-    for (int i = 1; i < argc; ++i) {
-        std::string arg = argv[i];
-        std::string value;
-        bool hasValue = false;
-        if (auto eq = arg.find('='); arg.rfind("--", 0) == 0 && eq != std::string::npos) {
-            value = arg.substr(eq + 1);
-            arg.resize(eq);
-            hasValue = true;
-        }
-        auto next = [&](std::string& out) {
-            if (hasValue) {
-                out = value;
-                return true;
-            }
-            if (i + 1 >= argc) {
-                error = arg + " needs a value";
-                return false;
-            }
-            out = argv[++i];
-            return true;
-        };
-
-        if (arg == "--help" || arg == "-h")
-            return ParseOutcome::ShowHelp;
-        if (arg == "--ipp11-only") {
-            options.ipp11Only = true;
-            continue;
-        }
-        if (arg == "--allow-expect-continue") {
-            options.allowExpectContinue = true;
-            continue;
-        }
-
-        std::string text;
-        if (arg == "--fixtures") {
-            if (!next(text))
-                return ParseOutcome::Invalid;
-            options.fixtures = text;
-        } else if (arg == "--ipp-capture") {
-            if (!next(text))
-                return ParseOutcome::Invalid;
-            options.ippCapture = text;
-        } else if (arg == "--bind") {
-            if (!next(options.bind))
-                return ParseOutcome::Invalid;
-        } else if (arg == "--http-port" || arg == "--alt-port" || arg == "--soap-port") {
-            int& port = arg == "--http-port" ? options.httpPort
-                        : arg == "--alt-port" ? options.altPort
-                                              : options.soapPort;
-            if (!next(text))
-                return ParseOutcome::Invalid;
-            if (!ParsePort(text, port)) {
-                error = arg + ": '" + text + "' is not a port number or 'off'";
-                return ParseOutcome::Invalid;
-            }
-        } else if (arg == "--fault") {
-            if (!next(text))
-                return ParseOutcome::Invalid;
-            const auto eq = text.rfind('=');
-            if (eq == std::string::npos || eq == 0 || text[0] != '/') {
-                error = "--fault expects /PATH=PLAN, got '" + text + "'";
-                return ParseOutcome::Invalid;
-            }
-            std::string planError;
-            auto plan = ParseFaultPlan(std::string_view(text).substr(eq + 1), planError);
-            if (!plan) {
-                error = "--fault " + text + ": " + planError;
-                return ParseOutcome::Invalid;
-            }
-            options.faults.emplace_back(text.substr(0, eq), *plan);
-        } else if (arg == "--log") {
-            if (!next(options.logFile))
-                return ParseOutcome::Invalid;
-        } else {
-            error = "unknown option '" + arg + "'";
-            return ParseOutcome::Invalid;
-        }
+ParseOutcome ParseOptions(int argc, char** argv, Options& options, std::string& error) {
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    std::string value;
+    bool hasValue = false;
+    if (auto eq = arg.find('='); arg.rfind("--", 0) == 0 && eq != std::string::npos) {
+      value = arg.substr(eq + 1);
+      arg.resize(eq);
+      hasValue = true;
     }
-    return ParseOutcome::Run;
+    auto next = [&](std::string& out) {
+      if (hasValue) {
+        out = value;
+        return true;
+      }
+      if (i + 1 >= argc) {
+        error = arg + " needs a value";
+        return false;
+      }
+      out = argv[++i];
+      return true;
+    };
+
+    if (arg == "--help" || arg == "-h") return ParseOutcome::ShowHelp;
+    if (arg == "--ipp11-only") {
+      options.ipp11Only = true;
+      continue;
+    }
+    if (arg == "--allow-expect-continue") {
+      options.allowExpectContinue = true;
+      continue;
+    }
+
+    std::string text;
+    if (arg == "--fixtures") {
+      if (!next(text)) return ParseOutcome::Invalid;
+      options.fixtures = text;
+    } else if (arg == "--ipp-capture") {
+      if (!next(text)) return ParseOutcome::Invalid;
+      options.ippCapture = text;
+    } else if (arg == "--bind") {
+      if (!next(options.bind)) return ParseOutcome::Invalid;
+    } else if (arg == "--http-port" || arg == "--alt-port" || arg == "--soap-port") {
+      int& port = arg == "--http-port" ? options.httpPort : arg == "--alt-port" ? options.altPort : options.soapPort;
+      if (!next(text)) return ParseOutcome::Invalid;
+      if (!ParsePort(text, port)) {
+        error = arg + ": '" + text + "' is not a port number or 'off'";
+        return ParseOutcome::Invalid;
+      }
+    } else if (arg == "--fault") {
+      if (!next(text)) return ParseOutcome::Invalid;
+      const auto eq = text.rfind('=');
+      if (eq == std::string::npos || eq == 0 || text[0] != '/') {
+        error = "--fault expects /PATH=PLAN, got '" + text + "'";
+        return ParseOutcome::Invalid;
+      }
+      std::string planError;
+      auto plan = ParseFaultPlan(std::string_view(text).substr(eq + 1), planError);
+      if (!plan) {
+        error = "--fault " + text + ": " + planError;
+        return ParseOutcome::Invalid;
+      }
+      options.faults.emplace_back(text.substr(0, eq), *plan);
+    } else if (arg == "--log") {
+      if (!next(options.logFile)) return ParseOutcome::Invalid;
+    } else {
+      error = "unknown option '" + arg + "'";
+      return ParseOutcome::Invalid;
+    }
+  }
+  return ParseOutcome::Run;
 }
 
-}  // namespace printersim
+}  // namespace PrinterSim

@@ -8,27 +8,26 @@
 #include <optional>
 #include <string>
 
-namespace printersim {
+namespace PrinterSim {
 
 struct SoapAnswer {
-    int status = 200;
-    std::string contentType;
-    std::string body;
+  int status = 200;
+  std::string contentType;
+  std::string body;
 };
 
 struct SoapRequestFacts {
-    std::string messageId;  // text of wsa:MessageID, e.g. "urn:uuid:..."
+  std::string messageId;  // text of wsa:MessageID, e.g. "urn:uuid:..."
 };
 
 // Checks a POSTed GetPrinterElements request. Returns the facts the answer needs, or
 // sets `fault` to the answer a device gives to a request it rejects.
-std::optional<SoapRequestFacts> CheckGetPrinterElementsRequest(
-    const std::string& contentType, const std::string& body, SoapAnswer& fault);
+std::optional<SoapRequestFacts> CheckGetPrinterElementsRequest(const std::string& contentType, const std::string& body,
+                                                               SoapAnswer& fault);
 
 // A SOAP 1.2 fault envelope. `code` is "Sender", "Receiver" or "VersionMismatch";
 // `subcode` is a qualified name in the WS-Addressing namespace or empty.
-SoapAnswer MakeSoapFault(int status, const std::string& code, const std::string& subcode,
-                         const std::string& reason);
+SoapAnswer MakeSoapFault(int status, const std::string& code, const std::string& subcode, const std::string& reason);
 
 // Fills the response fixture's placeholders: @MESSAGE_ID@ (a fresh urn:uuid),
 // @RELATES_TO@ (the request's message id) and @DEVICE_TIME@ (UTC, xs:dateTime).
@@ -37,4 +36,4 @@ std::string FillResponseTemplate(std::string response, const SoapRequestFacts& f
 // A random RFC 4122 version-4 UUID in lower-case hyphenated form.
 std::string NewUuid();
 
-}  // namespace printersim
+}  // namespace PrinterSim

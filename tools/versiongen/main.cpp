@@ -15,15 +15,16 @@ int main(int argc, char** argv) {
   }
   NorvaneBuild::VersionResource r;
   unsigned major = 0, minor = 0, patch = 0;
-  if (std::sscanf(argv[2], "%u.%u.%u", &major, &minor, &patch) != 3 || major > 0xFFFF ||
-      minor > 0xFFFF || patch > 0xFFFF) {
+  if (std::sscanf(argv[2], "%u.%u.%u", &major, &minor, &patch) != 3 || major > 0xFFFF || minor > 0xFFFF ||
+      patch > 0xFFFF) {
     std::fprintf(stderr, "bad version: %s\n", argv[2]);
     return 2;
   }
   r.major = static_cast<uint16_t>(major);
   r.minor = static_cast<uint16_t>(minor);
   r.patch = static_cast<uint16_t>(patch);
-  r.tables.push_back({0x0409, 0x04b0,
+  r.tables.push_back({0x0409,
+                      0x04b0,
                       {{"CompanyName", "Norvane"},
                        {"FileDescription", argv[3]},
                        {"FileVersion", argv[2]},

@@ -27,8 +27,8 @@ void PutText(std::string* out, const std::string& text) {
 }
 
 // Appends a block; `value` is raw bytes, or text when isText.
-std::string Block(const std::string& key, const std::string& value, bool isText,
-                  uint16_t valueLength, const std::string& children) {
+std::string Block(const std::string& key, const std::string& value, bool isText, uint16_t valueLength,
+                  const std::string& children) {
   std::string b;
   PutWord(&b, 0);  // length, patched below
   PutWord(&b, valueLength);

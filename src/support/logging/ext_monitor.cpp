@@ -42,8 +42,8 @@ HRESULT CExtMonitor::Send(TextFn fn, const std::string& text) {
   return fn(arg.get());
 }
 
-void CExtMonitor::Configure(const std::string& name, uint32_t flags, bool hasFlags,
-                            const std::string& parameterFile, const std::string& executableName) {
+void CExtMonitor::Configure(const std::string& name, uint32_t flags, bool hasFlags, const std::string& parameterFile,
+                            const std::string& executableName) {
   if (name.empty()) return;
   if (hasFlags) flags_ = flags;
   if (name == lastName_) return;

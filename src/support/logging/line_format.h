@@ -11,8 +11,8 @@
 namespace QxLogging {
 
 struct LinePrefixFacts {
-  std::tm localTime{};        // wall clock, local time zone
-  uint64_t micros = 0;        // monotonic counter
+  std::tm localTime{};  // wall clock, local time zone
+  uint64_t micros = 0;  // monotonic counter
   uint64_t millisSinceLast = 0;
   std::string_view processId;  // "[1234] "
   uint32_t threadId = 0;

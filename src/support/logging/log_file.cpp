@@ -25,7 +25,7 @@ bool OpenKept(CLogFile* file, const std::string& name) {
   file->CloseKept();
   int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (fd < 0) return false;
-  struct stat st{};
+  struct stat st {};
   if (fstat(fd, &st) != 0) {
     int error = errno;
     close(fd);
@@ -52,7 +52,7 @@ bool LockForLine(CLogFile* file, const std::string& name, bool needLength, uint6
     if (file->fd < 0 && !OpenKept(file, name)) return false;
     if (flock(file->fd, LOCK_EX | LOCK_NB) == 0) {
       uint64_t now = TickCountMillis();
-      struct stat st{};
+      struct stat st {};
       if (file->pathCheckedMs == 0 || now - file->pathCheckedMs >= kPathCheckMs) {
         if (stat(name.c_str(), &st) != 0 || st.st_dev != file->device || st.st_ino != file->inode) {
           // Rotated, replaced or deleted since: the name wins.
@@ -158,8 +158,7 @@ bool StartLogFile(CLogFile* file, uint32_t options) {
   return true;
 }
 
-AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& line,
-                           const std::string& moduleName) {
+AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& line, const std::string& moduleName) {
   const uint64_t limit = static_cast<uint64_t>(options & kOptSizeLimitMask) * 1024u;
   if (limit != 0 && file->size >= limit) return AppendResult::Dropped;
   const std::string& name = file->name.empty() ? file->configured : file->name;

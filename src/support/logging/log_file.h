@@ -34,8 +34,7 @@ enum class AppendResult { Written, Dropped, Queued, LimitReached };
 // of `options`. On reaching the limit the marker naming `moduleName` is
 // written; with kOptReplaceOnStart|kOptUniqueName the file is then due for a
 // fresh start instead.
-AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& line,
-                           const std::string& moduleName);
+AppendResult AppendLogLine(CLogFile* file, uint32_t options, const std::string& line, const std::string& moduleName);
 
 // UTF-8 to UTF-16LE bytes.
 std::string ToUtf16Le(const std::string& text);

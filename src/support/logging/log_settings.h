@@ -40,8 +40,8 @@ struct CLogFile {
   std::string configured;  // the name as configured, references expanded
   std::string name;        // after the first start: the path actually written
   bool startPending = true;
-  uint32_t size = 0;       // bytes as known after the last write
-  std::string indent;      // one per file, not per thread
+  uint32_t size = 0;   // bytes as known after the last write
+  std::string indent;  // one per file, not per thread
   // UTF-16LE lines waiting while the file cannot be opened, oldest first.
   std::deque<std::string> queued;
   // Kept open between lines and reopened when the path names another file

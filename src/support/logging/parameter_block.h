@@ -77,7 +77,6 @@ class CLogParameterBlock {
   std::vector<std::unique_ptr<CLogFile>> files_;
   CExtMonitor monitor_;
   uint32_t pollMs_ = kDefaultPollMs;
-
 };
 
 }  // namespace QxLogging

@@ -30,8 +30,7 @@ BlockLock TakeBlock(CLogParameterBlock& block) {
   BlockLock lock(block.Lock(), std::defer_lock);
   // Free nearly always: the clock is read only when it is not.
   if (lock.try_lock()) return lock;
-  (void)lock.try_lock_until(std::chrono::system_clock::now() +
-                            std::chrono::milliseconds(kBlockLockWaitMs));
+  (void)lock.try_lock_until(std::chrono::system_clock::now() + std::chrono::milliseconds(kBlockLockWaitMs));
   return lock;
 }
 
@@ -52,8 +51,8 @@ class Writer {
 
   // Prefix, indent, text and line end, to every output the settings ask for.
   void Line(uint32_t bits, int line, const std::string& text) {
-    LinePrefixFacts facts = CurrentFacts(state_.lastLineMicros, processId_,
-                                         (settings_.options & (kOptCounterAndLine | kOptElapsed)) != 0);
+    LinePrefixFacts facts =
+        CurrentFacts(state_.lastLineMicros, processId_, (settings_.options & (kOptCounterAndLine | kOptElapsed)) != 0);
     // The module's buffer: lines are written one at a time under the block's
     // lock, and a line's text needs no allocation of its own.
     std::string& full = state_.line;
@@ -98,8 +97,9 @@ class Writer {
     const char16_t* fileVersion = version.GetFileVersion();
     Line(kHeader, 0, first);
     Line(kHeader, 0, "    Command Line: " + ProcessCommandLine());
-    Line(kHeader, 0, "    File Version: " +
-                         (fileVersion != nullptr ? QxUtils::WideToUtf8(fileVersion) : std::string("<no version info>")));
+    Line(kHeader, 0,
+         "    File Version: " +
+             (fileVersion != nullptr ? QxUtils::WideToUtf8(fileVersion) : std::string("<no version info>")));
     Line(kHeader, 0, "      Process ID: " + processId_);
     Line(kHeader, 0, "        Built on: " + state_.builtOn);
     Line(kHeader, 0, "   Log File Name: <" + fileName + ">");

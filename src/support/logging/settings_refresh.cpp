@@ -49,8 +49,7 @@ std::string Lower(std::string_view text) {
 
 // Reads one key's settings values into a record. For a source-file record an
 // empty or missing file name means the module's default file.
-void ReadSettingsValues(CLogParameterBlock& block, const Key& key, CLogSettings* record,
-                        const CLogSettings* defaults) {
+void ReadSettingsValues(CLogParameterBlock& block, const Key& key, CLogSettings* record, const CLogSettings* defaults) {
   ReadDword(key, u"LogInfoDetailLevel", &record->infoLevel);
   ReadDword(key, u"LogCategories", &record->categories);
   record->categories |= kLevelMask;
@@ -121,8 +120,7 @@ uint32_t GateMask(CLogParameterBlock& block, const ModuleState& state) {
 // Once the default record has started, only the poll interval refreshes, so
 // the module stops watching the store.
 void WatchWhileStartPending(ModuleState& state) {
-  state.module->WatchStoreChanges(state.defaults.StartPending() ? state.storeChanges : nullptr,
-                                  state.changesSeen);
+  state.module->WatchStoreChanges(state.defaults.StartPending() ? state.storeChanges : nullptr, state.changesSeen);
 }
 
 }  // namespace
@@ -177,13 +175,12 @@ void RefreshModuleLocked(CLogParameterBlock& block, ModuleState& state) {
   WatchWhileStartPending(state);
 }
 
-const CLogSettings* SelectSettingsLocked(CLogParameterBlock& block, ModuleState& state,
-                                         std::string_view sourceFile) {
+const CLogSettings* SelectSettingsLocked(CLogParameterBlock& block, ModuleState& state, std::string_view sourceFile) {
   // While the default record has not started, every record would re-read the
   // settings; the store's change counter says when that could find anything
   // new, so records in between skip the reading.
-  bool changed = state.storeChanges == nullptr ||
-                 state.storeChanges->load(std::memory_order_acquire) != state.changesSeen;
+  bool changed =
+      state.storeChanges == nullptr || state.storeChanges->load(std::memory_order_acquire) != state.changesSeen;
   bool due = state.refreshDue || TickCountMillis() - state.lastRefreshMs > block.PollIntervalMs() ||
              (state.defaults.StartPending() && changed);
   if (due) {

@@ -22,8 +22,7 @@ constexpr const char16_t* kLoggingRootKey = u"Software\\QV\\Qx\\Logging";
 
 // The settings that apply to a record of `sourceFile`, refreshing the module
 // first when that is due. Null when nothing applies. Caller holds the block.
-const CLogSettings* SelectSettingsLocked(CLogParameterBlock& block, ModuleState& state,
-                                         std::string_view sourceFile);
+const CLogSettings* SelectSettingsLocked(CLogParameterBlock& block, ModuleState& state, std::string_view sourceFile);
 
 // Re-reads the module's settings now and recomputes its gate.
 void RefreshModuleLocked(CLogParameterBlock& block, ModuleState& state);

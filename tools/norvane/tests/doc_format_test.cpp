@@ -1,5 +1,7 @@
 // The document-format the print verb sends: signatures of print formats, what
 // libmagic adds, and the comparison with the printer's list.
+#include "../doc_format.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -7,7 +9,6 @@
 #include <string>
 
 #include "../cli.h"
-#include "../doc_format.h"
 
 namespace NorvaneCli {
 namespace {
@@ -25,10 +26,14 @@ TEST(DocFormat, PrintSignatures) {
       {std::string("RaS2") + std::string(1796, '\0'), "image/pwg-raster"},
       {std::string("UNIRAST\0\0\0\0\1", 12), "image/urf"},
       {std::string("UNIRAST"), ""},  // without its terminating zero it is text
-      {"\x1b" "E\x1b&l0O", "application/vnd.hp-pcl"},
+      {"\x1b"
+       "E\x1b&l0O",
+       "application/vnd.hp-pcl"},
       {"\x1b%-12345X@PJL JOB\r\n@PJL ENTER LANGUAGE = POSTSCRIPT\r\n%!PS", "application/postscript"},
       {"\x1b%-12345X@PJL ENTER LANGUAGE=PDF\n%PDF-1.7", "application/pdf"},
-      {"\x1b%-12345X@PJL ENTER LANGUAGE=PCL\n\x1b" "E", "application/vnd.hp-pcl"},
+      {"\x1b%-12345X@PJL ENTER LANGUAGE=PCL\n\x1b"
+       "E",
+       "application/vnd.hp-pcl"},
       {"\x1b%-12345X@PJL JOB NAME=\"x\"\n", "application/vnd.hp-pcl"},
       {"\r\n  ^XA^FO50,50^FDlabel^FS^XZ", "application/vnd.zebra-zpl"},
       {"^XA^FO50,50^FDno end of format", ""},
@@ -69,8 +74,8 @@ TEST(DocFormat, ComparesWithThePrintersList) {
     bool supported;
   };
   const Case cases[] = {
-      {"application/pdf", true},  {"image/urf", true},    {"image/pwg-raster", true},
-      {"image/png", false},       {"application/p", false}, {"", false},
+      {"application/pdf", true}, {"image/urf", true},      {"image/pwg-raster", true},
+      {"image/png", false},      {"application/p", false}, {"", false},
   };
   for (const Case& c : cases) EXPECT_EQ(FormatSupported(list, c.format), c.supported) << c.format;
   EXPECT_FALSE(FormatSupported("", "application/pdf"));
