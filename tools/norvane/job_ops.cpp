@@ -280,50 +280,14 @@ bool IsFinalJobState(const std::string& keyword) {
 }
 
 std::string IppStatusName(const std::string& decimal) {
-  struct Known {
-    int code;
-    const char* keyword;
-  };
-  static const Known known[] = {
-      {0x0000, "successful-ok"},
-      {0x0001, "successful-ok-ignored-or-substituted-attributes"},
-      {0x0002, "successful-ok-conflicting-attributes"},
-      {0x0400, "client-error-bad-request"},
-      {0x0401, "client-error-forbidden"},
-      {0x0402, "client-error-not-authenticated"},
-      {0x0403, "client-error-not-authorized"},
-      {0x0404, "client-error-not-possible"},
-      {0x0405, "client-error-timeout"},
-      {0x0406, "client-error-not-found"},
-      {0x0407, "client-error-gone"},
-      {0x0408, "client-error-request-entity-too-large"},
-      {0x0409, "client-error-request-value-too-long"},
-      {0x040A, "client-error-document-format-not-supported"},
-      {0x040B, "client-error-attributes-or-values-not-supported"},
-      {0x040C, "client-error-uri-scheme-not-supported"},
-      {0x040D, "client-error-charset-not-supported"},
-      {0x040E, "client-error-conflicting-attributes"},
-      {0x040F, "client-error-compression-not-supported"},
-      {0x0410, "client-error-compression-error"},
-      {0x0411, "client-error-document-format-error"},
-      {0x0412, "client-error-document-access-error"},
-      {0x0500, "server-error-internal-error"},
-      {0x0501, "server-error-operation-not-supported"},
-      {0x0502, "server-error-service-unavailable"},
-      {0x0503, "server-error-version-not-supported"},
-      {0x0504, "server-error-device-error"},
-      {0x0505, "server-error-temporary-error"},
-      {0x0506, "server-error-not-accepting-jobs"},
-      {0x0507, "server-error-busy"},
-      {0x0508, "server-error-job-canceled"},
-      {0x0509, "server-error-multiple-document-jobs-not-supported"},
-  };
   char* end = nullptr;
   long code = std::strtol(decimal.c_str(), &end, 10);
   if (decimal.empty() || *end != 0) return decimal;
-  for (const Known& k : known) {
-    if (k.code == code) return k.keyword;
+  if (code >= 0 && code <= 0xFFFF) {
+    std::string name = IppStatusName(static_cast<uint32_t>(code));
+    if (name.rfind("status 0x", 0) != 0) return name;
   }
+  // An unknown code still says which class of status it is.
   char hex[16];
   std::snprintf(hex, sizeof hex, "0x%04lX", code);
   return std::string(code < 0x400 ? "successful-ok" : code < 0x500 ? "client-error" : "server-error") + " " + hex;
