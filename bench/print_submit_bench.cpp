@@ -8,9 +8,6 @@
 // The last line gives both medians and their ratio (below 1 means the library
 // returns sooner than ipptool prints).
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,8 +21,7 @@
 
 #include "norvane/host.h"
 #include "norvane/norvane.h"
-
-extern char** environ;
+#include "run_tool.h"
 
 namespace {
 
@@ -121,20 +117,10 @@ double LibrarySubmit(const std::u16string& uri, const std::string& document, int
 }
 
 double IpptoolPrint(const std::string& uri, const std::string& path, std::string* failure) {
-  std::vector<std::string> args = {"ipptool", "-f", path, uri, "print-job.test"};
-  std::vector<char*> argv;
-  for (std::string& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  int status = -1;
   auto start = Clock::now();
-  if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
+  int status = NorvaneBench::RunTool({"ipptool", "-f", path, uri, "print-job.test"});
   double elapsed = MillisecondsSince(start);
-  posix_spawn_file_actions_destroy(&actions);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) *failure = "ipptool failed, status " + std::to_string(status);
+  if (status != 0) *failure = "ipptool failed, status " + std::to_string(status);
   return elapsed;
 }
 

@@ -14,12 +14,8 @@
 // resident memory of each side (the process for the library, the child for the tools).
 #include <benchmark/benchmark.h>
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <spawn.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -35,8 +31,7 @@
 
 #include "norvane/host.h"
 #include "norvane/norvane.h"
-
-extern char** environ;
+#include "run_tool.h"
 
 namespace {
 
@@ -136,23 +131,6 @@ double PeakMemoryMiB() {
     if (line.rfind("VmHWM:", 0) == 0) return std::atof(line.c_str() + 6) / 1024;
   }
   return 0;
-}
-
-// Runs a tool with its output discarded; its exit status, and its peak memory in MiB.
-int RunTool(std::vector<std::string> args, double* peakMiB) {
-  std::vector<char*> argv;
-  for (std::string& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  int status = -1;
-  struct rusage usage {};
-  if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0) wait4(pid, &status, 0, &usage);
-  posix_spawn_file_actions_destroy(&actions);
-  *peakMiB = std::max(*peakMiB, static_cast<double>(usage.ru_maxrss) / 1024);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // An HTTP peer that drains request bodies (whole or chunked) and answers every
@@ -344,7 +322,7 @@ void BM_CurlChunkedToSink(benchmark::State& state) {
   const std::string url = "http://127.0.0.1:" + std::to_string(TheSink().Port()) + "/ipp/print";
   double peak = 0;
   for (auto _ : state) {
-    int status = RunTool({"curl", "-sf", "-o", "/dev/null", "--data-binary", "@" + DocumentPath(), "-H",
+    int status = NorvaneBench::RunTool({"curl", "-sf", "-o", "/dev/null", "--data-binary", "@" + DocumentPath(), "-H",
                           "Transfer-Encoding: chunked", "-H", "Content-Type: application/ipp", "-H", "Expect:", url}, &peak);
     if (status != 0) {
       state.SkipWithError(("curl failed, status " + std::to_string(status)).c_str());
@@ -453,7 +431,7 @@ void BM_IpptoolPrintJob(benchmark::State& state) {
       state.SkipWithError("the printer stayed busy");
       break;
     }
-    int status = RunTool({"ipptool", "-t", "-f", path, uri, "print-job.test"}, &peak);
+    int status = NorvaneBench::RunTool({"ipptool", "-t", "-f", path, uri, "print-job.test"}, &peak);
     if (status != 0) {
       state.SkipWithError(("ipptool print-job failed, status " + std::to_string(status)).c_str());
       break;

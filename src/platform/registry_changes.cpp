@@ -32,10 +32,12 @@ std::mutex& MappingsLock() {
 }
 
 // Mappings are never undone: a reader may still hold a counter of a root that
-// was replaced. One page per root the process ever used.
+// was replaced. One page per root the process ever used. The table itself is
+// never destroyed either: the exit report of live objects logs, and logging
+// reads settings, after static destructors may have run.
 std::vector<Mapping>& Mappings() {
-  static std::vector<Mapping> mappings;
-  return mappings;
+  static auto* mappings = new std::vector<Mapping>;
+  return *mappings;
 }
 
 std::atomic<uint64_t>* ProcessLocalCounter() {
