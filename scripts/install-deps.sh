@@ -11,7 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libcpp-httplib-dev
   cups-ipp-utils libcups2-dev cups-daemon lprint libmagic-dev
-  snmpd snmp snmpsim dbus iproute2 procps curl
+  snmpd snmp snmpsim dbus iproute2 procps curl prometheus-snmp-exporter
   gcovr
   help2man dpkg-dev time
 )
