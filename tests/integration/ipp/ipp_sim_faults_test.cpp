@@ -190,20 +190,6 @@ TEST_F(IppSimFaults, QueriesAfterCreation) {
   EXPECT_TRUE(provider->IsSecure());
 }
 
-// A one-request Print-Job carries the document after its attributes.
-TEST_F(IppSimFaults, OneRequestPrintJobCarriesTheDocument) {
-  const std::string document = "RaS2-one-request";
-  IPPOperations ops(address_.get());
-  ops.SetResourceURI(kPath);
-  ops.SetPrinterFileBufferContent(reinterpret_cast<const uint8_t*>(document.data()),
-                                  static_cast<int32_t>(document.size()));
-  auto attributes = AdoptRef<Norvane::IPPRequestBase>(Norvane::IPPRequestAttributes::Create());
-  Norvane::HTTPResponse* response = nullptr;
-  ASSERT_EQ(ops.SendIPPRequest(Norvane::kIppPrintJob, &response, attributes.get(), false), S_OK);
-  std::string journal = Control(u"GET", "requests?path=" + std::string(kPath));
-  EXPECT_NE(journal.find("\x03" + document), std::string::npos) << journal;
-}
-
 // A chunked Print-Job's final answer decides the stream's result.
 TEST_F(IppSimFaults, PrintStreamFinalAnswer) {
   struct Case {
