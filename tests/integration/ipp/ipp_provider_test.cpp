@@ -9,6 +9,7 @@
 #include "norvane/host.h"
 #include "norvane/norvane.h"
 #include "../bench_env.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 
@@ -41,9 +42,7 @@ class IppProviderBench : public ::testing::Test {
 // Each kind of IPP item, read in this order from one collection with a
 // registry cache, which is kept under the identity after the printer's "uuid:".
 TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
-  char pattern[] = "/tmp/norvane-ipp-registry-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  setenv("NORVANE_REGISTRY_DIR", pattern, 1);
+  NorvaneTest::ScopedRegistryRoot registry;
   const char16_t* document =
       u"<DataMaps><IPPDataMap><IPPParams Name='params' ResourceURI='/ipp/print'/>"
       u"<DataItem Name='Model' AttributeID='printer-make-and-model' Command='' JobURI=''/>"
@@ -94,12 +93,10 @@ TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
   provider->Dispose();
   std::string identity = Text(uuid.v).substr(Text(uuid.v).find("uuid:") + 5);
   bool found = false;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(pattern)) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(registry.Path())) {
     found = found || entry.path().filename() == identity;
   }
   EXPECT_TRUE(found) << identity;
-  unsetenv("NORVANE_REGISTRY_DIR");
-  std::filesystem::remove_all(pattern);
 }
 
 }  // namespace
