@@ -33,7 +33,8 @@ struct Decoded {
   }
 };
 
-// Values read from real printers' answers.
+// Values read from real printers' answers, beyond those the tool's capture
+// bench shows (tests/integration/cli/cli_captures.sh).
 TEST(IppCaptures, ValuesOfRealPrinters) {
   const std::string epson = "python-ipp__get-printer-attributes-epsonxp6000.bin";
   const std::string xerox = "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res";
@@ -47,21 +48,16 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
     const char* key;
     const char* expected;
   } cases[] = {
-      {epson, "printer-state", "3"},
       {epson, "printer-state-reasons", "marker-supply-low-warning"},
-      {epson, "marker-levels", "27,99,83,6,64"},
       {epson, "marker-names", "Photo Black ink,Cyan ink,Magenta ink,Yellow ink,Black ink"},
       {epson, "printer-alert.code", "other"},
       {epson, "media-col-ready.COL2.media-type", "photographic"},
       {epson, "media-col-ready[1].media-source", "photo"},
       {epson, "media-col-ready[media-source=photo].media-size.x-dimension", "10160"},
       {xerox, "printer-state-message", "Printer is ready to print."},
-      {xerox, "marker-levels", "62"},
       {xerox, "media-col-ready.COL1.media-source", "tray-1"},
       {xerox, "media-col-ready[media-source=tray-1].media-size.y-dimension", "29700"},
       {toner, "printer-state", "5"},
-      {toner, "printer-state-reasons", "toner-empty-error"},
-      {brother, "marker-levels", "11,9,45,11"},
       {brother, "marker-names", "<vt 0>"},  // names with a language are read past
       {hp, "printer-alert.severity", "other"},
       {kyocera, "status-code", "1"},  // partial success
