@@ -6,8 +6,6 @@
 
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
-#include "norvane/norvane.h"
-#include "support/ref.h"
 
 namespace {
 
@@ -68,13 +66,6 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
     ASSERT_EQ(d.result, S_OK) << c.file;
     EXPECT_EQ(d.Get(c.key), c.expected) << c.file << " " << c.key;
   }
-  Decoded d(Capture(jobs));
-  auto response = QxUtils::Ref<Norvane::IPPResponseBase>::Adopt(CreateIPPResponse());
-  ASSERT_EQ(d.ops.FormResponseStructure(10, response.get()), S_OK);
-  EXPECT_EQ(response->GetJobID(), 1000);
-  EXPECT_STREQ(response->GetJobURI(), "ipps://mfu00-0365:443/jobs/1000");
-  EXPECT_STREQ(response->GetJobState(), "Completed");
-  EXPECT_STREQ(response->GetJobStateReasons(), "job-completed-successfully");
 }
 
 // An IPP/1.1 printer's answer relabelled IPP/2.0 (only 2.x is read without
