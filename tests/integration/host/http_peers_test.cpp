@@ -200,14 +200,14 @@ TEST_F(HostHttpPeers, FaultsAreAnswersOrFailuresWithinTheTimeOuts) {
       {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=404", S_OK, 404, CURLE_OK, 0},
       // Trickled, but never silent for the read time-out.
       {80, u"/qv/device/product_information.xml?sim-fault=slow:1500", S_OK, 200, CURLE_OK, 1.3},
-      {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=delay:4000", E_FAIL, 0, CURLE_OPERATION_TIMEDOUT, 0.9},
       {80, u"/qv/device/product_information.xml?sim-fault=truncate:40,stall:4000", E_FAIL, 0,
        CURLE_OPERATION_TIMEDOUT, 0.9},
       // A body cut short is a failure, not a short answer.
-      {80, u"/qv/device/product_information.xml?sim-fault=truncate:40", E_FAIL, 0, CURLE_PARTIAL_FILE, 0},
       {80, u"/qv/device/product_information.xml?sim-fault=chunked,truncate:40", E_FAIL, 0, CURLE_PARTIAL_FILE, 0},
       {9, u"/", E_FAIL, 0, CURLE_COULDNT_CONNECT, 0},
   };
+  // (A silent device and a body cut short under Content-Length, as the IPP
+  // requests meet them: IppSimFaults.SendAndDecodeOutcomes.)
   // Connected, the read time-out alone bounds the waits.
   ASSERT_EQ(S_OK, NetAddressSetHttpTimeouts(address_.get(), 2000, 1000));
   for (const Case& c : cases) {
@@ -296,11 +296,6 @@ TEST_F(HostHttpPeers, StreamedBodiesReachThePrinterAsWrittenOrDeframedOnce) {
     EXPECT_EQ(0, got.HeaderCount("Content-Length"));
     EXPECT_EQ(1, got.HeaderCount("Content-Type"));
   }
-
-  // Nobody listens on port 9 of the bench.
-  Ref<Norvane::HTTPRequest> holder;
-  ASSERT_EQ(E_FAIL, OpenStream(holder, true, 9)->Open(1));
-  EXPECT_EQ(static_cast<uint32_t>(CURLE_COULDNT_CONNECT), holder->GetErrorCode());
 }
 
 TEST_F(HostHttpPeers, CredentialsAnswerTheChallengeAndStreamsSendThemAtOnce) {

@@ -54,18 +54,14 @@ class HostSnmpPeer : public ::testing::Test {
   Ref<Norvane::MIBConnection> connection_;
 };
 
-TEST_F(HostSnmpPeer, GetsOneAndSeveralValuesInBothVersions) {
+TEST_F(HostSnmpPeer, ManyNamesAndTheEndOfTheMibInBothVersions) {
   for (uint32_t version : {NORVANE_SNMP_VERSION_2C, NORVANE_SNMP_VERSION_1}) {
     SCOPED_TRACE(version);
     ASSERT_EQ(S_OK, NetAddressSetSnmpVersion(address_.get(), version));
     ASSERT_EQ(S_OK, address_->GetMIBConnection(connection_.Out()));
-    Norvane::Variant value;
-    ASSERT_EQ(S_OK, connection_->GetValue(kDeviceDescr, value.Ptr()));
-    EXPECT_EQ("Norvane NX-4100 Color MFP", Text(value.Get()));
-    // A missing object leaves its place empty and does not spoil the others,
-    // also with an SNMPv1 agent that refuses the whole PDU for it.
-    EXPECT_EQ("62 - 9 NV42A17Q9X", GetMany({kBlackLevel, kMissing, kMagentaLevel, kSerial}));
-    // More names than one PDU carries, and one that is not an OID at all.
+    // More names than one PDU carries, and one that is not an OID at all. (A
+    // missing object among others, also refused whole by an SNMPv1 agent, is
+    // the OID provider's bench: OidBench.ProviderReadsWritesAndRefusesBadArguments.)
     std::vector<const char16_t*> many(20, kBlackLevel);
     many[7] = u"not an oid";
     EXPECT_EQ("62 62 62 62 62 62 62 - 62 62 62 62 62 62 62 62 62 62 62 62", GetMany(many));
@@ -108,19 +104,6 @@ TEST_F(HostSnmpPeer, WalksATableWithTheBufferProtocol) {
   EXPECT_EQ(E_OUTOFMEMORY, connection_->GetNextOidAndValue(kLevelColumn, small, 4, value.Ptr()));
   ASSERT_EQ(S_OK, connection_->GetNextOidAndValue(kBlackLevel, large, 64, value.Ptr()));
   EXPECT_EQ(std::u16string(kMagentaLevel), std::u16string(large));
-}
-
-TEST_F(HostSnmpPeer, SetsWritableObjectsAndReportsRefusals) {
-  const char16_t* name = u"1.3.6.1.2.1.43.5.1.1.16.1";
-  Norvane::Variant renamed = Norvane::Variant::FromString(u"Front Desk"), one = Norvane::Variant::FromInt(1), empty;
-  ASSERT_EQ(S_OK, connection_->SetValue(name, &renamed.Get()));
-  EXPECT_EQ("Front Desk", GetMany({name}));
-  // The serial number is read-only; an integer for a text object is refused too.
-  EXPECT_EQ(E_FAIL, connection_->SetValue(kSerial, &renamed.Get()));
-  EXPECT_EQ(E_FAIL, connection_->SetValue(name, &one.Get()));
-  // Neither a variant no SNMP type fits nor a malformed name reaches the agent.
-  EXPECT_EQ(DISP_E_TYPEMISMATCH, connection_->SetValue(name, &empty.Get()));
-  EXPECT_EQ(E_INVALIDARG, connection_->SetValue(u"1.x", &one.Get()));
 }
 
 TEST_F(HostSnmpPeer, AnUnknownCommunityTimesOutWithinTheSetBound) {

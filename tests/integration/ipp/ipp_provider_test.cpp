@@ -9,6 +9,7 @@
 #include "norvane/host.h"
 #include "norvane/norvane.h"
 #include "../bench_env.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 
@@ -38,36 +39,10 @@ class IppProviderBench : public ::testing::Test {
   Norvane::QxNetAddress* address_ = nullptr;
 };
 
-TEST_F(IppProviderBench, PrintProviderAnswersPrinterAttributes) {
-  std::u16string uri = Wide(NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
-  Norvane::IPPProvider* provider = CreateIPPPrintProvider(address_, uri.c_str());
-  ASSERT_NE(provider, nullptr) << "last error " << GetLastError();
-
-  Value state;
-  EXPECT_EQ(provider->GetValue("printer-state", &state.v), S_OK);
-  EXPECT_EQ(Text(state.v), "3");
-  // ippeveprinter reports a make and model (-M/-m of the bench): the first
-  // alternative answers.
-  Value model;
-  EXPECT_EQ(provider->GetValue("printer-make-and-model_OR_printer-info", &model.v), S_OK);
-  EXPECT_EQ(Text(model.v), "Norvane NX-4100");
-  provider->Dispose();
-
-  // The resource-path factory reaches the same printer.
-  Norvane::IPPProvider* byPath = CreateIPPProvider(address_, "/ipp/print");
-  ASSERT_NE(byPath, nullptr) << "last error " << GetLastError();
-  Value accepting;
-  EXPECT_EQ(byPath->GetValue("printer-is-accepting-jobs", &accepting.v), S_OK);
-  EXPECT_EQ(Text(accepting.v), "1");
-  byPath->Dispose();
-}
-
 // Each kind of IPP item, read in this order from one collection with a
 // registry cache, which is kept under the identity after the printer's "uuid:".
 TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
-  char pattern[] = "/tmp/norvane-ipp-registry-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  setenv("NORVANE_REGISTRY_DIR", pattern, 1);
+  NorvaneTest::ScopedRegistryRoot registry;
   const char16_t* document =
       u"<DataMaps><IPPDataMap><IPPParams Name='params' ResourceURI='/ipp/print'/>"
       u"<DataItem Name='Model' AttributeID='printer-make-and-model' Command='' JobURI=''/>"
@@ -118,12 +93,10 @@ TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
   provider->Dispose();
   std::string identity = Text(uuid.v).substr(Text(uuid.v).find("uuid:") + 5);
   bool found = false;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(pattern)) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(registry.Path())) {
     found = found || entry.path().filename() == identity;
   }
   EXPECT_TRUE(found) << identity;
-  unsetenv("NORVANE_REGISTRY_DIR");
-  std::filesystem::remove_all(pattern);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "../bench_env.h"
+#include "testlib/temp_dir.h"
 #include "norvane/api.h"
 #include "norvane/host.h"
 #include "norvane/norvane.h"
@@ -220,10 +221,7 @@ TEST_F(OidBench, OddDescriptionsDetectTheDeviceOnlyWithText) {
 }
 
 TEST_F(OidBench, RegistryCacheKeepsValuesForTheNextCollection) {
-  char pattern[] = "/tmp/norvane-oid-registry-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  std::filesystem::path root(pattern);
-  setenv("NORVANE_REGISTRY_DIR", pattern, 1);
+  NorvaneTest::ScopedRegistryRoot registry;
   // At arc 99 the same items point at objects the agent does not have: only
   // the cache can answer them.
   auto document = [](const std::u16string& arc, const std::u16string& site) {
@@ -257,12 +255,10 @@ TEST_F(OidBench, RegistryCacheKeepsValuesForTheNextCollection) {
   }
   // The store is kept per device, named by the serial number the agent reports.
   bool identityKey = false;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(registry.Path())) {
     identityKey = identityKey || entry.path().filename() == "NV42A17Q9X";
   }
   EXPECT_TRUE(identityKey);
-  unsetenv("NORVANE_REGISTRY_DIR");
-  std::filesystem::remove_all(root);
 }
 
 // The bench agent's big supplies table read whole: the same values whatever the

@@ -239,17 +239,9 @@ TEST_F(XmlBench, WebServicesNeedTheHostsPortFlag) {
   EXPECT_NE(ids[0], ids[1]);
 }
 
+// Entities and nesting are refused by the document loader itself, whoever
+// hands it the bytes (XmlLoad.*, XmlProviders.OversizedAndEntityDocumentsAreRefused).
 TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
-  std::string bomb = "<!DOCTYPE P [<!ENTITY a 'aaaaaaaaaa'>";
-  for (char entity = 'b'; entity <= 'j'; ++entity) {
-    bomb += std::string("<!ENTITY ") + entity + " '";
-    for (int i = 0; i < 10; ++i) bomb += std::string("&") + static_cast<char>(entity - 1) + ";";
-    bomb += "'>";
-  }
-  bomb += "]><P><ProductSerialNumber>&j;</ProductSerialNumber></P>";
-  std::string open, close;
-  for (int i = 0; i < 10000; ++i) open += "<d>", close += "</d>";
-  std::string deep = open + "<ProductSerialNumber>S</ProductSerialNumber>" + close;
   // Made by the shell, so that this process never holds them: 50 MiB of text,
   // and tiny elements filling 8 MiB and just under 1 MiB.
   auto make = [this](const char* name, const std::string& content) {
@@ -270,14 +262,8 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
       {"1 MiB of tiny elements", "@tiny1.xml", "", 24L * 1024},
       // Just under 8 MiB: about 262 MiB of DOM unbounded; refused unparsed, the host holds the body.
       {"8 MiB of tiny elements", "@tiny8.xml", "", 48L * 1024},
-      {"external entity",
-       "<!DOCTYPE P [<!ENTITY x SYSTEM 'file:///etc/hostname'>]>"
-       "<P><ProductSerialNumber>&x;</ProductSerialNumber></P>",
-       "", 0},
-      {"entity bomb", bomb, "", 0},
       {"50 MiB body", "@big.xml", "", 0},
       {"not UTF-8", "<P><ProductSerialNumber>\xff\xfe\xc3(</ProductSerialNumber></P>", "", 0},
-      {"10,000 deep", deep, "", 0},
       {"truncated", "", "truncate:60", 0},
       {"500", "", "500", 0},
       {"stops mid-body", "", "truncate:60,stall:20000", 0},

@@ -45,10 +45,6 @@ TEST(DataItemElement, AttributeRules) {
                                                                                u"ipp://h/job/1", 5, nullptr))
                      ->GetJobUri()),
             "<null>");
-  Owned<NextOIDDataItemSpec> walk(
-      NextOIDDataItemSpec::CreateNextOidDataItemSpec(u"w", u"1.3", nullptr, false, nullptr, 0, nullptr, true, 3));
-  EXPECT_EQ(walk->Count(), 3);
-  EXPECT_TRUE(walk->IsUntilEnd());
   // A lifespan keeps its low 32 bits; the N counter of a generated OID starts at 0.
   EXPECT_EQ(Owned<OIDDataItemSpec>(OIDDataItemSpec::CreateOIDDataItemSpec(u"p", u"1.3", nullptr, true, nullptr,
                                                                           0x1'0000'0064ull, nullptr))
@@ -57,10 +53,6 @@ TEST(DataItemElement, AttributeRules) {
   Owned<OIDGetDataItemsSpec> rows(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(
       u"levels", u"1.3.N", nullptr, false, nullptr, 0, nullptr, true, 4, u"7"));
   EXPECT_EQ(Show(rows->GetN()) + " " + Show(rows->GetOid().c_str()), "7 1.3.0");
-  // The empty forms hold nothing but an empty N.
-  Owned<OIDGetDataItemsSpec> none(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec());
-  EXPECT_EQ(Show(none->GetN()) + "|" + Show(none->GetName()) + "|" + Show(none->GetOid().c_str()), "|<null>|");
-  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem())->GetXPath()), "<null>");
 }
 
 TEST(DataItemElement, LifespanTransientAndCounts) {

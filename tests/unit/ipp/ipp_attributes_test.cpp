@@ -26,8 +26,6 @@ TEST(IppRequestAttributes, TextsAndAttributesAreCopiesAndBadValuesAreRefused) {
   r->SetUsername(user);
   user[0] = u'X';
   EXPECT_EQ(std::u16string(r->GetUsername()), u"alice");
-  EXPECT_EQ(r->GetPrintContentOptimize(), 0u);  // host-only defaults: the encoder never sends them
-  EXPECT_TRUE(r->GetMarginsPreApplied());
   // Resolution units are inches or centimetres only.
   for (auto [set, kept] : {std::pair{5, 0}, {4, 4}, {0, 4}, {3, 3}}) {
     r->SetPrinterResolutionUnits(set);

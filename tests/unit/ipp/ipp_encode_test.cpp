@@ -92,21 +92,6 @@ void FillStructuredOverrides(IPPRequestBase* r) {
   r->AddIPPRequest(Structured(1, 0x44, "Print-Color-Mode", "color"));
 }
 
-TEST(IppEncodeRequests, TheBuilderOfTheExpectationsMatchesTheWireLayout) {
-  EXPECT_TRUE(SameBytes(B({0x02, 0x00,              // version 2.0
-                           0x00, 0x0B,              // Get-Printer-Attributes
-                           0x00, 0x00, 0x00, 0x64,  // request-id 100
-                           0x01}) +                 // operation-attributes-tag
-                            B({0x47, 0x00, 0x12}) + "attributes-charset" + B({0x00, 0x05}) + "utf-8" +
-                            B({0x48, 0x00, 0x1B}) + "attributes-natural-language" + B({0x00, 0x02}) + "en" +
-                            B({0x45, 0x00, 0x0B}) + "printer-uri" + B({0x00, 0x0A}) + "/ipp/print" +
-                            B({0x44, 0x00, 0x14}) + "requested-attributes" + B({0x00, 0x0D}) + "printer-state" +
-                            B({0x44, 0x00, 0x00, 0x00, 0x15}) + "printer-state-reasons" +  // a value without a name
-                            B({0x03}),                                                      // end-of-attributes-tag
-                        RequestStart(11, "/ipp/print") + Attr(0x44, "requested-attributes", "printer-state") +
-                            Attr(0x44, "", "printer-state-reasons") + B({0x03})));
-}
-
 // One request per row: what the operations object and the request object are
 // given, and everything after the header (which only Cancel-Job sends without
 // printer-uri). Only the job operations arm the job status check.

@@ -100,6 +100,12 @@ class PrintJob : public ::testing::Test {
   HRESULT Write(int32_t length = 4) {
     return provider->PrintJobWrite(attributes.get(), response.get(), length != 0 ? data : nullptr, length);
   }
+  // Request attributes of another caller (none: no user name).
+  static QxUtils::Ref<Norvane::IPPRequestBase> Caller(const std::string& user = "") {
+    auto caller = QxUtils::AdoptRef<Norvane::IPPRequestBase>(Norvane::IPPRequestAttributes::Create());
+    if (!user.empty()) caller->SetRequestingUserName(user.c_str());
+    return caller;
+  }
   // Changes the printer while the provider's threads may be asking it.
   template <class Edit>
   void Change(Edit change) {
@@ -169,7 +175,7 @@ TEST_F(PrintJob, OneBodyOutcomeFollowsThePrinterStatus) {
 // the job ended at the device or the caller cancelled (even without a user
 // name), or after a failed chunk with what Get-Jobs finds.
 TEST_F(PrintJob, StreamOutcomes) {
-  auto anonymous = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+  auto anonymous = Caller();
   const auto failChunks = [this](const char* active, const char* completed) {
     Change([&](Printer& p) { p.activeJob = active, p.completedState = completed; });
     Change([this](Printer&) { address->writeChunkResult = E_FAIL; });
@@ -267,8 +273,7 @@ TEST_F(PrintJob, RetriedStreamSendsItsBlocks) {
 // CancelJob from another thread while PrintJob looks its job up: no thread
 // may start after the cancel stopped them.
 TEST_F(PrintJob, CancelDuringTheJobLookupLeavesNoThread) {
-  auto other = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
-  other->SetRequestingUserName("alice");
+  auto other = Caller("alice");
   auto otherResponse = QxUtils::AdoptRef(Norvane::IPPResponseAttributes::Create());
   std::thread canceller;
   bool cancelling = false;
@@ -297,9 +302,7 @@ TEST_F(PrintJob, OneBodyPrintBesideAStreamsJobThread) {
   ASSERT_EQ(Print(true), S_OK);
   Change([](Printer& p) { p.printSend = Norvane::kHostResponseReadBenign; });  // the one-body print stores its user
   for (int i = 0; i < 20; ++i) {
-    auto other = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
-    other->SetRequestingUserName(("user-" + std::to_string(i)).c_str());
-    EXPECT_EQ(provider->PrintJob(other.get(), response.get(), data, 4, false), S_OK);
+    EXPECT_EQ(provider->PrintJob(Caller("user-" + std::to_string(i)).get(), response.get(), data, 4, false), S_OK);
   }
   EXPECT_TRUE(provider->IsPolling());
   provider = nullptr;
@@ -394,7 +397,7 @@ TEST_F(PrintJob, LogLinesOfTheStream) {
   ASSERT_EQ(Write(), S_OK);
   EXPECT_TRUE(log.Contains("PrintJobWrite exits with result 0x00000000"));
   ASSERT_EQ(Write(0), S_OK);
-  auto anonymous = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
+  auto anonymous = Caller();
   SetUp();
   NorvaneTest::CaptureLog quiet;
   EXPECT_EQ(provider->GetJobs(anonymous.get(), response.get(), false), E_FAIL);
@@ -407,8 +410,7 @@ TEST_F(PrintJob, LogLinesOfTheStream) {
 // returns, and no thread is left polling.
 TEST_F(PrintJob, CancelFromAnotherThreadAtAnyMoment) {
   std::mt19937 random(20);
-  auto other = QxUtils::AdoptRef(Norvane::IPPRequestAttributes::Create());
-  other->SetRequestingUserName("alice");
+  auto other = Caller("alice");
   auto otherResponse = QxUtils::AdoptRef(Norvane::IPPResponseAttributes::Create());
   for (int round = 0; round < 200; ++round) {
     SetUp();

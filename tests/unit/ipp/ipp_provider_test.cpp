@@ -97,20 +97,25 @@ TEST(IppProviderUri, CrackingGivesTheResourceOrTheCreationErrorCode) {
   EXPECT_EQ(IPPProviderImpl::CrackPrinterURI(u"ipp://h/" + std::u16string(2047, u'p'), &resource, &full), 87u);
 }
 
-// IPv6 loopback listeners for the probe: listening, or bound only, which refuses.
+// Loopback listeners for the probe: listening, or bound only, which refuses.
 struct Listener {
-  int fd = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int fd;
   uint16_t port = 0;
-  explicit Listener(bool listening) {
-    sockaddr_in6 a{};
-    a.sin6_family = AF_INET6, a.sin6_addr = in6addr_loopback;
-    socklen_t length = sizeof a;
+  explicit Listener(bool listening, int family = AF_INET6) : fd(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in6 a{};  // large enough for either family
+    auto* v4 = reinterpret_cast<sockaddr_in*>(&a);
+    if (family == AF_INET) {
+      v4->sin_family = AF_INET, v4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    } else {
+      a.sin6_family = AF_INET6, a.sin6_addr = in6addr_loopback;
+    }
+    socklen_t length = family == AF_INET ? sizeof *v4 : sizeof a;
     if (bind(fd, reinterpret_cast<sockaddr*>(&a), length) != 0 || (listening && listen(fd, 4) != 0) ||
         getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0) {
       close(fd);
       fd = -1;
     }
-    port = ntohs(a.sin6_port);
+    port = ntohs(family == AF_INET ? v4->sin_port : a.sin6_port);
   }
   ~Listener() {
     if (fd >= 0) close(fd);
@@ -139,30 +144,16 @@ TEST(IppProviderProbe, ConnectsOnlyToAddressTextAndReportsRefusal) {
   EXPECT_FALSE(IPPProviderImpl::DeviceExists(u"::1", u"http"));
 }
 
+// Only the exact probe reaches a port of the system's choosing, and only a
+// whole port number is used.
 TEST(IppProviderProbe, AnExactPortIsTheOneConnectedOrRefused) {
-  // An IPv4 loopback listener on a port of the system's choosing: only the exact
-  // probe can reach it, and only a whole port number is used.
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof a;
-  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&a), length) != 0 || listen(fd, 4) != 0 ||
-      getsockname(fd, reinterpret_cast<sockaddr*>(&a), &length) != 0) {
-    if (fd >= 0) close(fd);
-    GTEST_SKIP() << "no IPv4 loopback";
+  Listener open(true, AF_INET);
+  if (!open.ok()) GTEST_SKIP() << "no IPv4 loopback";
+  for (auto [port, reached] : {std::pair{open.Port(), true}, {open.Port() + u"x", false}, {u"0", false},
+                               {u"65536", false}, {u"", false}}) {
+    EXPECT_EQ(IPPProviderImpl::DeviceExists(u"127.0.0.1", port.c_str(), nullptr, 1000, true), reached)
+        << QxUtils::WideToUtf8(port);
   }
-  const std::u16string port = QxUtils::Utf8ToWide(std::to_string(ntohs(a.sin_port)));
-  struct Case {
-    std::u16string port;
-    bool reached;
-  } cases[] = {{port, true}, {port + u"x", false}, {u"0", false}, {u"65536", false}, {u"", false}};
-  for (const Case& c : cases) {
-    int error = -1;
-    EXPECT_EQ(IPPProviderImpl::DeviceExists(u"127.0.0.1", c.port.c_str(), &error, 1000, true), c.reached)
-        << QxUtils::WideToUtf8(c.port);
-  }
-  close(fd);
 }
 
 TEST(IppProviderProbe, ASilentPeerCostsTheTimeOutAndNoMore) {

@@ -1,16 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <regex>
 #include <set>
-#include <thread>
 
 #include "norvane/com.h"
 #include "norvane/platform.h"
 #include "platform/clock.h"
-#include "platform/sync.h"
 #include "platform/uuid.h"
 
 namespace {
@@ -73,20 +70,6 @@ TEST(Platform, FileTimeCountsFrom1601AndTheCoarseClockStaysWithinItsLag) {
     ASSERT_LE(coarse, after);
     ASSERT_LT(before, coarse + lag);
   }
-}
-
-TEST(Platform, ManualResetEventStaysSignalledUntilReset) {
-  Norvane::ManualResetEvent event;
-  EXPECT_FALSE(event.Wait(10));
-  std::thread setter([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    event.Set();
-  });
-  EXPECT_TRUE(event.Wait(5000));
-  setter.join();
-  EXPECT_TRUE(event.Wait(0));  // still set: every waiter passes
-  event.Reset();
-  EXPECT_FALSE(event.IsSet());
 }
 
 TEST(Platform, UuidsAreRandomVersion4) {

@@ -30,10 +30,11 @@ using NorvaneTest::FakeReply;
 using QxUtils::Ref;
 
 // The text, or "#HRESULT" when the read does not answer S_OK.
-std::string Read(IXMLProvider* provider, const char16_t* uri, const char16_t* xpath) {
+std::string Read(IXMLProvider* provider, const char16_t* uri, const char16_t* xpath, uint32_t useCache = 1,
+                 uint32_t lifespan = 0) {
   char16_t buffer[64] = {};
   uint32_t needed = 0;
-  HRESULT hr = provider->GetValue(uri, xpath, buffer, 64, &needed, 1, 0);
+  HRESULT hr = provider->GetValue(uri, xpath, buffer, 64, &needed, useCache, lifespan);
   std::u16string text(buffer);
   return hr != S_OK ? "#" + std::to_string(hr) : std::string(text.begin(), text.end());
 }
@@ -160,11 +161,7 @@ TEST(XmlProviders, DocumentCacheKeepsExpiresAndStaysBounded) {
     if (*step.answer != 0) documents[u"/a"] = step.answer;
     ClockOffset clock(step.clock);
     const size_t before = address->exchanges.size();
-    char16_t buffer[16] = {};
-    uint32_t needed = 0;
-    HRESULT hr = provider->GetValue(step.uri, u"/*", buffer, 16, &needed, step.useCache, step.lifespan);
-    std::u16string text(buffer);
-    EXPECT_EQ(hr == S_OK ? std::string(text.begin(), text.end()) : "#" + std::to_string(hr), step.expected);
+    EXPECT_EQ(Read(provider.get(), step.uri, u"/*", step.useCache, step.lifespan), step.expected);
     EXPECT_EQ(address->exchanges.size(), before + (step.fetched ? 1 : 0));
   }
 

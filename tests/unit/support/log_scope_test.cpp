@@ -2,7 +2,6 @@
 
 #include <tuple>
 
-#include "norvane/platform.h"
 #include "testlib/capture_log.h"
 #include "support/log.h"
 #include "support/win32_exception.h"
@@ -53,24 +52,6 @@ TEST(LogScope, DisplayNamesFollowTheComponentRules) {
     EXPECT_EQ(cls, c.cls) << c.function;
     EXPECT_EQ(display, c.display) << c.function;
   }
-}
-
-TEST(LogScope, LoggingNeverChangesTheLastErrorAndTheScopesErrorFollowsItsExit) {
-  CaptureLog log;
-  SetLastError(1234);
-  {
-    QX_LOG_FUNCTION(QxLogging::Utils(), "QxUtils::Thing::Do");
-    EXPECT_EQ(GetLastError(), 1234u);
-    QX_LOG(QxLogging::kStandout, "failure %s", "detail");
-    EXPECT_EQ(GetLastError(), 1234u);
-    SetLastError(99);
-    qxLog_.SetErrorCode(0x80004005);
-  }
-  EXPECT_EQ(GetLastError(), 99u);
-  auto records = log.Records();
-  ASSERT_GE(records.size(), 2u);
-  EXPECT_EQ(records.back().category, QxLogging::kErrorText);
-  EXPECT_EQ(records.back().text, "Unspecified error");
 }
 
 TEST(LogScope, ModulesWithoutWriterDropEverythingAndOnlyTheirOwnRecordsArrive) {
