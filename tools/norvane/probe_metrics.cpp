@@ -100,6 +100,19 @@ std::string FamilyName(const std::string& key) {
   return name.empty() || name == "_" ? std::string() : "norvane_" + name;
 }
 
+// The formats give sample names ending in _total, _count, _sum... meanings of
+// their own, and Prometheus' lint refuses a gauge named so: "PageCount" would
+// read as a histogram's count.
+std::string GaugeName(const std::string& family) {
+  for (const char* reserved : {"_total", "_count", "_sum", "_bucket", "_created", "_info", "_gcount", "_gsum"}) {
+    std::string suffix = reserved;
+    if (family.size() > suffix.size() && family.compare(family.size() - suffix.size(), suffix.size(), suffix) == 0) {
+      return family + "_value";
+    }
+  }
+  return family;
+}
+
 void WriteKey(const Key& key, const Labels& base, OpenMetricsWriter& out) {
   const std::string family = FamilyName(key.name);
   const std::string help = "data-map key " + key.name;
@@ -110,7 +123,7 @@ void WriteKey(const Key& key, const Labels& base, OpenMetricsWriter& out) {
   const bool plain = key.elements.size() == 1 && key.elements[0].index.empty();
   std::vector<double> list = plain ? NumberList(key.elements[0].value->value) : std::vector<double>{};
   if (!list.empty()) {
-    if (!out.Family(family, "gauge", help + ", by position in the list")) return;
+    if (!out.Family(GaugeName(family), "gauge", help + ", by position in the list")) return;
     for (size_t i = 0; i < list.size(); ++i) {
       Labels labels = base;
       labels.emplace_back("index", std::to_string(i + 1));
@@ -118,7 +131,7 @@ void WriteKey(const Key& key, const Labels& base, OpenMetricsWriter& out) {
     }
     return;
   }
-  if (!out.Family(family, numeric ? "gauge" : "info", help)) return;
+  if (!out.Family(numeric ? GaugeName(family) : family, numeric ? "gauge" : "info", help)) return;
   for (const auto& e : key.elements) {
     Labels labels = base;
     if (!e.index.empty()) labels.emplace_back("index", e.index);
