@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "allow_list.h"
@@ -224,11 +225,21 @@ void Exporter::Probe(const httplib::Request& request, httplib::Response& respons
     pending = std::make_shared<Pending>();
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     stats_.InFlight(1);
-    // Detached: a probe past its time-out answers at once, and its collection
-    // ends on the library's time-outs, holding its slot until then.
-    std::thread(&Exporter::Collect, this, slots_, pending, target, resource, &document->second,
-                static_cast<uint32_t>(std::max<long long>(left, 100)))
-        .detach();
+    try {
+      // Detached: a probe past its time-out answers at once, and its collection
+      // ends on the library's time-outs, holding its slot until then.
+      std::thread(&Exporter::Collect, this, slots_, pending, target, resource, &document->second,
+                  static_cast<uint32_t>(std::max<long long>(left, 100)))
+          .detach();
+    } catch (const std::system_error& error) {
+      // No thread to be had: the machine's limit, not the printer's fault.
+      stats_.InFlight(-1);
+      slots_->Release();
+      std::lock_guard<std::mutex> hold(pending->lock);
+      pending->reason = "busy";
+      pending->message = std::string("no thread for the collection: ") + error.what();
+      pending->finished = true;
+    }
     std::unique_lock<std::mutex> hold(pending->lock);
     if (pending->done.wait_until(hold, deadline, [&] { return pending->finished; })) {
       outcome.reason = pending->reason;
