@@ -14,6 +14,7 @@ packages=(
   snmpd snmp snmpsim dbus iproute2 procps curl prometheus-snmp-exporter
   gcovr
   help2man dpkg-dev time
+  prometheus
 )
 
 missing=()

@@ -88,6 +88,13 @@ nlohmann::json SnmpNumber(nlohmann::json value) {
 
 }  // namespace
 
+std::string NamedIppResource(const std::string& text, const Target& target) {
+  size_t scheme = text.find("://");
+  const bool uriPath =
+      text.rfind("ipp", 0) == 0 && scheme != std::string::npos && text.find('/', scheme + 3) != std::string::npos;
+  return uriPath ? target.resource : std::string();
+}
+
 std::u16string CacheKeyPath(const Target& target, const std::string& file) {
   std::string printer = target.host + (target.port.empty() ? "" : ":" + target.port);
   std::string document = std::filesystem::path(file).filename().string();

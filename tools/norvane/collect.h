@@ -48,6 +48,10 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
 nlohmann::json CollectionJson(const Collection& collection);
 void PrintCollection(const Collection& collection, const std::string& address);
 
+// The IPP resource that the text naming a printer gives (the path of an ipp or
+// ipps URI), for CollectOnce; empty when the text names none.
+std::string NamedIppResource(const std::string& text, const Target& target);
+
 // The registry cache key path of one printer and data-map document: below
 // Software\Norvane\Cache, the printer's address and the document's file name, each
 // one key. The library adds the device's identity below it, but a printer that

@@ -46,15 +46,12 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
     Target target = ParseTarget(line);
     auto address = MakeAddress(target, common);
     // An ipp:// URI with a path names the queue the IPP items read.
-    size_t scheme = line.find("://");
-    const bool uriPath =
-        line.rfind("ipp", 0) == 0 && scheme != std::string::npos && line.find('/', scheme + 3) != std::string::npos;
+    const std::string resource = NamedIppResource(line, target);
     nlohmann::json maps = nlohmann::json::array();
     bool any = false;
     for (const auto& document : documents) {
       std::u16string cacheKey = options.noCache ? std::u16string() : CacheKeyPath(target, document.file);
-      Collection collection = CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey,
-                                          uriPath ? target.resource : std::string());
+      Collection collection = CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey, resource);
       any = any || collection.answered != 0;
       maps.push_back(CollectionJson(collection));
       if (out != nullptr) out->push_back(std::move(collection));
