@@ -208,6 +208,44 @@ TEST_F(HostHttpRequest, AStreamIsFramedOnceAndAChunkedAnswerReadWhole) {
   EXPECT_NE(std::string::npos, seen.head.find("\r\nTransfer-Encoding: chunked"));
 }
 
+// A printer that refuses chunked bodies gets the stream with its length: the
+// first chunk's payload and the declared rest, no more and no less.
+TEST_F(HostHttpRequest, ADeclaredStreamGoesWithItsLengthAndCarriesExactlyThat) {
+  const std::string first = Pattern(900, 5), rest = Pattern(150000, 6);
+  const struct {
+    uint64_t declared;  // after the first chunk
+    std::string later;  // the payload written after it, in two chunks
+    HRESULT lastWrite;  // of the last chunk
+  } cases[] = {
+      {rest.size(), rest, S_OK},
+      {rest.size() - 1, rest, E_INVALIDARG},  // one byte more than declared
+      {rest.size() + 1, rest, E_FAIL},        // one byte short
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(S_OK, NetAddressSetNextStreamLength(address_.get(), c.declared));
+    Ref<Norvane::HTTPRequest> holder;
+    ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), server_.Port()));
+    auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
+    stream->SetMethod(u"POST");
+    stream->SetResource(u"/sized");
+    stream->AddHeader(u"Transfer-Encoding", u"chunked");
+    ASSERT_EQ(S_OK, stream->Open(1));
+    const std::string framed[] = {Frame(first), Frame(c.later.substr(0, 70000)),
+                                  Frame(c.later.substr(70000)) + kLastChunk};
+    EXPECT_EQ(S_OK, stream->WriteChunk(Bytes(framed[0]), static_cast<uint32_t>(framed[0].size()), 0));
+    EXPECT_EQ(S_OK, stream->WriteChunk(Bytes(framed[1]), static_cast<uint32_t>(framed[1].size()), 0));
+    EXPECT_EQ(c.lastWrite, stream->WriteChunk(Bytes(framed[2]), static_cast<uint32_t>(framed[2].size()), 0))
+        << c.declared;
+    if (c.lastWrite != S_OK) continue;
+    Norvane::HTTPResponse* response = nullptr;
+    ASSERT_EQ(S_OK, stream->Send(&response));
+    SeenRequest seen = server_.Requests().back();
+    EXPECT_TRUE(seen.body == first + rest) << seen.body.size() << " bytes received";
+    EXPECT_NE(std::string::npos, seen.head.find("\r\nContent-Length: " + std::to_string(first.size() + rest.size())));
+    EXPECT_EQ(std::string::npos, seen.head.find("Transfer-Encoding"));
+  }
+}
+
 TEST(HostTrace, CredentialsAreMasked) {
   const std::pair<std::string, std::string> cases[] = {
       {"> Authorization: Basic YWRtaW46czNjcmV0", "> Authorization: Basic ***"},
