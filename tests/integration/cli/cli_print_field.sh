@@ -18,30 +18,12 @@ export USER
 # shellcheck source=../expect.sh
 source "$here/../expect.sh"
 failed=0
-fail() { echo "FAIL: $*"; failed=1; }
 
-# sim N OPTION...: a simulator on 127.0.0.N:80 with the default fixtures.
-sim() {
-  local n=$1
-  shift
-  "$NORVANE_PRINTER_SIM" --bind "127.0.0.$n" --http-port 80 --alt-port off --soap-port off "$@" \
-    --log "$work/sim$n.log" >"$work/sim$n.out" &
-  pids+=($!)
-  for _ in $(seq 50); do grep -q ready "$work/sim$n.out" && break; sleep 0.1; done
-}
 sim 41 --refuse-chunked
 sim 42 --ipp11-only
 sim 43 --refuse-chunked=501 --ipp11-only
 refusing=ipp://127.0.0.41:80/ipp/printer
 old=ipp://127.0.0.42:80/ipp/printer
-
-# run NAME EXIT ARGS...: the tool's output in $work/NAME.out and .err.
-run() {
-  local name=$1 want=$2 status=0
-  shift 2
-  "$norvane" "$@" >"$work/$name.out" 2>"$work/$name.err" </dev/null || status=$?
-  [[ $status == "$want" ]] || { fail "$name: norvane $*: exit $status, want $want"; cat "$work/$name.err"; }
-}
 
 # received N JOB FILE: the simulator on 127.0.0.N kept FILE as job JOB's document.
 received() {
@@ -88,6 +70,7 @@ for row in "${cases[@]}"; do
   [[ -z $job ]] || received "${job%%:*}" "${job##*:}" "$work/page.pdf"
 done
 # A pipe has no length: spooled, then sent again with its length after the refusal.
+# shellcheck disable=SC2002  # a pipe is the point
 cat "$work/page.pdf" | "$norvane" --timeout 20000 print "$refusing" - >"$work/pipe.out" 2>"$work/pipe.err" ||
   fail "print from a pipe: exit $?"
 expect "$work/pipe.out" "job 4: completed"
