@@ -68,7 +68,9 @@ class HttpExchange {
   void EndBody();
   // Reads what has arrived without waiting: an answer the device sent while
   // the caller was not writing.
-  void Poll() { Drive([] { return true; }); }
+  void Poll() {
+    Drive([] { return true; });
+  }
 
   // The caller held the body back on purpose (a printer that cannot take
   // data): that silence does not count against the read time-out.

@@ -434,9 +434,8 @@ HRESULT HttpRequestImpl::WriteChunk(const uint8_t* bytes, uint32_t length, uint6
   if (!deframer_.Finished() && RefusedChunkedBody()) return E_FAIL;
   if (!exchange_->Ended()) {
     if (deframe_) {
-      bool framed = deframer_.Feed(bytes, length, [this](const uint8_t* piece, size_t size) {
-        return Forward(piece, size);
-      });
+      bool framed =
+          deframer_.Feed(bytes, length, [this](const uint8_t* piece, size_t size) { return Forward(piece, size); });
       if ((!framed && deframer_.Failed()) || sizedOverrun_) {
         errorCode_ = CURLE_BAD_FUNCTION_ARGUMENT;
         return E_INVALIDARG;

@@ -143,13 +143,15 @@ void Print(const PrintOptions& o, const Common& common) {
   JobOutcome outcome = PrintDocument(provider.get(), target, request);
   if (outcome.chunkedRefused != 0) {
     if (bar) std::fprintf(stderr, "\n");
-    std::fprintf(stderr, "norvane: the printer refused a chunked upload (HTTP %u); sending the document with its length\n",
+    std::fprintf(stderr,
+                 "norvane: the printer refused a chunked upload (HTTP %u); sending the document with its length\n",
                  outcome.chunkedRefused);
     // The library keeps a provider whose stream has ended that way: a new one
     // takes the document, which now goes with a Content-Length.
     provider = MakePrintProvider(address.get(), target);
     outcome = PrintDocument(provider.get(), target, request);
-    if (outcome.chunkedRefused != 0) throw Failure(kExitFailed, "the printer refused the document sent with its length");
+    if (outcome.chunkedRefused != 0)
+      throw Failure(kExitFailed, "the printer refused the document sent with its length");
   }
   if (bar) std::fprintf(stderr, "\n");
   if (outcome.bytes == 0 && (outcome.canceled || outcome.timedOut)) {
@@ -217,7 +219,9 @@ void AddPrintVerbs(CLI::App& app, Common& common) {
   auto o = std::make_shared<PrintOptions>();
   auto* print = app.add_subcommand("print", "Print a file and wait for the job to end; Ctrl-C cancels");
   print->add_option("URI", o->uri, "printer: ipp://HOST:PORT/PATH or HOST")->required();
-  print->add_option("FILE", o->file, "document (PDF, PNG, JPEG, PWG or Apple raster, PCL, ZPL, ...); - reads standard input")
+  print
+      ->add_option("FILE", o->file,
+                   "document (PDF, PNG, JPEG, PWG or Apple raster, PCL, ZPL, ...); - reads standard input")
       ->required();
   print->add_option("--job-name", o->jobName, "job name (default: the file's name)");
   print->add_option("--format", o->format, "document-format to send (default: told from the file's bytes)");

@@ -116,7 +116,8 @@ std::optional<ParsedRequest> ParseRequest(const std::string& request) {
     const size_t valueLength = Get16(request, at + 3 + nameLength);
     const size_t valueAt = at + 5 + nameLength;
     if (valueAt + valueLength > request.size()) return std::nullopt;
-    if (group == kOperationGroup && !name.empty()) parsed.operationAttributes.emplace(name, request.substr(valueAt, valueLength));
+    if (group == kOperationGroup && !name.empty())
+      parsed.operationAttributes.emplace(name, request.substr(valueAt, valueLength));
     at = valueAt + valueLength;
   }
   return std::nullopt;
