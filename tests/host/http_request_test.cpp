@@ -32,6 +32,7 @@ std::string ReplyFor(const SeenRequest& seen, const std::string& path) {
   }
   if (path == "/chunked") return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n";
   if (path == "/short") return "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc";
+  if (path.starts_with("/status/")) return "HTTP/1.1 " + path.substr(8) + " Refused\r\nContent-Length: 0\r\n\r\n";
   return kOk;
 }
 
@@ -243,6 +244,26 @@ TEST_F(HostHttpRequest, ADeclaredStreamGoesWithItsLengthAndCarriesExactlyThat) {
     EXPECT_TRUE(seen.body == first + rest) << seen.body.size() << " bytes received";
     EXPECT_NE(std::string::npos, seen.head.find("\r\nContent-Length: " + std::to_string(first.size() + rest.size())));
     EXPECT_EQ(std::string::npos, seen.head.find("Transfer-Encoding"));
+  }
+}
+
+// An answer read only once the whole chunked body has gone: a 411 still
+// refuses the framing, a 400 or 501 is about the request itself.
+TEST_F(HostHttpRequest, OnlyA411AfterTheWholeBodyRefusesChunking) {
+  const std::pair<std::string, uint32_t> cases[] = {{"/status/400", 0}, {"/status/501", 0}, {"/status/411", 411}};
+  const std::string framed = Frame(Pattern(3000, 7)) + kLastChunk;
+  for (const auto& [path, refusal] : cases) {
+    Ref<Norvane::HTTPRequest> holder;
+    ASSERT_EQ(S_OK, address_->CreateRequestEx(holder.Out(), server_.Port()));
+    auto* stream = dynamic_cast<Norvane::QxHTTPRequestEx*>(holder.get());
+    stream->SetMethod(u"POST");
+    stream->SetResource(Wide(path).c_str());
+    stream->AddHeader(u"Transfer-Encoding", u"chunked");
+    ASSERT_EQ(S_OK, stream->Open(1));
+    ASSERT_EQ(S_OK, stream->WriteChunk(Bytes(framed), static_cast<uint32_t>(framed.size()), 0));
+    Norvane::HTTPResponse* response = nullptr;
+    ASSERT_EQ(S_OK, stream->Send(&response));
+    EXPECT_EQ(refusal, NetAddressChunkedRefusal(address_.get())) << path;
   }
 }
 
