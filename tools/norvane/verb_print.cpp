@@ -150,8 +150,6 @@ void Print(const PrintOptions& o, const Common& common) {
     // takes the document, which now goes with a Content-Length.
     provider = MakePrintProvider(address.get(), target);
     outcome = PrintDocument(provider.get(), target, request);
-    if (outcome.chunkedRefused != 0)
-      throw Failure(kExitFailed, "the printer refused the document sent with its length");
   }
   if (bar) std::fprintf(stderr, "\n");
   if (outcome.bytes == 0 && (outcome.canceled || outcome.timedOut)) {
