@@ -146,8 +146,8 @@ void Print(const PrintOptions& o, const Common& common) {
     std::fprintf(stderr,
                  "norvane: the printer refused a chunked upload (HTTP %u); sending the document with its length\n",
                  outcome.chunkedRefused);
-    // The library keeps a provider whose stream has ended that way: a new one
-    // takes the document, which now goes with a Content-Length.
+    // The library ends every later stream of a provider whose stream has
+    // ended as cancelled: a new one takes the document, now with its length.
     provider = MakePrintProvider(address.get(), target);
     outcome = PrintDocument(provider.get(), target, request);
   }
