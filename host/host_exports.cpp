@@ -105,6 +105,18 @@ extern "C" uint32_t NetAddressIppAnsweredVersion(Norvane::QxNetAddress* address)
   return ours == nullptr ? 0 : ours->GetIppAnsweredVersion();
 }
 
+extern "C" uint32_t NetAddressChunkedRefusal(Norvane::QxNetAddress* address) {
+  auto* ours = Ours(address);
+  return ours == nullptr ? 0 : ours->ChunkedRefusal();
+}
+
+extern "C" HRESULT NetAddressSetNextStreamLength(Norvane::QxNetAddress* address, uint64_t rest) {
+  auto* ours = Ours(address);
+  if (ours == nullptr) return E_INVALIDARG;
+  ours->SetNextStreamLength(rest);
+  return S_OK;
+}
+
 extern "C" const char* NetAddressErrorText(uint32_t code) { return curl_easy_strerror(static_cast<CURLcode>(code)); }
 
 extern "C" const char* NetAddressResolveError(Norvane::QxNetAddress* address) {

@@ -116,6 +116,7 @@ CURLcode HttpExchange::Start(const ExchangeSetup& setup) {
     set(CURLOPT_READFUNCTION, &HttpExchange::OnRead);
     set(CURLOPT_READDATA, this);
     set(CURLOPT_UPLOAD_BUFFERSIZE, kUploadBuffer);
+    if (setup.streamLength >= 0) set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(setup.streamLength));
     if (setup.method != "POST") set(CURLOPT_CUSTOMREQUEST, setup.method.c_str());
   } else if (setup.method == "GET") {
     set(CURLOPT_HTTPGET, 1L);

@@ -32,6 +32,8 @@ struct ExchangeSetup {
   const uint8_t* body = nullptr;         // whole body; must outlive the exchange
   size_t bodyLength = 0;
   bool streamed = false;  // body comes through Write/EndBody instead
+  // A streamed body of this many bytes goes with a Content-Length; -1: chunked.
+  int64_t streamLength = -1;
   std::string userName;
   std::string password;
   long authSchemes = CURLAUTH_BASIC | CURLAUTH_DIGEST;
@@ -64,6 +66,11 @@ class HttpExchange {
   CURLcode Write(const uint8_t* data, size_t length);
   // No more body: libcurl then writes its last chunk.
   void EndBody();
+  // Reads what has arrived without waiting: an answer the device sent while
+  // the caller was not writing.
+  void Poll() {
+    Drive([] { return true; });
+  }
 
   // The caller held the body back on purpose (a printer that cannot take
   // data): that silence does not count against the read time-out.

@@ -1,5 +1,7 @@
 #include "http_request.h"
 
+#include <cstdint>
+
 #include "net_address.h"
 #include "norvane/api.h"
 #include "text.h"
@@ -192,7 +194,7 @@ bool HttpRequestImpl::CallerFramesChunks() const {
   return false;
 }
 
-std::vector<std::string> HttpRequestImpl::HeaderLines(bool streamed) const {
+std::vector<std::string> HttpRequestImpl::HeaderLines(bool chunked) const {
   std::vector<std::string> lines;
   bool typed = false;
   for (const auto& [name, value] : headers_) {
@@ -211,18 +213,20 @@ std::vector<std::string> HttpRequestImpl::HeaderLines(bool streamed) const {
   // Printers answer 417 to "Expect: 100-continue", which libcurl adds to large
   // bodies unless told not to.
   lines.push_back("Expect:");
-  if (streamed) lines.push_back("Transfer-Encoding: chunked");
+  if (chunked) lines.push_back("Transfer-Encoding: chunked");
   return lines;
 }
 
-ExchangeSetup HttpRequestImpl::MakeSetup(bool streamed, const uint8_t* body, size_t length) const {
+ExchangeSetup HttpRequestImpl::MakeSetup(bool streamed, const uint8_t* body, size_t length,
+                                         int64_t streamLength) const {
   ExchangeSetup setup;
   setup.url = BuildUrl(host_, tls_, port_, resource_);
   setup.method = method_;
-  setup.headerLines = HeaderLines(streamed);
+  setup.headerLines = HeaderLines(streamed && streamLength < 0);
   setup.body = body;
   setup.bodyLength = length;
   setup.streamed = streamed;
+  setup.streamLength = streamed ? streamLength : -1;
   setup.userName = userName_;
   setup.password = password_;
   if (streamed && (address_->KnownAuthSchemes() & CURLAUTH_BASIC) != 0) {
@@ -258,6 +262,9 @@ HRESULT HttpRequestImpl::Conclude(CURLcode result) {
   errorCode_ = static_cast<uint32_t>(result);
   ExchangeResponse& received = exchange_->Response();
   if (received.status == 401) address_->NoteAuthSchemes(exchange_->OfferedAuthSchemes());
+  // A 411 that came only after the last chunk still says the body's framing
+  // was refused.
+  if (streamed && !sized_ && answered && received.status == 411) address_->NoteChunkedRefusal(411);
   if (answered) response_ = QxUtils::ShareRef(new HttpResponseImpl(std::move(received)));
   exchange_.reset();
   address_->ReturnChannel(std::move(channel_));
@@ -269,6 +276,11 @@ HRESULT HttpRequestImpl::Send(Norvane::HTTPResponse** response) {
   if (response == nullptr) return E_POINTER;
   *response = nullptr;
   HRESULT hr;
+  if (phase_ == Phase::kStreaming && !exchange_) {
+    // A sized stream that never had its first chunk never started.
+    phase_ = Phase::kIdle;
+    return E_FAIL;
+  }
   if (phase_ == Phase::kStreaming) {
     hr = Conclude(exchange_->Finish());
   } else if (phase_ == Phase::kAnswered) {
@@ -302,12 +314,28 @@ HRESULT HttpRequestImpl::Open(uint64_t /*context: the library's, unused here*/) 
   if (phase_ == Phase::kStreaming) return E_FAIL;
   phase_ = Phase::kIdle;
   response_.Reset();
-  if (!TakeChannel()) return E_OUTOFMEMORY;
   deframe_ = CallerFramesChunks();
   deframer_ = ChunkDeframer();
+  sizedOverrun_ = false;
+  std::optional<uint64_t> rest = address_->TakeNextStreamLength();
+  sized_ = rest.has_value();
+  sizedLeft_ = rest.value_or(0);
+  if (sized_) {
+    // The Content-Length is known with the first chunk: the exchange starts then.
+    phase_ = Phase::kStreaming;
+    return S_OK;
+  }
+  return StartStream(-1);
+}
+
+HRESULT HttpRequestImpl::StartStream(int64_t streamLength) {
+  if (!TakeChannel()) {
+    phase_ = Phase::kIdle;
+    return E_OUTOFMEMORY;
+  }
   exchange_ = std::make_unique<HttpExchange>(*channel_);
   phase_ = Phase::kStreaming;
-  CURLcode rc = exchange_->Start(MakeSetup(true, nullptr, 0));
+  CURLcode rc = exchange_->Start(MakeSetup(true, nullptr, 0, streamLength));
   if (rc == CURLE_OK) rc = exchange_->OpenBody();
   if (exchange_->Ended() || rc != CURLE_OK) {
     // An answer before any body (a refusal) is kept for Send; no answer at all
@@ -320,6 +348,69 @@ HRESULT HttpRequestImpl::Open(uint64_t /*context: the library's, unused here*/) 
   return S_OK;
 }
 
+HRESULT HttpRequestImpl::StartSizedStream(const uint8_t* bytes, uint32_t length) {
+  // The first chunk holds the IPP request and the document's first block, one
+  // block's worth: it is kept until the exchange has its length.
+  std::vector<uint8_t> first;
+  if (deframe_) {
+    bool framed = deframer_.Feed(bytes, length, [&first](const uint8_t* piece, size_t size) {
+      first.insert(first.end(), piece, piece + size);
+      return true;
+    });
+    if (!framed && deframer_.Failed()) {
+      phase_ = Phase::kIdle;
+      errorCode_ = CURLE_BAD_FUNCTION_ARGUMENT;
+      return E_INVALIDARG;
+    }
+  } else {
+    first.assign(bytes, bytes + length);
+  }
+  if (sizedLeft_ > static_cast<uint64_t>(INT64_MAX) - first.size()) {
+    phase_ = Phase::kIdle;
+    errorCode_ = CURLE_BAD_FUNCTION_ARGUMENT;
+    return E_INVALIDARG;
+  }
+  HRESULT hr = StartStream(static_cast<int64_t>(first.size() + sizedLeft_));
+  if (FAILED(hr)) return hr;
+  if (!exchange_->Ended()) exchange_->Write(first.data(), first.size());
+  if (deframer_.Finished()) exchange_->EndBody();
+  if (exchange_->Ended() && !exchange_->HasResponseHead()) {
+    errorCode_ = static_cast<uint32_t>(exchange_->Result());
+    return E_FAIL;
+  }
+  return S_OK;
+}
+
+bool HttpRequestImpl::Forward(const uint8_t* piece, size_t size) {
+  if (sized_) {
+    if (size > sizedLeft_) {
+      sizedOverrun_ = true;
+      return false;
+    }
+    sizedLeft_ -= size;
+  }
+  exchange_->Write(piece, size);
+  return !exchange_->Ended();
+}
+
+bool HttpRequestImpl::RefusedChunkedBody() {
+  if (sized_ || !exchange_ || !exchange_->HasResponseHead()) return false;
+  const ExchangeResponse& answer = exchange_->Response();
+  bool ipp = false;
+  for (const auto& [name, value] : answer.headers) {
+    if (EqualsIgnoreAsciiCase(name, "Content-Type") && value.starts_with("application/ipp")) ipp = true;
+  }
+  // 411 says it outright; 400 and 501 without an IPP answer are what servers
+  // that do not implement chunked requests send before reading the body. An
+  // IPP answer is the printer's own word on the request and stands.
+  const bool refused = answer.status == 411 || ((answer.status == 400 || answer.status == 501) && !ipp);
+  if (refused) {
+    address_->NoteChunkedRefusal(static_cast<uint32_t>(answer.status));
+    errorCode_ = CURLE_HTTP_RETURNED_ERROR;
+  }
+  return refused;
+}
+
 HRESULT HttpRequestImpl::WriteChunk(const uint8_t* bytes, uint32_t length, uint64_t context) {
   if (phase_ != Phase::kStreaming) return E_FAIL;
   if (bytes == nullptr && length != 0) return E_INVALIDARG;
@@ -329,31 +420,44 @@ HRESULT HttpRequestImpl::WriteChunk(const uint8_t* bytes, uint32_t length, uint6
   HRESULT ready = WaitForPrintReady(context, 0);
   if (ready == S_FALSE) {
     ready = WaitForPrintReady(context, 0xFFFFFFFFu /* for good */);
-    exchange_->RestartReadClock();
+    if (exchange_) exchange_->RestartReadClock();
   }
   if (ready == E_ABORT) {
     errorCode_ = CURLE_ABORTED_BY_CALLBACK;
     return E_ABORT;
   }
+  if (!exchange_) return StartSizedStream(bytes, length);
+  // The rest of a document the printer refused to take chunked has nowhere to
+  // go: failing here ends the stream at once. The refusal may have come while
+  // the library was busy elsewhere (its job lookup), with nobody reading.
+  if (!exchange_->Ended()) exchange_->Poll();
+  if (!deframer_.Finished() && RefusedChunkedBody()) return E_FAIL;
   if (!exchange_->Ended()) {
     if (deframe_) {
-      bool framed = deframer_.Feed(bytes, length, [this](const uint8_t* piece, size_t size) {
-        exchange_->Write(piece, size);
-        return !exchange_->Ended();
-      });
-      if (!framed && deframer_.Failed()) {
+      bool framed =
+          deframer_.Feed(bytes, length, [this](const uint8_t* piece, size_t size) { return Forward(piece, size); });
+      if ((!framed && deframer_.Failed()) || sizedOverrun_) {
         errorCode_ = CURLE_BAD_FUNCTION_ARGUMENT;
         return E_INVALIDARG;
       }
-      if (deframer_.Finished()) exchange_->EndBody();
-    } else {
-      exchange_->Write(bytes, length);
+      if (deframer_.Finished()) {
+        if (sized_ && sizedLeft_ != 0) {
+          // libcurl would wait for the bytes it was promised.
+          errorCode_ = CURLE_READ_ERROR;
+          return E_FAIL;
+        }
+        exchange_->EndBody();
+      }
+    } else if (!Forward(bytes, length) && sizedOverrun_) {
+      errorCode_ = CURLE_BAD_FUNCTION_ARGUMENT;
+      return E_INVALIDARG;
     }
   }
   if (exchange_->Ended() && !exchange_->HasResponseHead()) {
     errorCode_ = static_cast<uint32_t>(exchange_->Result());
     return E_FAIL;
   }
+  if (!deframer_.Finished() && RefusedChunkedBody()) return E_FAIL;
   // After an early answer the rest of the document has nowhere to go; Send
   // reports that answer.
   return S_OK;

@@ -87,9 +87,22 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
  private:
   enum class Phase { kIdle, kStreaming, kAnswered };
 
-  // The header lines an exchange sends (for a streamed body or a whole one).
-  std::vector<std::string> HeaderLines(bool streamed) const;
-  ExchangeSetup MakeSetup(bool streamed, const uint8_t* body, size_t length) const;
+  // The header lines an exchange sends (for a chunked body or a sized one).
+  std::vector<std::string> HeaderLines(bool chunked) const;
+  // `streamLength` is a streamed body's Content-Length; -1: chunked.
+  ExchangeSetup MakeSetup(bool streamed, const uint8_t* body, size_t length, int64_t streamLength = -1) const;
+  // Starts the streamed exchange: the request head goes and libcurl waits for
+  // body bytes, or the device has answered already.
+  HRESULT StartStream(int64_t streamLength);
+  // The first chunk of a sized stream gives its length: the exchange starts
+  // with it.
+  HRESULT StartSizedStream(const uint8_t* bytes, uint32_t length);
+  // Hands payload bytes to the exchange; false once it has ended or when a
+  // sized stream would carry more than it declared.
+  bool Forward(const uint8_t* piece, size_t size);
+  // Whether the device's early answer refuses the chunked body itself; the
+  // address remembers it.
+  bool RefusedChunkedBody();
   bool TakeChannel();
   // One exchange of the whole body on the channel.
   HRESULT SendWhole();
@@ -125,6 +138,10 @@ class HttpRequestImpl final : public Norvane::DisposableObject<Norvane::QxHTTPRe
   HRESULT answer_ = S_OK;  // what Send reports after SendBody
   bool deframe_ = false;
   ChunkDeframer deframer_;
+  // A stream with a Content-Length: the payload bytes it still owes.
+  bool sized_ = false;
+  uint64_t sizedLeft_ = 0;
+  bool sizedOverrun_ = false;
   QxUtils::Ref<HttpResponseImpl> response_;
 };
 

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <memory>
+#include <utility>
 
 #include "http_request.h"
 #include "mib_connection.h"
@@ -230,6 +231,27 @@ void NetAddressImpl::NoteAuthSchemes(long schemes) {
 long NetAddressImpl::KnownAuthSchemes() {
   std::lock_guard<std::mutex> lock(mutex_);
   return authSchemes_;
+}
+
+void NetAddressImpl::NoteChunkedRefusal(uint32_t status) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  chunkedRefusal_ = status;
+}
+
+uint32_t NetAddressImpl::ChunkedRefusal() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return chunkedRefusal_;
+}
+
+void NetAddressImpl::SetNextStreamLength(uint64_t rest) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (rest == UINT64_MAX) nextStreamRest_.reset();
+  else nextStreamRest_ = rest;
+}
+
+std::optional<uint64_t> NetAddressImpl::TakeNextStreamLength() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return std::exchange(nextStreamRest_, std::nullopt);
 }
 
 }  // namespace NorvaneHost

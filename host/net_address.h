@@ -60,6 +60,16 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   void NoteAuthSchemes(long schemes);
   long KnownAuthSchemes();
 
+  // The HTTP status with which the device refused a chunked request body; 0
+  // while it took every one.
+  void NoteChunkedRefusal(uint32_t status);
+  uint32_t ChunkedRefusal();
+  // The next streamed body goes with a Content-Length: the payload of its
+  // first chunk plus `rest` bytes. Taken by the next stream that opens;
+  // UINT64_MAX takes back a declaration no stream has taken.
+  void SetNextStreamLength(uint64_t rest);
+  std::optional<uint64_t> TakeNextStreamLength();
+
  private:
   explicit NetAddressImpl(std::u16string host);
   HRESULT MakeRequest(Norvane::HTTPRequest** request, uint32_t port);
@@ -81,6 +91,8 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   SnmpSettings snmp_;
   std::vector<std::unique_ptr<CurlChannel>> idle_;
   long authSchemes_ = 0;
+  uint32_t chunkedRefusal_ = 0;
+  std::optional<uint64_t> nextStreamRest_;
 };
 
 }  // namespace NorvaneHost

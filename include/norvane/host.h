@@ -149,6 +149,21 @@ NORVANE_API HRESULT NetAddressSetIppFieldCompatibility(Norvane::QxNetAddress* ad
 // refused; 0 before any. Says why a printer was refused in the strict mode.
 NORVANE_API uint32_t NetAddressIppAnsweredVersion(Norvane::QxNetAddress* address);
 
+// Printers that refuse a chunked request body answer a print stream with 411
+// (Length Required), or with 400 or 501 and no IPP answer while the body is
+// still coming. The host then fails the stream's next chunk write, so that the
+// library's PrintJob or PrintJobWrite fails instead of sending the rest of the
+// document nowhere, and remembers the refusal: its HTTP status, 0 while the
+// device took every chunked body.
+NORVANE_API uint32_t NetAddressChunkedRefusal(Norvane::QxNetAddress* address);
+// The next print stream opened on the address (Open, then WriteChunk) goes with
+// a Content-Length instead of chunked: the payload of its first chunk (the IPP
+// request and the document's first block) plus `rest` bytes, which its later
+// chunks must carry exactly (a write past them fails, and so does a stream
+// that ends short). Memory stays at one block, as for a chunked stream.
+// UINT64_MAX takes back a declaration that no stream has taken.
+NORVANE_API HRESULT NetAddressSetNextStreamLength(Norvane::QxNetAddress* address, uint64_t rest);
+
 // A few words (static storage, no final period) for a status the library or a
 // single request returned, and for a thread last-error code the library set.
 NORVANE_API const char* NorvaneStatusText(HRESULT status);

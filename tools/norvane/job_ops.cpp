@@ -402,10 +402,24 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     if (FAILED(hr) && outcome.status.empty()) fail("the printer refused the job", hr);
     if (status == nullptr || std::atoi(status) < 0x400) NoteResponse(&outcome, response.get());
     outcome.bytes = total;
+    outcome.body = "one";
     report();
     return outcome;
   }
 
+  // One block at a time either way: a printer that refuses chunked bodies is
+  // sent the same stream with the length of the whole body declared up front.
+  const bool sized = request.address != nullptr && NetAddressChunkedRefusal(request.address) != 0;
+  if (sized) outcome.body = "content-length";
+  auto refusedChunked = [&] {
+    const uint32_t status = request.address != nullptr ? NetAddressChunkedRefusal(request.address) : 0;
+    if (sized || status == 0) return false;
+    // The printer took none of it, so there is no job to report.
+    outcome = JobOutcome{};
+    outcome.chunkedRefused = status;
+    outcome.seconds = Since(start);
+    return true;
+  };
   bool first = true;
   while (outcome.bytes < total) {
     if (request.cancel != nullptr && request.cancel->load()) {
@@ -427,9 +441,12 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     SetLastError(0);
     HRESULT hr;
     if (first) {
+      if (sized) NetAddressSetNextStreamLength(request.address, total - length);
       WaitWatcher watcher(provider, target, request, &polling, &outcome);
       hr = provider->PrintJob(attributes.get(), response.get(), chunk.data(), static_cast<int32_t>(length), true);
       watcher.Stop();
+      // Not left for a later stream when this one never opened.
+      if (sized) NetAddressSetNextStreamLength(request.address, UINT64_MAX);
       outcome.printerWaited = watcher.Printer();
       if (watcher.Canceled() || watcher.TimedOut()) {
         outcome.canceled = watcher.Canceled();
@@ -443,6 +460,7 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
     } else {
       hr = provider->PrintJobWrite(attributes.get(), response.get(), chunk.data(), static_cast<int32_t>(length));
     }
+    if (hr != S_OK && refusedChunked()) return outcome;
     // A job Get-Jobs could not find still streams (S_FALSE); only failures end it.
     if (FAILED(hr)) fail(first ? "the printer refused the job" : "the printer stopped taking data", hr);
     first = false;
@@ -452,6 +470,7 @@ JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, c
   }
   SetLastError(0);
   HRESULT hr = provider->PrintJobWrite(attributes.get(), response.get(), nullptr, 0);
+  if (hr != S_OK && refusedChunked()) return outcome;
   NoteResponse(&outcome, response.get());
   const char* status = response->GetSuccessStatus();
   if (status != nullptr && std::strcmp(status, "NOT_SET_ERROR") != 0) outcome.status = IppStatusName(status);

@@ -27,6 +27,12 @@ struct JobOutcome {
   bool canceled = false;      // ended by the user (Ctrl-C, SIGTERM)
   bool timedOut = false;      // ended by --timeout while waiting for the printer
   std::string printerWaited;  // the printer's state while it kept the job waiting
+  // The HTTP status with which the printer refused the chunked stream: no job
+  // was made, and the document must go again with a Content-Length.
+  uint32_t chunkedRefused = 0;
+  // How the document went: "chunked", "content-length" (a stream whose length
+  // was declared) or "one" (one Print-Job request).
+  std::string body = "chunked";
 };
 
 struct PrintProgress {
@@ -50,6 +56,10 @@ struct PrintRequest {
   // ready printer (a queue takes it stopped or not) and no job lookup while it
   // streams, for a caller that only wants the printer to have it.
   bool oneBody = false;
+  // The printer's address: a refusal of chunked bodies is read from it, and a
+  // stream with a Content-Length is declared on it. A printer known to refuse
+  // chunked bodies gets the document with its length from the start.
+  Norvane::QxNetAddress* address = nullptr;
   std::function<void(const PrintProgress&)> progress;  // after every chunk, and while waiting
   const std::atomic<bool>* cancel = nullptr;           // set to cancel the job
 };
@@ -65,7 +75,9 @@ bool IsFinalJobState(const std::string& keyword);
 
 // Streams the file as one chunked Print-Job. Throws Failure when the printer
 // refuses the job or stops taking data; a cancel request or the wait limit ends
-// it with outcome.canceled or outcome.timedOut.
+// it with outcome.canceled or outcome.timedOut. A printer that refuses the
+// chunked body ends it with outcome.chunkedRefused: print again on a new
+// provider, and the stream goes with a Content-Length.
 JobOutcome PrintDocument(Norvane::IPPProvider* provider, const Target& target, const PrintRequest& request);
 
 // Fills outcome->state, reasons and name for outcome->jobId: Get-Job-Attributes

@@ -1,7 +1,12 @@
 // print: a document streamed in chunks in the format its bytes say, then followed
 // to its end at the printer; a progress line on a terminal, Ctrl-C or SIGTERM
 // ending any wait.
+#include <unistd.h>
+
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 
 #include "doc_format.h"
 #include "job_ops.h"
@@ -54,6 +59,41 @@ void ProgressLine(const PrintProgress& p) {
   std::fflush(stderr);
 }
 
+// A document from a pipe ("-" is standard input) has no length, and a printer
+// that refuses chunked uploads needs it again from its start: it is copied a
+// block at a time to a temporary file, which goes with this object. A file
+// given by name is its own spool.
+class Spool {
+ public:
+  explicit Spool(const std::string& file) {
+    std::error_code error;
+    if (file != "-" && std::filesystem::is_regular_file(file, error)) return;
+    std::ifstream in(file == "-" ? "/dev/stdin" : file, std::ios::binary);
+    if (!in) throw Failure(kExitUsage, "document '" + file + "': cannot be read");
+    const char* dir = std::getenv("TMPDIR");
+    path_ = std::string(dir != nullptr && *dir != 0 ? dir : "/tmp") + "/norvane-print-XXXXXX";
+    const int fd = mkstemp(path_.data());
+    if (fd < 0) throw Failure(kExitFailed, "no temporary file for the document from '" + file + "' in " + path_);
+    close(fd);
+    std::ofstream out(path_, std::ios::binary | std::ios::trunc);
+    std::vector<char> block(64 * 1024);
+    while (in.read(block.data(), static_cast<std::streamsize>(block.size())) || in.gcount() > 0) {
+      out.write(block.data(), in.gcount());
+    }
+    if (!out.flush()) throw Failure(kExitFailed, "the document from '" + file + "' could not be spooled to " + path_);
+  }
+  ~Spool() {
+    if (!path_.empty()) std::remove(path_.c_str());
+  }
+  Spool(const Spool&) = delete;
+  Spool& operator=(const Spool&) = delete;
+  // The file to print from.
+  const std::string& Path(const std::string& file) const { return path_.empty() ? file : path_; }
+
+ private:
+  std::string path_;
+};
+
 // The printer's reasons in a stopped state's words: "stopped (paused)" gives "paused".
 std::string ReasonsOf(const std::string& printer) {
   size_t open = printer.find('(');
@@ -63,9 +103,9 @@ std::string ReasonsOf(const std::string& printer) {
 
 // The format to send: the user's, or the one the bytes say when the printer
 // takes it. A printer that cannot take it is not sent a byte.
-std::string ChooseFormat(Norvane::IPPProvider* provider, const PrintOptions& o) {
+std::string ChooseFormat(Norvane::IPPProvider* provider, const PrintOptions& o, const std::string& file) {
   if (!o.format.empty()) return o.format;
-  std::string format = DetectDocumentFormat(o.file);
+  std::string format = DetectDocumentFormat(file);
   Norvane::Variant supported;
   if (provider->GetValue("document-format-supported", supported.Ptr()) != S_OK || supported.Type() == VT_EMPTY) {
     return format;  // the printer does not say: let it judge
@@ -83,14 +123,16 @@ void Print(const PrintOptions& o, const Common& common) {
   auto address = MakeAddress(target, common);
   auto provider = MakePrintProvider(address.get(), target);
   PrintRequest request;
-  request.file = o.file;
+  const Spool spool(o.file);
+  request.file = spool.Path(o.file);
   request.jobName = o.jobName.empty() ? o.file.substr(o.file.find_last_of('/') + 1) : o.jobName;
-  request.format = ChooseFormat(provider.get(), o);
+  request.format = ChooseFormat(provider.get(), o, request.file);
   request.chunkBytes = o.chunkKiB * 1024;
   request.cancel = &interrupted;
   const double limit = common.timeoutSet ? common.timeoutMs / 1000.0 : 0;
   request.waitLimit = limit;
   request.oneBody = o.noWait;
+  request.address = address.get();
   const bool bar = !common.json && IsTerminal(stderr);
   if (bar) request.progress = ProgressLine;
 
@@ -99,6 +141,16 @@ void Print(const PrintOptions& o, const Common& common) {
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
   JobOutcome outcome = PrintDocument(provider.get(), target, request);
+  if (outcome.chunkedRefused != 0) {
+    if (bar) std::fprintf(stderr, "\n");
+    std::fprintf(stderr,
+                 "norvane: the printer refused a chunked upload (HTTP %u); sending the document with its length\n",
+                 outcome.chunkedRefused);
+    // The library ends every later stream of a provider whose stream has
+    // ended as cancelled: a new one takes the document, now with its length.
+    provider = MakePrintProvider(address.get(), target);
+    outcome = PrintDocument(provider.get(), target, request);
+  }
   if (bar) std::fprintf(stderr, "\n");
   if (outcome.bytes == 0 && (outcome.canceled || outcome.timedOut)) {
     std::string printer = outcome.printerWaited.empty() ? "not ready" : outcome.printerWaited;
@@ -128,6 +180,7 @@ void Print(const PrintOptions& o, const Common& common) {
                {"job-state", outcome.state},
                {"job-state-reasons", outcome.reasons},
                {"bytes", outcome.bytes},
+               {"body", outcome.body},
                {"seconds", outcome.seconds},
                {"states", outcome.states},
                {"polled", outcome.polled},
@@ -164,7 +217,10 @@ void AddPrintVerbs(CLI::App& app, Common& common) {
   auto o = std::make_shared<PrintOptions>();
   auto* print = app.add_subcommand("print", "Print a file and wait for the job to end; Ctrl-C cancels");
   print->add_option("URI", o->uri, "printer: ipp://HOST:PORT/PATH or HOST")->required();
-  print->add_option("FILE", o->file, "document (PDF, PNG, JPEG, PWG or Apple raster, PCL, ZPL, ...)")->required();
+  print
+      ->add_option("FILE", o->file,
+                   "document (PDF, PNG, JPEG, PWG or Apple raster, PCL, ZPL, ...); - reads standard input")
+      ->required();
   print->add_option("--job-name", o->jobName, "job name (default: the file's name)");
   print->add_option("--format", o->format, "document-format to send (default: told from the file's bytes)");
   print->add_option("--chunk", o->chunkKiB, "KiB per chunk (default 64)")->check(CLI::Range(1u, 16384u));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 
 #include "ipp_answer.h"
@@ -37,12 +38,16 @@ const char* ReasonPhrase(int status) {
       return "Not Found";
     case 405:
       return "Method Not Allowed";
+    case 411:
+      return "Length Required";
     case 415:
       return "Unsupported Media Type";
     case 417:
       return "Expectation Failed";
     case 500:
       return "Internal Server Error";
+    case 501:
+      return "Not Implemented";
     case 502:
       return "Bad Gateway";
     case 503:
@@ -189,19 +194,12 @@ bool StartAnswer(const Request& req, Response& res, SimState& state, FaultPlan& 
   return false;
 }
 
-// A device refusing a job from its head alone, before the body it is being sent.
-// False when the request has no "early" plan and is answered after its body.
-bool AnswerEarly(const Request& req, Response& res, SimState& state) {
-  if (req.method != "POST" || req.path.rfind("/__sim/", 0) == 0) return false;
-  std::optional<FaultPlan> plan;
-  std::string error;
-  if (req.has_param(kFaultParameter)) plan = ParseFaultPlan(req.get_param_value(kFaultParameter), error);
-  else plan = state.faults.Take(req.path, /*earlyOnly=*/true);
-  if (!plan || !plan->early) return false;
+// Answers from the request's head alone and closes the connection, before the
+// body the client is still sending.
+void AnswerBeforeBody(const Request& req, Response& res, SimState& state, int status, const FaultPlan& plan) {
   state.journal.Record(req.path, RequestHead(req), "");
-  const int status = plan->status.value_or(403);
   auto body = std::make_shared<const std::string>(WebErrorPage(status));
-  LogAnswer(state, req, status, body->size(), *plan);
+  LogAnswer(state, req, status, body->size(), plan);
   res.status = status;
   res.set_header("Connection", "close");
   const StopSignal* stop = &state.stop;
@@ -211,6 +209,23 @@ bool AnswerEarly(const Request& req, Response& res, SimState& state) {
                              stop->SleepFor(kEarlyLinger);
                              return true;
                            });
+}
+
+// A device refusing a job from its head alone, before the body it is being sent:
+// an "early" plan, or a chunked body on a printer that takes none. False when the
+// request is answered after its body.
+bool AnswerEarly(const Request& req, Response& res, SimState& state) {
+  if (req.method != "POST" || req.path.rfind("/__sim/", 0) == 0) return false;
+  if (state.refuseChunked != 0 && req.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos) {
+    AnswerBeforeBody(req, res, state, state.refuseChunked, FaultPlan{});
+    return true;
+  }
+  std::optional<FaultPlan> plan;
+  std::string error;
+  if (req.has_param(kFaultParameter)) plan = ParseFaultPlan(req.get_param_value(kFaultParameter), error);
+  else plan = state.faults.Take(req.path, /*earlyOnly=*/true);
+  if (!plan || !plan->early) return false;
+  AnswerBeforeBody(req, res, state, plan->status.value_or(403), *plan);
   return true;
 }
 
@@ -280,6 +295,8 @@ void ServeIpp(const Request& req, Response& res, SimState& state) {
     answer = std::move(*refused);
   } else if (!state.ippCapture.empty()) {
     answer = AnswerFromCapture(req.body, state.ippCapture);
+  } else if (auto job = resource ? state.jobs.Answer(req.body) : std::nullopt) {
+    answer = std::move(*job);
   } else if (!resource) {
     answer = {404, WebErrorPage(404)};
   } else {
@@ -357,10 +374,20 @@ void InstallControl(httplib::Server& server, SimState& state) {
     if (req.has_param("path")) Reply(res, 200, state.journal.Describe(req.get_param_value("path")));
     else Reply(res, 200, state.journal.Summary());
   });
+  server.Get("/__sim/document", [&state](const Request& req, Response& res) {
+    const auto document = state.jobs.Document(std::atoi(req.get_param_value("job").c_str()));
+    if (!document) {
+      Reply(res, 404, "no such job\n");
+      return;
+    }
+    res.status = 200;
+    res.set_content(*document, "application/octet-stream");
+  });
   server.Post("/__sim/reset", [&state](const Request&, Response& res) {
     state.faults.Clear();
     state.fixtures.Reset();
     state.journal.Clear();
+    state.jobs.Clear();
     state.log.Write("control: reset");
     Reply(res, 200, "reset\n");
   });

@@ -5,6 +5,7 @@
 #include "access_log.h"
 #include "fault_plan.h"
 #include "fixture_store.h"
+#include "ipp_answer.h"
 #include "request_journal.h"
 #include "stop_signal.h"
 
@@ -32,6 +33,10 @@ struct SimState {
   // A printer that knows only IPP/1.x: a 2.x request gets
   // server-error-version-not-supported.
   bool ipp11Only = false;
+  // A printer that takes no chunked request body: the HTTP status it answers
+  // one with from the head alone (411, 400, 501); 0 when it takes them.
+  int refuseChunked = 0;
+  JobBook jobs;
 };
 
 void InstallRoutes(httplib::Server& server, Role role, SimState& state);

@@ -1,19 +1,28 @@
 #include "ipp_answer.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <sstream>
 
 namespace PrinterSim {
 namespace {
 
+constexpr uint16_t kPrintJob = 0x0002;
+constexpr uint16_t kGetJobAttributes = 0x0009;
+constexpr uint16_t kGetJobs = 0x000A;
 constexpr uint16_t kGetPrinterAttributes = 0x000B;
 constexpr uint16_t kSuccessfulOk = 0x0000;
+constexpr uint16_t kBadRequest = 0x0400;
+constexpr uint16_t kNotFound = 0x0406;
 constexpr uint16_t kOperationNotSupported = 0x0501;
 constexpr uint16_t kInternalError = 0x0500;
 constexpr uint16_t kVersionNotSupported = 0x0503;
 constexpr uint8_t kOperationGroup = 0x01;
+constexpr uint8_t kJobGroup = 0x02;
 constexpr uint8_t kPrinterGroup = 0x04;
+constexpr uint8_t kFirstValueTag = 0x10;
+constexpr int kJobCompleted = 9;
 constexpr uint8_t kEndOfAttributes = 0x03;
 
 const std::map<std::string, uint8_t>& ValueTags() {
@@ -70,7 +79,140 @@ bool PrinterGroup(const std::string& fixture, std::string& out) {
   return true;
 }
 
+// What a request carries: its operation attributes (the first value of each)
+// and where the document after them starts.
+struct ParsedRequest {
+  uint16_t operation = 0;
+  std::map<std::string, std::string> operationAttributes;
+  size_t documentAt = 0;
+};
+
+uint16_t Get16(const std::string& bytes, size_t at) {
+  return static_cast<uint16_t>(static_cast<uint8_t>(bytes[at]) << 8 | static_cast<uint8_t>(bytes[at + 1]));
+}
+
+// nullopt when the attributes run past the request's end or never end.
+std::optional<ParsedRequest> ParseRequest(const std::string& request) {
+  if (request.size() < 9) return std::nullopt;
+  ParsedRequest parsed;
+  parsed.operation = Get16(request, 2);
+  uint8_t group = 0;
+  size_t at = 8;
+  while (at < request.size()) {
+    const uint8_t tag = static_cast<uint8_t>(request[at]);
+    if (tag == kEndOfAttributes) {
+      parsed.documentAt = at + 1;
+      return parsed;
+    }
+    if (tag < kFirstValueTag) {
+      group = tag;
+      ++at;
+      continue;
+    }
+    if (at + 3 > request.size()) return std::nullopt;
+    const size_t nameLength = Get16(request, at + 1);
+    if (at + 3 + nameLength + 2 > request.size()) return std::nullopt;
+    std::string name = request.substr(at + 3, nameLength);
+    const size_t valueLength = Get16(request, at + 3 + nameLength);
+    const size_t valueAt = at + 5 + nameLength;
+    if (valueAt + valueLength > request.size()) return std::nullopt;
+    if (group == kOperationGroup && !name.empty())
+      parsed.operationAttributes.emplace(name, request.substr(valueAt, valueLength));
+    at = valueAt + valueLength;
+  }
+  return std::nullopt;
+}
+
+int32_t IntegerValue(const std::string& value) {
+  if (value.size() != 4) return 0;
+  return static_cast<int32_t>(static_cast<uint32_t>(Get16(value, 0)) << 16 | Get16(value, 2));
+}
+
+// The answer's header and operation group, in the request's version and with
+// its request-id.
+std::string AnswerHead(const std::string& request, uint16_t status) {
+  std::string out;
+  out.append(request, 0, 2);
+  Put16(out, status);
+  out.append(request, 4, 4);
+  out.push_back(static_cast<char>(kOperationGroup));
+  PutValue(out, 0x47, "attributes-charset", "utf-8");
+  PutValue(out, 0x48, "attributes-natural-language", "en");
+  return out;
+}
+
 }  // namespace
+
+std::optional<IppAnswer> JobBook::Answer(const std::string& request) {
+  if (request.size() < 9) return std::nullopt;
+  const uint16_t operation = Get16(request, 2);
+  if (operation != kPrintJob && operation != kGetJobAttributes && operation != kGetJobs) return std::nullopt;
+  IppAnswer answer;
+  const auto parsed = ParseRequest(request);
+  if (!parsed) {
+    answer.body = AnswerHead(request, kBadRequest);
+    answer.body.push_back(static_cast<char>(kEndOfAttributes));
+    return answer;
+  }
+  const auto attribute = [&](const char* name) {
+    auto found = parsed->operationAttributes.find(name);
+    return found == parsed->operationAttributes.end() ? std::string() : found->second;
+  };
+  const auto putJob = [](std::string& out, const Job& job) {
+    out.push_back(static_cast<char>(kJobGroup));
+    PutValue(out, 0x21, "job-id", std::to_string(job.id));
+    PutValue(out, 0x45, "job-uri", job.uri);
+    PutValue(out, 0x23, "job-state", std::to_string(kJobCompleted));
+    PutValue(out, 0x44, "job-state-reasons", "job-completed-successfully");
+    PutValue(out, 0x42, "job-name", job.name);
+  };
+
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (operation == kPrintJob) {
+    Job job;
+    job.id = ++lastId_;
+    job.uri = attribute("printer-uri") + "/" + std::to_string(job.id);
+    job.name = attribute("job-name");
+    job.user = attribute("requesting-user-name");
+    job.document = request.substr(parsed->documentAt);
+    answer.body = AnswerHead(request, kSuccessfulOk);
+    putJob(answer.body, job);
+    jobs_.push_back(std::move(job));
+  } else if (operation == kGetJobAttributes) {
+    // By job-id, or by the number that ends its job-uri.
+    int id = IntegerValue(attribute("job-id"));
+    const std::string uri = attribute("job-uri");
+    if (id == 0 && uri.find_last_of('/') != std::string::npos) id = std::atoi(uri.c_str() + uri.find_last_of('/') + 1);
+    const Job* found = nullptr;
+    for (const Job& job : jobs_) found = job.id == id ? &job : found;
+    answer.body = AnswerHead(request, found != nullptr ? kSuccessfulOk : kNotFound);
+    if (found != nullptr) putJob(answer.body, *found);
+  } else {
+    // Every job completes at once: only a request for completed jobs lists any.
+    answer.body = AnswerHead(request, kSuccessfulOk);
+    const std::string user = attribute("requesting-user-name");
+    if (attribute("which-jobs") == "completed") {
+      for (const Job& job : jobs_) {
+        if (user.empty() || job.user == user) putJob(answer.body, job);
+      }
+    }
+  }
+  answer.body.push_back(static_cast<char>(kEndOfAttributes));
+  return answer;
+}
+
+std::optional<std::string> JobBook::Document(int id) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const Job& job : jobs_) {
+    if (job.id == id) return job.document;
+  }
+  return std::nullopt;
+}
+
+void JobBook::Clear() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  jobs_.clear();
+}
 
 IppAnswer AnswerFromCapture(const std::string& request, const std::string& capture) {
   IppAnswer answer;
@@ -87,13 +229,9 @@ std::optional<IppAnswer> RefuseIpp2(const std::string& request) {
   if (request.size() < 9 || static_cast<uint8_t>(request[0]) < 2) return std::nullopt;
   IppAnswer answer;
   std::string& out = answer.body;
-  out.push_back(1);
-  out.push_back(1);
-  Put16(out, kVersionNotSupported);
-  out.append(request, 4, 4);
-  out.push_back(static_cast<char>(kOperationGroup));
-  PutValue(out, 0x47, "attributes-charset", "utf-8");
-  PutValue(out, 0x48, "attributes-natural-language", "en");
+  out = AnswerHead(request, kVersionNotSupported);
+  out[0] = 1;  // in the only version it speaks
+  out[1] = 1;
   out.push_back(static_cast<char>(kEndOfAttributes));
   return answer;
 }
@@ -113,12 +251,7 @@ IppAnswer AnswerIppRequest(const std::string& request, const std::string& fixtur
   else if (!PrinterGroup(fixture, printer)) status = kInternalError;
 
   std::string& out = answer.body;
-  out.append(request, 0, 2);  // the client's version
-  Put16(out, status);
-  out.append(request, 4, 4);  // its request id
-  out.push_back(static_cast<char>(kOperationGroup));
-  PutValue(out, 0x47, "attributes-charset", "utf-8");
-  PutValue(out, 0x48, "attributes-natural-language", "en");
+  out = AnswerHead(request, status);
   if (status == kSuccessfulOk) {
     out.push_back(static_cast<char>(kPrinterGroup));
     out += printer;

@@ -95,6 +95,7 @@ int main(int argc, char** argv) {
   SimState state;
   state.allowExpectContinue = options.allowExpectContinue;
   state.ipp11Only = options.ipp11Only;
+  state.refuseChunked = options.refuseChunked;
   if (!options.ippCapture.empty()) {
     std::ifstream capture(options.ippCapture, std::ios::binary);
     if (capture.is_open())

@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <charconv>
+#include <cstdlib>
 
 namespace PrinterSim {
 namespace {
@@ -40,13 +41,18 @@ Simulates a networked printer's XML resources and web-services endpoint.
                         request-id replaced by the request's
   --ipp11-only          a printer of IPP/1.1 only: a 2.x request gets
                         server-error-version-not-supported
+  --refuse-chunked[=STATUS]
+                        a printer that takes no chunked request body: a chunked
+                        POST gets STATUS (default 411 Length Required) from its
+                        head alone
   --allow-expect-continue
                         answer "Expect: 100-continue" with 100 instead of 417
   --help                show this text
 
 A request can carry its own fault in the query string: ?sim-fault=PLAN.
 Control endpoints on every port, below /__sim/: status, faults, fault (POST
-?path=&plan=), resource (PUT/DELETE ?path=[&tree=soap]), requests[?path=], reset.
+?path=&plan=), resource (PUT/DELETE ?path=[&tree=soap]), requests[?path=],
+document?job=N (a printed document as received), reset.
 On start-up one line "norvane-printer-sim ready pid=..." goes to standard output.
 )";
 }
@@ -77,6 +83,14 @@ ParseOutcome ParseOptions(int argc, char** argv, Options& options, std::string& 
     if (arg == "--help" || arg == "-h") return ParseOutcome::ShowHelp;
     if (arg == "--ipp11-only") {
       options.ipp11Only = true;
+      continue;
+    }
+    if (arg == "--refuse-chunked") {
+      options.refuseChunked = hasValue ? std::atoi(value.c_str()) : 411;
+      if (options.refuseChunked < 400 || options.refuseChunked > 599) {
+        error = "--refuse-chunked=STATUS takes a 4xx or 5xx status, got '" + value + "'";
+        return ParseOutcome::Invalid;
+      }
       continue;
     }
     if (arg == "--allow-expect-continue") {

@@ -25,6 +25,7 @@ struct Options {
   bool allowExpectContinue = false;
   std::filesystem::path ippCapture;  // empty: IPP answers made from the fixture
   bool ipp11Only = false;
+  int refuseChunked = 0;  // the HTTP status a chunked POST gets; 0: taken
 };
 
 enum class ParseOutcome { Run, ShowHelp, Invalid };

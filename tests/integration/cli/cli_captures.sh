@@ -43,10 +43,7 @@ for row in "${cases[@]}"; do
   IFS='|' read -r capture sim_option tool_option want_exit texts collect <<<"$row"
   n=$((n + 1))
   # shellcheck disable=SC2086  # an empty option is no option
-  "$NORVANE_PRINTER_SIM" --bind "127.0.0.$n" --http-port 80 --alt-port off --soap-port off $sim_option \
-    --ipp-capture "$captures/$capture" --log "$work/sim$n.log" >"$work/sim$n.out" &
-  pids+=($!)
-  for _ in $(seq 50); do grep -q ready "$work/sim$n.out" && break; sleep 0.1; done
+  sim "$n" $sim_option --ipp-capture "$captures/$capture"
   status=0
   # shellcheck disable=SC2086
   "$norvane" $tool_option status "127.0.0.$n:80" >"$work/out" 2>"$work/err" || status=$?

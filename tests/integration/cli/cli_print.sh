@@ -16,24 +16,11 @@ export USER
 # shellcheck source=../expect.sh
 source "$here/../expect.sh"
 failed=0
-fail() { echo "FAIL: $*"; failed=1; }
 
 bash "$here/make_pdf.sh" "$work/page.pdf" 4096
 lprint=$NORVANE_LPRINT_URI
 cups=$NORVANE_CUPS_URI
 ipp=$NORVANE_IPP_URI
-
-# run NAME EXIT ARGS...: runs the tool, checks its exit status and keeps its
-# output in $work/NAME.out and .err.
-run() {
-    local name=$1 want=$2 status=0
-    shift 2
-    "$norvane" "$@" >"$work/$name.out" 2>"$work/$name.err" </dev/null || status=$?
-    if [[ $status != "$want" ]]; then
-        fail "$name: norvane $*: exit $status, want $want"
-        sed 's/^/    /' "$work/$name.out" "$work/$name.err"
-    fi
-}
 
 # The newest regular file below DIR.
 newest() { find "$1" -type f -printf '%T@ %p\n' | sort -n | tail -n 1 | cut -d' ' -f2-; }
