@@ -14,6 +14,7 @@ packages=(
   snmpd snmp snmpsim dbus iproute2 procps curl
   gcovr
   help2man dpkg-dev time
+  libavahi-client-dev avahi-daemon jq
 )
 
 missing=()

@@ -149,5 +149,6 @@ void AddPrintVerbs(CLI::App& app, Common& common);
 void AddStatusVerbs(CLI::App& app, Common& common);
 void AddRegistryVerbs(CLI::App& app, Common& common);
 void AddDemoVerb(CLI::App& app, Common& common);
+void AddDiscoverVerb(CLI::App& app, Common& common);
 
 }  // namespace NorvaneCli
