@@ -254,17 +254,23 @@ bool MibConnectionImpl::FromAnswersNoLock(const std::vector<oid>& name, VARIANT*
   return false;
 }
 
-void MibConnectionImpl::ReadRowsAheadNoLock(const std::vector<oid>& after) {
-  SnmpPduPtr response;
+HRESULT MibConnectionImpl::BulkNoLock(const std::vector<oid>& after, SnmpPduPtr* response) {
   for (long repetitions = kBulkRepetitions;; repetitions /= 2) {
     netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETBULK);
     request->non_repeaters = 0;
     request->max_repetitions = repetitions;
     snmp_add_null_var(request, after.data(), after.size());
-    if (FAILED(ExchangeNoLock(request, &response))) return;
-    if (response->errstat == SNMP_ERR_TOOBIG && repetitions > 1) continue;
-    break;
+    HRESULT hr = ExchangeNoLock(request, response);
+    if (FAILED(hr)) return hr;
+    // An answer that would not fit one message: ask for fewer rows.
+    if ((*response)->errstat == SNMP_ERR_TOOBIG && repetitions > 1) continue;
+    return S_OK;
   }
+}
+
+void MibConnectionImpl::ReadRowsAheadNoLock(const std::vector<oid>& after) {
+  SnmpPduPtr response;
+  if (FAILED(BulkNoLock(after, &response))) return;
   if (response->errstat != SNMP_ERR_NOERROR) {
     bulkRefused_ = true;
     return;
@@ -388,8 +394,8 @@ HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* val
       bool ok = SUCCEEDED(VariableToVariant(*variable, out));
       if (!ok) ClearOut(out);
       // Only an answer for the object asked about says anything of it.
-      if (snmp_oid_compare(variable->name, variable->name_length, wanted[k].second.data(),
-                           wanted[k].second.size()) == 0) {
+      if (snmp_oid_compare(variable->name, variable->name_length, wanted[k].second.data(), wanted[k].second.size()) ==
+          0) {
         KeepAnswerNoLock(*variable, wanted[k].second, ok ? out : nullptr);
       }
     }
@@ -469,17 +475,8 @@ HRESULT MibConnectionImpl::AskNextNoLock(const std::vector<oid>& name, PendingNe
 
 HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer) {
   SnmpPduPtr response;
-  for (long repetitions = kBulkRepetitions;; repetitions /= 2) {
-    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETBULK);
-    request->non_repeaters = 0;
-    request->max_repetitions = repetitions;
-    snmp_add_null_var(request, name.data(), name.size());
-    HRESULT hr = ExchangeNoLock(request, &response);
-    if (FAILED(hr)) return hr;
-    // An answer that would not fit one message: ask for fewer rows.
-    if (response->errstat == SNMP_ERR_TOOBIG && repetitions > 1) continue;
-    break;
-  }
+  HRESULT hr = BulkNoLock(name, &response);
+  if (FAILED(hr)) return hr;
   if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return kBulkRefused;
   Prefetch ahead;
   const oid* previous = nullptr;
@@ -498,7 +495,7 @@ HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNe
     if (!first && snmp_oid_compare(variable->name, variable->name_length, previous, previousLength) <= 0) break;
     if (first) {
       answer->next = FormatOid(variable->name, variable->name_length);
-      HRESULT hr = VariableToVariant(*variable, answer->value.Ptr());
+      hr = VariableToVariant(*variable, answer->value.Ptr());
       if (FAILED(hr)) return hr;
       ahead.after.assign(variable->name, variable->name + variable->name_length);
       first = false;

@@ -93,6 +93,8 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   bool FromPrefetchNoLock(const std::vector<oid>& name, PendingNext* answer, HRESULT* hr);
   HRESULT AskNextNoLock(const std::vector<oid>& name, PendingNext* answer);
   HRESULT AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer);
+  // One GETBULK of the objects after `after`, fewer rows when the answer would be too big.
+  HRESULT BulkNoLock(const std::vector<oid>& after, SnmpPduPtr* response);
   // A GET answered from the shared answers: false when they do not know.
   bool FromAnswersNoLock(const std::vector<oid>& name, VARIANT* value, HRESULT* hr);
   // One GETBULK after `after`, its rows kept in the shared answers.

@@ -7,7 +7,6 @@
 #include <avahi-common/error.h>
 #include <avahi-common/simple-watch.h>
 #include <avahi-common/timeval.h>
-
 #include <strings.h>
 
 #include <algorithm>
@@ -117,10 +116,9 @@ void Resolved(Browse& browse, const char* name, const char* type, const char* do
   printer.uri = std::string(rank == 1 ? "ipps" : "ipp") + "://" + host + ":" + std::to_string(port) + "/" + path;
 }
 
-void OnResolved(AvahiServiceResolver* resolver, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent event,
-                const char* name, const char* type, const char* domain, const char* hostName,
-                const AvahiAddress* address, uint16_t port, AvahiStringList* txt, AvahiLookupResultFlags,
-                void* context) {
+void OnResolved(AvahiServiceResolver* resolver, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent event, const char* name,
+                const char* type, const char* domain, const char* hostName, const AvahiAddress* address, uint16_t port,
+                AvahiStringList* txt, AvahiLookupResultFlags, void* context) {
   auto& browse = *static_cast<Browse*>(context);
   // A service that no longer resolves is left out, as if it had gone.
   if (event == AVAHI_RESOLVER_FOUND) Resolved(browse, name, type, domain, hostName, address, port, txt);
@@ -202,9 +200,8 @@ std::vector<DiscoveredPrinter> DiscoverPrinters(uint32_t timeoutMs) {
   if (!poll) throw Failure(kExitFailed, "DNS-SD: out of memory");
   browse.poll = poll.get();
   int error = 0;
-  std::unique_ptr<AvahiClient, ClientDeleter> client(
-      avahi_client_new(avahi_simple_poll_get(poll.get()), static_cast<AvahiClientFlags>(0), OnClientState, &browse,
-                       &error));
+  std::unique_ptr<AvahiClient, ClientDeleter> client(avahi_client_new(
+      avahi_simple_poll_get(poll.get()), static_cast<AvahiClientFlags>(0), OnClientState, &browse, &error));
   if (!client) {
     throw Failure(kExitUnavailable, std::string("no avahi-daemon to browse DNS-SD with (") + avahi_strerror(error) +
                                         "); start avahi-daemon to discover printers");

@@ -1,9 +1,8 @@
 // discover: the printers DNS-SD announces on the local network.
-#include "dns_sd.h"
-
 #include <algorithm>
 
 #include "cli.h"
+#include "dns_sd.h"
 
 namespace NorvaneCli {
 namespace {
@@ -15,9 +14,9 @@ std::string Joined(const std::vector<std::string>& list, const char* separator) 
 }
 
 nlohmann::json PrinterJson(const DiscoveredPrinter& printer) {
-  return {{"name", printer.name},   {"host", printer.hostName}, {"addresses", printer.addresses},
-          {"port", printer.port},   {"uri", printer.uri},       {"uuid", printer.uuid},
-          {"ty", printer.ty},       {"pdl", printer.pdl},       {"services", printer.services}};
+  return {{"name", printer.name}, {"host", printer.hostName}, {"addresses", printer.addresses},
+          {"port", printer.port}, {"uri", printer.uri},       {"uuid", printer.uuid},
+          {"ty", printer.ty},     {"pdl", printer.pdl},       {"services", printer.services}};
 }
 
 std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
