@@ -22,6 +22,10 @@ constexpr size_t kMaxVarbindsPerPdu = 16;
 // Rows one GETBULK reads ahead for a walk, and how long they stay good: a
 // walk asks for its next row at once, and anything older may have changed.
 constexpr long kBulkRepetitions = 50;
+// Rows one GETBULK reads ahead for a table read row by row: a printer's tables
+// have a handful of rows, and every row read past the table's end is spent, so
+// the first read-ahead is short and each that a long table outruns is twice as long.
+constexpr long kFirstRowRepetitions = 8;
 constexpr uint64_t kPrefetchLifeMs = 1000;
 // What AskBulkNoLock returns for an answer without rows or with an error.
 constexpr HRESULT kBulkRefused = static_cast<HRESULT>(0x80040001);
@@ -254,8 +258,8 @@ bool MibConnectionImpl::FromAnswersNoLock(const std::vector<oid>& name, VARIANT*
   return false;
 }
 
-HRESULT MibConnectionImpl::BulkNoLock(const std::vector<oid>& after, SnmpPduPtr* response) {
-  for (long repetitions = kBulkRepetitions;; repetitions /= 2) {
+HRESULT MibConnectionImpl::BulkNoLock(const std::vector<oid>& after, long rows, SnmpPduPtr* response) {
+  for (long repetitions = rows;; repetitions /= 2) {
     netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETBULK);
     request->non_repeaters = 0;
     request->max_repetitions = repetitions;
@@ -269,8 +273,10 @@ HRESULT MibConnectionImpl::BulkNoLock(const std::vector<oid>& after, SnmpPduPtr*
 }
 
 void MibConnectionImpl::ReadRowsAheadNoLock(const std::vector<oid>& after) {
+  // A table longer than the last read-ahead: read further ahead this time.
+  rowRepetitions_ = after == lastRowAhead_ ? std::min(2 * rowRepetitions_, kBulkRepetitions) : kFirstRowRepetitions;
   SnmpPduPtr response;
-  if (FAILED(BulkNoLock(after, &response))) return;
+  if (FAILED(BulkNoLock(after, rowRepetitions_, &response))) return;
   if (response->errstat != SNMP_ERR_NOERROR) {
     bulkRefused_ = true;
     return;
@@ -292,6 +298,7 @@ void MibConnectionImpl::ReadRowsAheadNoLock(const std::vector<oid>& after) {
     rows.push_back(std::move(row));
     previous = &rows.back().name;
   }
+  lastRowAhead_ = rows.empty() ? std::vector<oid>() : rows.back().name;
   answers_->KeepSpan(WhoNoLock(), after, rows, toEnd, NowMs());
 }
 
@@ -475,7 +482,7 @@ HRESULT MibConnectionImpl::AskNextNoLock(const std::vector<oid>& name, PendingNe
 
 HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer) {
   SnmpPduPtr response;
-  HRESULT hr = BulkNoLock(name, &response);
+  HRESULT hr = BulkNoLock(name, kBulkRepetitions, &response);
   if (FAILED(hr)) return hr;
   if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return kBulkRefused;
   Prefetch ahead;

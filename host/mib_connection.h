@@ -93,8 +93,8 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   bool FromPrefetchNoLock(const std::vector<oid>& name, PendingNext* answer, HRESULT* hr);
   HRESULT AskNextNoLock(const std::vector<oid>& name, PendingNext* answer);
   HRESULT AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer);
-  // One GETBULK of the objects after `after`, fewer rows when the answer would be too big.
-  HRESULT BulkNoLock(const std::vector<oid>& after, SnmpPduPtr* response);
+  // One GETBULK of `rows` objects after `after`, fewer when the answer would be too big.
+  HRESULT BulkNoLock(const std::vector<oid>& after, long rows, SnmpPduPtr* response);
   // A GET answered from the shared answers: false when they do not know.
   bool FromAnswersNoLock(const std::vector<oid>& name, VARIANT* value, HRESULT* hr);
   // One GETBULK after `after`, its rows kept in the shared answers.
@@ -114,7 +114,9 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   std::optional<Prefetch> prefetch_;
   bool bulkRefused_ = false;
   std::shared_ptr<SnmpAnswers> answers_;
-  std::vector<oid> lastGet_;  // the OID of the last GET, to see a table read row by row
+  std::vector<oid> lastGet_;       // the OID of the last GET, to see a table read row by row
+  std::vector<oid> lastRowAhead_;  // the last row the last row read-ahead delivered
+  long rowRepetitions_ = 0;
 };
 
 }  // namespace NorvaneHost
