@@ -22,6 +22,10 @@ constexpr size_t kMaxVarbindsPerPdu = 16;
 // Rows one GETBULK reads ahead for a walk, and how long they stay good: a
 // walk asks for its next row at once, and anything older may have changed.
 constexpr long kBulkRepetitions = 50;
+// Rows one GETBULK reads ahead for a table read row by row: a printer's tables
+// have a handful of rows, and every row read past the table's end is spent, so
+// the first read-ahead is short and each that a long table outruns is twice as long.
+constexpr long kFirstRowRepetitions = 8;
 constexpr uint64_t kPrefetchLifeMs = 1000;
 // What AskBulkNoLock returns for an answer without rows or with an error.
 constexpr HRESULT kBulkRefused = static_cast<HRESULT>(0x80040001);
@@ -116,11 +120,13 @@ void EnsureSnmpStarted() {
   });
 }
 
-HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& settings, MibConnectionImpl** connection) {
+HRESULT MibConnectionImpl::Create(const HostName& host, const SnmpSettings& settings, MibConnectionImpl** connection,
+                                  std::shared_ptr<SnmpAnswers> answers) {
   if (connection == nullptr) return E_POINTER;
   *connection = nullptr;
   EnsureSnmpStarted();
   auto made = QxUtils::ShareRef(new MibConnectionImpl(host, settings));
+  made->answers_ = std::move(answers);
   HRESULT hr;
   {
     std::lock_guard<std::mutex> lock(made->mutex_);
@@ -221,20 +227,121 @@ HRESULT MibConnectionImpl::ExchangeNoLock(netsnmp_pdu* request, SnmpPduPtr* resp
   return S_OK;
 }
 
+// The row after `previous` in the same column: same length, same prefix, the
+// last arc one more.
+bool NextRow(const std::vector<oid>& previous, const std::vector<oid>& name) {
+  return !previous.empty() && previous.size() == name.size() &&
+         std::equal(previous.begin(), previous.end() - 1, name.begin()) && name.back() == previous.back() + 1;
+}
+
+std::string MibConnectionImpl::WhoNoLock() const {
+  return UserSecurity() ? "v3 " + settings_.v3.user + "\n" + settings_.v3.context
+                        : "v" + std::to_string(settings_.version) + " " + settings_.community;
+}
+
+bool MibConnectionImpl::FromAnswersNoLock(const std::vector<oid>& name, VARIANT* value, HRESULT* hr) {
+  switch (answers_->Find(WhoNoLock(), name, NowMs(), value)) {
+    case SnmpAnswers::Known::kPresent:
+      *hr = S_OK;
+      return true;
+    case SnmpAnswers::Known::kAbsent:
+      // As the agent's noSuchObject is answered.
+      ClearOut(value);
+      *hr = E_FAIL;
+      return true;
+    case SnmpAnswers::Known::kSilent:
+      *hr = kSnmpTimeout;
+      return true;
+    case SnmpAnswers::Known::kUnknown:
+      break;
+  }
+  return false;
+}
+
+HRESULT MibConnectionImpl::BulkNoLock(const std::vector<oid>& after, long rows, SnmpPduPtr* response) {
+  for (long repetitions = rows;; repetitions /= 2) {
+    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETBULK);
+    request->non_repeaters = 0;
+    request->max_repetitions = repetitions;
+    snmp_add_null_var(request, after.data(), after.size());
+    HRESULT hr = ExchangeNoLock(request, response);
+    if (FAILED(hr)) return hr;
+    // An answer that would not fit one message: ask for fewer rows.
+    if ((*response)->errstat == SNMP_ERR_TOOBIG && repetitions > 1) continue;
+    return S_OK;
+  }
+}
+
+void MibConnectionImpl::ReadRowsAheadNoLock(const std::vector<oid>& after) {
+  // A table longer than the last read-ahead: read further ahead this time.
+  rowRepetitions_ = after == lastRowAhead_ ? std::min(2 * rowRepetitions_, kBulkRepetitions) : kFirstRowRepetitions;
+  SnmpPduPtr response;
+  if (FAILED(BulkNoLock(after, rowRepetitions_, &response))) return;
+  if (response->errstat != SNMP_ERR_NOERROR) {
+    bulkRefused_ = true;
+    return;
+  }
+  std::vector<SnmpAnswers::Row> rows;
+  bool toEnd = false;
+  const std::vector<oid>* previous = &after;
+  for (netsnmp_variable_list* variable = response->variables; variable != nullptr; variable = variable->next_variable) {
+    if (variable->type == SNMP_ENDOFMIBVIEW) {
+      toEnd = true;
+      break;
+    }
+    // Only climbing rows vouch for what lies between them; a value the library
+    // cannot take ends the span too, so that a GET asks the agent for it.
+    if (snmp_oid_compare(variable->name, variable->name_length, previous->data(), previous->size()) <= 0) break;
+    SnmpAnswers::Row row;
+    row.name.assign(variable->name, variable->name + variable->name_length);
+    if (FAILED(VariableToVariant(*variable, row.value.Ptr()))) break;
+    rows.push_back(std::move(row));
+    previous = &rows.back().name;
+  }
+  lastRowAhead_ = rows.empty() ? std::vector<oid>() : rows.back().name;
+  answers_->KeepSpan(WhoNoLock(), after, rows, toEnd, NowMs());
+}
+
 HRESULT MibConnectionImpl::GetValue(const char16_t* oidText, VARIANT* value) {
   if (oidText == nullptr || value == nullptr) return E_FAIL;
   std::optional<std::vector<oid>> name = ParseOid(oidText);
   if (!name) return E_INVALIDARG;
   std::lock_guard<std::mutex> lock(mutex_);
   pending_.reset();
+  std::vector<oid> previous = std::exchange(lastGet_, *name);
+  HRESULT known = E_FAIL;
+  if (answers_) {
+    if (FromAnswersNoLock(*name, value, &known)) return known;
+    // SNMPv1 has no GETBULK.
+    if (NextRow(previous, *name) && settings_.version != 1 && !bulkRefused_) {
+      ReadRowsAheadNoLock(previous);
+      if (FromAnswersNoLock(*name, value, &known)) return known;
+    }
+  }
   netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GET);
   snmp_add_null_var(request, name->data(), name->size());
   SnmpPduPtr response;
   HRESULT hr = ExchangeNoLock(request, &response);
+  if (hr == kSnmpTimeout && answers_) answers_->KeepSilence(WhoNoLock(), NowMs());
   if (FAILED(hr)) return hr;
-  if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return E_FAIL;
+  if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) {
+    if (response->errstat == SNMP_ERR_NOSUCHNAME && answers_) answers_->Keep(WhoNoLock(), *name, nullptr, NowMs());
+    return E_FAIL;
+  }
   ClearOut(value);
-  return VariableToVariant(*response->variables, value);
+  hr = VariableToVariant(*response->variables, value);
+  KeepAnswerNoLock(*response->variables, *name, SUCCEEDED(hr) ? value : nullptr);
+  return hr;
+}
+
+void MibConnectionImpl::KeepAnswerNoLock(const netsnmp_variable_list& variable, const std::vector<oid>& name,
+                                         const VARIANT* value) {
+  if (!answers_) return;
+  if (value != nullptr) {
+    answers_->Keep(WhoNoLock(), name, value, NowMs());
+  } else if (variable.type == SNMP_NOSUCHOBJECT || variable.type == SNMP_NOSUCHINSTANCE) {
+    answers_->Keep(WhoNoLock(), name, nullptr, NowMs());
+  }
 }
 
 HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* values, uint32_t count) {
@@ -261,12 +368,15 @@ HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* val
     HRESULT hr = ExchangeNoLock(request, &response);
     if (FAILED(hr)) {
       for (uint32_t i = 0; i < count; ++i) ClearOut(&values[i]);
+      if (hr == kSnmpTimeout && answers_) answers_->KeepSilence(WhoNoLock(), NowMs());
       return hr;
     }
     if (response->errstat == SNMP_ERR_NOSUCHNAME && response->errindex >= 1 &&
         static_cast<size_t>(response->errindex) <= end - start) {
       // An SNMPv1 agent refuses the whole PDU for one missing object: leave
       // that one empty and ask again for the others.
+      const auto& missing = wanted[start + response->errindex - 1].second;
+      if (answers_) answers_->Keep(WhoNoLock(), missing, nullptr, NowMs());
       wanted.erase(wanted.begin() + static_cast<std::ptrdiff_t>(start + response->errindex - 1));
       continue;
     }
@@ -288,7 +398,13 @@ HRESULT MibConnectionImpl::GetMultipleValues(const char16_t** oids, VARIANT* val
     for (netsnmp_variable_list* variable = response->variables; variable != nullptr && k < end;
          variable = variable->next_variable, ++k) {
       VARIANT* out = &values[wanted[k].first];
-      if (FAILED(VariableToVariant(*variable, out))) ClearOut(out);
+      bool ok = SUCCEEDED(VariableToVariant(*variable, out));
+      if (!ok) ClearOut(out);
+      // Only an answer for the object asked about says anything of it.
+      if (snmp_oid_compare(variable->name, variable->name_length, wanted[k].second.data(), wanted[k].second.size()) ==
+          0) {
+        KeepAnswerNoLock(*variable, wanted[k].second, ok ? out : nullptr);
+      }
     }
     start = end;
   }
@@ -366,17 +482,8 @@ HRESULT MibConnectionImpl::AskNextNoLock(const std::vector<oid>& name, PendingNe
 
 HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer) {
   SnmpPduPtr response;
-  for (long repetitions = kBulkRepetitions;; repetitions /= 2) {
-    netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GETBULK);
-    request->non_repeaters = 0;
-    request->max_repetitions = repetitions;
-    snmp_add_null_var(request, name.data(), name.size());
-    HRESULT hr = ExchangeNoLock(request, &response);
-    if (FAILED(hr)) return hr;
-    // An answer that would not fit one message: ask for fewer rows.
-    if (response->errstat == SNMP_ERR_TOOBIG && repetitions > 1) continue;
-    break;
-  }
+  HRESULT hr = BulkNoLock(name, kBulkRepetitions, &response);
+  if (FAILED(hr)) return hr;
   if (response->errstat != SNMP_ERR_NOERROR || response->variables == nullptr) return kBulkRefused;
   Prefetch ahead;
   const oid* previous = nullptr;
@@ -395,7 +502,7 @@ HRESULT MibConnectionImpl::AskBulkNoLock(const std::vector<oid>& name, PendingNe
     if (!first && snmp_oid_compare(variable->name, variable->name_length, previous, previousLength) <= 0) break;
     if (first) {
       answer->next = FormatOid(variable->name, variable->name_length);
-      HRESULT hr = VariableToVariant(*variable, answer->value.Ptr());
+      hr = VariableToVariant(*variable, answer->value.Ptr());
       if (FAILED(hr)) return hr;
       ahead.after.assign(variable->name, variable->name + variable->name_length);
       first = false;
@@ -424,6 +531,9 @@ HRESULT MibConnectionImpl::SetValue(const char16_t* oidText, const VARIANT* valu
   std::lock_guard<std::mutex> lock(mutex_);
   pending_.reset();
   prefetch_.reset();
+  lastGet_.clear();
+  // What the agent said before may be what this SET changes.
+  if (answers_) answers_->Forget();
   netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_SET);
   if (sent->type == ASN_INTEGER) {
     snmp_pdu_add_variable(request, name->data(), name->size(), ASN_INTEGER, &sent->integer, sizeof(long));

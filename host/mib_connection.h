@@ -13,6 +13,7 @@
 #include "norvane/com.h"
 #include "norvane/transport.h"
 #include "settings.h"
+#include "snmp_answers.h"
 #include "snmp_value.h"
 #include "url.h"
 
@@ -36,12 +37,17 @@ constexpr HRESULT kSnmpTimeout = static_cast<HRESULT>(0x800705B4);  // ERROR_TIM
 
 class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBConnection> {
  public:
-  // Opens the session; *connection receives one reference.
-  static HRESULT Create(const HostName& host, const SnmpSettings& settings, MibConnectionImpl** connection);
+  // Opens the session; *connection receives one reference. `answers`, shared by
+  // the connections of one address, lets a GET be answered from what the agent
+  // said in the last second (null: every GET asks the agent).
+  static HRESULT Create(const HostName& host, const SnmpSettings& settings, MibConnectionImpl** connection,
+                        std::shared_ptr<SnmpAnswers> answers = nullptr);
 
   ~MibConnectionImpl() override;
   HRESULT Open() override { return S_OK; }
-  // Out variants must be initialised; their old values are cleared.
+  // Out variants must be initialised; their old values are cleared. A GET of the
+  // row after the one the last GET named (a table read row by row) reads the
+  // rows that follow with one GETBULK, and the next GETs are answered from it.
   HRESULT GetValue(const char16_t* oid, VARIANT* value) override;
   // One answer per OID: a missing object leaves its variant empty without
   // failing the others. Fails only when the agent does not answer.
@@ -87,6 +93,17 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   bool FromPrefetchNoLock(const std::vector<oid>& name, PendingNext* answer, HRESULT* hr);
   HRESULT AskNextNoLock(const std::vector<oid>& name, PendingNext* answer);
   HRESULT AskBulkNoLock(const std::vector<oid>& name, PendingNext* answer);
+  // One GETBULK of `rows` objects after `after`, fewer when the answer would be too big.
+  HRESULT BulkNoLock(const std::vector<oid>& after, long rows, SnmpPduPtr* response);
+  // A GET answered from the shared answers: false when they do not know.
+  bool FromAnswersNoLock(const std::vector<oid>& name, VARIANT* value, HRESULT* hr);
+  // One GETBULK after `after`, its rows kept in the shared answers.
+  void ReadRowsAheadNoLock(const std::vector<oid>& after);
+  // Who the agent answers: the community, or the v3 user and context.
+  std::string WhoNoLock() const;
+  // Keeps a GET's answer for the object asked about: its value, or that it does
+  // not exist (value null and the agent said so).
+  void KeepAnswerNoLock(const netsnmp_variable_list& variable, const std::vector<oid>& name, const VARIANT* value);
 
   HostName host_;
   SnmpSettings settings_;
@@ -96,6 +113,10 @@ class MibConnectionImpl final : public Norvane::DisposableObject<Norvane::MIBCon
   std::optional<PendingNext> pending_;
   std::optional<Prefetch> prefetch_;
   bool bulkRefused_ = false;
+  std::shared_ptr<SnmpAnswers> answers_;
+  std::vector<oid> lastGet_;       // the OID of the last GET, to see a table read row by row
+  std::vector<oid> lastRowAhead_;  // the last row the last row read-ahead delivered
+  long rowRepetitions_ = 0;
 };
 
 }  // namespace NorvaneHost

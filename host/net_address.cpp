@@ -115,7 +115,7 @@ HRESULT NetAddressImpl::GetMIBConnection(Norvane::MIBConnection** connection) {
     settings = snmp_;
   }
   MibConnectionImpl* made = nullptr;
-  HRESULT hr = MibConnectionImpl::Create(*host_, settings, &made);
+  HRESULT hr = MibConnectionImpl::Create(*host_, settings, &made, snmpAnswers_);
   if (SUCCEEDED(hr)) *connection = made;
   return hr;
 }

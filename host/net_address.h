@@ -12,6 +12,7 @@
 #include "curl_channel.h"
 #include "norvane/transport.h"
 #include "settings.h"
+#include "snmp_answers.h"
 #include "url.h"
 
 namespace NorvaneHost {
@@ -82,6 +83,9 @@ class NetAddressImpl final : public Norvane::DisposableObject<Norvane::QxNetAddr
   const std::optional<HostName> host_;
   std::u16string probeText_;
   std::string resolveError_;
+
+  // What the agent said in the last second, for every connection of this address.
+  const std::shared_ptr<SnmpAnswers> snmpAnswers_ = std::make_shared<SnmpAnswers>();
 
   std::mutex mutex_;  // guards everything below
   std::u16string portText_;

@@ -15,6 +15,7 @@ packages=(
   gcovr
   help2man dpkg-dev time
   prometheus
+  libavahi-client-dev avahi-daemon jq
 )
 
 missing=()

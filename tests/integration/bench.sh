@@ -6,13 +6,16 @@
 # exits with COMMAND's status.
 #
 #   tests/integration/bench.sh [--sim PATH] [--fixtures DIR] [--sim-option OPT]...
-#                              [--peer lprint|cupsd]... -- COMMAND [ARG...]
+#                              [--peer lprint|cupsd|avahi]... -- COMMAND [ARG...]
 #
 # --sim-option passes one more option to the simulator, e.g. --sim-option=--soap-port=off
 # for a device without web services, or --sim-option=--fault=/device=500.
 # --peer starts one more print server next to the others: lprint (port 8000, one
 # label printer "lab") or cupsd (port 8631, a raw queue "lab" and a stopped one
-# "halted", each writing to a file).
+# "halted", each writing to a file) or avahi (avahi-daemon on the bench's bus, with
+# which ippeveprinter then registers itself by DNS-SD; needs the bench as real root,
+# NORVANE_BENCH_UNSHARE="-n --pid --fork --kill-child=SIGTERM", since the daemon
+# insists on its runtime directory belonging to its own user).
 #
 # Exit status: COMMAND's (the peers' logs are printed when it is not 0); 125 when the
 # peers could not be started (their logs are printed too); 77 when this machine cannot make the namespace or lacks a peer program,
@@ -125,7 +128,8 @@ outer() {
         case ${inner_options[$i]}:${inner_options[$((i + 1))]} in
             --peer:lprint) wanted+=(lprint) ;;
             --peer:cupsd) wanted+=(cupsd) ;;
-            --peer:*) say "unknown peer '${inner_options[$((i + 1))]}' (lprint, cupsd)"; exit 2 ;;
+            --peer:avahi) wanted+=(avahi-daemon dbus-send) ;;
+            --peer:*) say "unknown peer '${inner_options[$((i + 1))]}' (lprint, cupsd, avahi)"; exit 2 ;;
         esac
     done
     for tool in "${wanted[@]}"; do
@@ -139,6 +143,10 @@ outer() {
     local unshare_options
     read -ra unshare_options <<<"$isolation"
     [[ ${#unshare_options[@]} -gt 0 ]] || skip_or_fail "no usable unshare options"
+    if [[ " ${inner_options[*]} " == *" --peer avahi "* && $isolation == *-r* ]]; then
+        skip_or_fail "avahi-daemon needs the bench as real root in a plain network namespace" \
+            "(NORVANE_BENCH_UNSHARE=\"-n --pid --fork --kill-child=SIGTERM\" as root)"
+    fi
 
     export _NORVANE_BENCH_SIM _NORVANE_BENCH_FIXTURES _NORVANE_BENCH_ISOLATION
     export _NORVANE_BENCH_HOST_NETNS
@@ -378,16 +386,50 @@ start_peers() {
         --http-port "$SIM_HTTP_PORT" --alt-port "$SIM_ALT_PORT" --soap-port "$SIM_SOAP_PORT" \
         --log "$workdir/logs/printer-sim-requests.log" "${sim_options[@]}"
 
-    # The bus must exist before ippeveprinter starts.
+    # The bus must exist before ippeveprinter starts, and so must avahi-daemon when
+    # the printer is to register: without a daemon it aborts at its first announcement.
     wait_for_peer dbus test -S "$workdir/dbus.sock"
-    start_peer ippeveprinter ippeveprinter "${verbose[@]}" -r off -p "$IPP_PORT" \
+    local announce=(-r off)
+    if [[ " ${extra_peers[*]} " == *" avahi "* ]]; then
+        start_avahi
+        announce=()
+    fi
+    start_peer ippeveprinter ippeveprinter "${verbose[@]}" "${announce[@]}" -p "$IPP_PORT" \
         -d "$workdir/spool" -k -M Norvane -m "NX-4100" -l "Level 2, Print Room" \
         -f application/octet-stream,application/pdf,image/pwg-raster "$PRINTER_NAME"
 
     local peer
     for peer in "${extra_peers[@]}"; do
-        "start_$peer"
+        [[ $peer == avahi ]] || "start_$peer"
     done
+}
+
+# avahi-daemon on the bench's bus, announcing on the loopback and the veth. Its pid
+# file and socket live in a fixed /run/avahi-daemon, so it gets a mount namespace
+# with a /run of its own: benches in parallel, and the host's daemon, never meet.
+# It stays root (the bus admits only its owner) and outside a chroot (its
+# configuration is in the work directory).
+start_avahi() {
+    local dir=$workdir/avahi
+    mkdir -p "$dir"
+    cat >"$dir/avahi-daemon.conf" <<EOF
+[server]
+host-name=norvane-bench
+use-ipv4=yes
+use-ipv6=yes
+allow-interfaces=lo,nvbench0
+enable-dbus=yes
+[wide-area]
+enable-wide-area=no
+[publish]
+publish-hinfo=no
+publish-workstation=no
+EOF
+    start_peer avahi unshare -m -- sh -c 'mount -t tmpfs tmpfs /run && mkdir /run/avahi-daemon &&
+        exec avahi-daemon -f "$1" --no-drop-root --no-chroot --no-rlimits --no-proc-title' \
+        avahi "$dir/avahi-daemon.conf"
+    wait_for_peer avahi dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply --dest=org.freedesktop.Avahi / \
+        org.freedesktop.Avahi.Server.GetVersionString
 }
 
 # LPrint keeps its state, spool and control socket in the work directory (SNAP_COMMON
@@ -486,6 +528,10 @@ wait_for_peers() {
     local peer
     for peer in "${extra_peers[@]}"; do
         case $peer in
+            # Announced once the daemon resolves the printer's IPP service.
+            avahi) wait_for_peer avahi dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply \
+                --dest=org.freedesktop.Avahi / org.freedesktop.Avahi.Server.ResolveService int32:-1 int32:-1 \
+                "string:$PRINTER_NAME" string:_ipp._tcp string:local int32:-1 uint32:0 ;;
             lprint) wait_for_peer lprint ipptool -q -T 2 "ipp://127.0.0.1:$LPRINT_PORT/ipp/print/lab" \
                 get-printer-attributes.test ;;
             # The stock test expects attributes a scheduler's queue does not have.

@@ -150,5 +150,6 @@ void AddStatusVerbs(CLI::App& app, Common& common);
 void AddRegistryVerbs(CLI::App& app, Common& common);
 void AddDemoVerb(CLI::App& app, Common& common);
 void AddServeVerb(CLI::App& app, Common& common);
+void AddDiscoverVerb(CLI::App& app, Common& common);
 
 }  // namespace NorvaneCli

@@ -142,6 +142,13 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
       key.isStatic = dynamic_cast<Norvane::StaticDataItemSpec*>(item) != nullptr;
       if (auto* oid = dynamic_cast<Norvane::OIDDataItemSpec*>(item)) {
         key.isWalk = oid->GetNextOIDDataItemSpec() != nullptr || oid->GetOIDGetDataItemsSpec() != nullptr;
+        if (auto* rows = oid->GetOIDGetDataItemsSpec()) {
+          // This copy of the item is thrown away: advancing its row counter
+          // leaves the collection's own copy alone.
+          key.oids = {rows->GetOid(), rows->GetNextOid()};
+        } else if (!key.isWalk && oid->GetOid() != nullptr && (oid->GetGroup() == nullptr || *oid->GetGroup() == 0)) {
+          key.oids = {oid->GetOid()};
+        }
       }
       if (auto* device = dynamic_cast<Norvane::DataItemSpec*>(item)) key.lifespan = device->GetLifespan();
       auto [at, added] = seen.emplace(key.key, keys.size());
@@ -157,6 +164,38 @@ std::vector<DataMapKey> ReadDataMapKeys(const std::string& file) {
   return keys;
 }
 
+namespace {
+
+// Reads the SNMP objects the collection is about to ask for one at a time in one
+// get-several first: the host answers the library's GETs of the next second from
+// that answer, and reads a table's further rows with one GETBULK once the
+// library walks it row by row. The library's calls stay as they are; a printer
+// costs a handful of requests instead of one per object. Nothing is lost when
+// the printer does not answer: the library then finds that out itself.
+void ReadSnmpObjectsAhead(Norvane::QxNetAddress* address, const std::vector<DataMapKey>& keys,
+                          const std::vector<std::string>& only, bool cached) {
+  // The object the library detects an SNMP printer by, and the identity it
+  // reads for a cache.
+  std::vector<std::u16string> oids = {u"1.3.6.1.2.1.25.3.2.1.3.1"};
+  if (cached) oids.push_back(u"1.3.6.1.4.1.32473.2.3.9.4.2.1.1.3.3.0");
+  const size_t before = oids.size();
+  for (const auto& key : keys) {
+    if (Wanted(only, ToUtf8(key.key))) oids.insert(oids.end(), key.oids.begin(), key.oids.end());
+  }
+  if (oids.size() == before) return;
+  Norvane::MIBConnection* made = nullptr;
+  if (FAILED(address->GetMIBConnection(&made)) || made == nullptr) return;
+  Owned<Norvane::MIBConnection> connection(made);
+  std::vector<const char16_t*> texts;
+  for (const auto& oid : oids) texts.push_back(oid.c_str());
+  std::vector<VARIANT> values(oids.size());
+  for (auto& value : values) VariantInit(&value);
+  connection->GetMultipleValues(texts.data(), values.data(), static_cast<uint32_t>(values.size()));
+  for (auto& value : values) VariantClear(&value);
+}
+
+}  // namespace
+
 Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, const std::vector<DataMapKey>& keys,
                        const std::vector<std::string>& only, const std::u16string& cacheKey,
                        const std::string& ippResource) {
@@ -165,6 +204,7 @@ Collection CollectOnce(Norvane::QxNetAddress* address, const std::string& file, 
   Owned<Norvane::ICacheProvider> cache;
   if (!cacheKey.empty()) cache.reset(CreateRegCacheProvider(cacheKey.c_str()));
   Norvane::DataCollection* made = nullptr;
+  ReadSnmpObjectsAhead(address, keys, only, cache != nullptr);
   SetLastError(0);
   HRESULT status;
   if (ippResource.empty()) {

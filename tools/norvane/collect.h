@@ -19,6 +19,8 @@ struct DataMapKey {
   // A static item's text in each data map that has it: the text the collection
   // answers tells which data map (so which protocol) the device answered.
   std::vector<std::pair<std::string, std::u16string>> staticTexts;
+  // The SNMP objects the key reads first: its object, or a row walk's first two rows.
+  std::vector<std::u16string> oids;
 };
 // Reads the document; a missing, unreadable or malformed file is a Failure.
 std::vector<DataMapKey> ReadDataMapKeys(const std::string& file);

@@ -117,6 +117,7 @@ int main(int argc, char** argv) {
   AddRegistryVerbs(app, common);
   AddDemoVerb(app, common);
   AddServeVerb(app, common);
+  AddDiscoverVerb(app, common);
   app.footer(
       "Exit status: 0 done, 1 the printer or library refused, 2 bad arguments or input,\n"
       "3 not available here, 130 interrupted. 'norvane COMMAND --help' describes a command.");

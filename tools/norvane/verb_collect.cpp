@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "collect.h"
+#include "dns_sd.h"
 
 namespace NorvaneCli {
 
@@ -16,6 +17,7 @@ struct CollectOptions {
   std::vector<std::string> datamaps;
   std::vector<std::string> keys;
   std::string targets;
+  bool discover = false;
   unsigned parallel = 4;
   bool noCache = false;
 };
@@ -124,9 +126,8 @@ std::string FleetSummary(const nlohmann::json& record) {
 // Many printers: workers take the next address from the file and write one JSON
 // line per printer as it finishes. Only N collections and the current lines are
 // ever in memory, whatever the file's length.
-void RunFleet(const CollectOptions& options, const Common& common) {
-  std::ifstream input(options.targets);
-  if (!input) throw Failure(kExitUsage, "targets file '" + options.targets + "': cannot be read");
+// `input` holds the fleet's lines; `source` names it in messages.
+void RunFleet(std::istream& input, const std::string& source, const CollectOptions& options, const Common& common) {
   auto documents = LoadDocuments(options);
   std::mutex inputLock, outputLock;
   size_t failed = 0, done = 0;
@@ -166,7 +167,7 @@ void RunFleet(const CollectOptions& options, const Common& common) {
   std::vector<std::thread> workers;
   for (unsigned i = 0; i < std::max(1u, options.parallel); ++i) workers.emplace_back(worker);
   for (auto& w : workers) w.join();
-  if (done == 0) throw Failure(kExitUsage, "targets file '" + options.targets + "' names no printer");
+  if (done == 0) throw Failure(kExitUsage, source + " names no printer");
   if (failed == done) throw Failure(kExitFailed, "none of the " + std::to_string(done) + " printers answered");
 }
 
@@ -185,11 +186,23 @@ void AddCollectVerbs(CLI::App& app, Common& common) {
                       "file of printers, one a line: ADDRESS [COMMUNITY] [user=SNMPV3-USER]: fleet mode");
   collect->add_option("--parallel", options->parallel, "printers collected at once in fleet mode (default 4)")
       ->check(CLI::Range(1u, 256u));
+  collect->add_flag("--discover", options->discover,
+                    "fleet mode over the printers DNS-SD announces (see discover), listening 3 s");
   collect->add_flag("--no-cache", options->noCache, "read every value from the device, not the registry cache");
   collect->callback([options, &common] {
-    if (!options->targets.empty()) {
+    if (!options->targets.empty() && options->discover) {
+      throw Failure(kExitUsage, "collect takes --targets or --discover, not both");
+    }
+    if (options->discover) {
       if (!options->address.empty()) options->keys.insert(options->keys.begin(), options->address);
-      RunFleet(*options, common);
+      std::stringstream lines;
+      for (const auto& target : DiscoveredTargets(3000)) lines << target << "\n";
+      RunFleet(lines, "DNS-SD", *options, common);
+    } else if (!options->targets.empty()) {
+      if (!options->address.empty()) options->keys.insert(options->keys.begin(), options->address);
+      std::ifstream input(options->targets);
+      if (!input) throw Failure(kExitUsage, "targets file '" + options->targets + "': cannot be read");
+      RunFleet(input, "targets file '" + options->targets + "'", *options, common);
     } else if (options->address.empty()) {
       throw Failure(kExitUsage, "collect needs a printer ADDRESS or --targets FILE");
     } else {

@@ -27,6 +27,10 @@ expect "$work/ipp.json" '"protocol":"IPP"' \
 NORVANE_HOST_TRACE=1 "$norvane" --json collect 127.0.0.1 --datamap "$samples/printer-supplies-snmp.xml" \
   >"$work/snmp.json" 2>"$work/snmp.trace" || failed=1
 expect "$work/snmp.trace" 'norvane-host: snmp GET udp:127.0.0.1:161 v2c ' '; noError ('
+# Not one request per object: the objects in one get-several, each column's rows
+# in one GETBULK (a monitoring system polls thousands of printers a minute).
+requests=$(grep -c '^norvane-host: snmp ' "$work/snmp.trace")
+(( requests <= 8 )) || { echo "FAIL: the SNMP sample cost $requests requests:"; cat "$work/snmp.trace"; failed=1; }
 expect "$work/snmp.json" '"protocol":"OID"' \
   '{"key":"snmp:PrinterStatus","source":"device","value":"idle"}' \
   '{"key":"snmp:DeviceStatus","source":"device","value":"running"}' \
