@@ -51,7 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (keyEnd == std::string::npos) break;
     size_t valueEnd = input.find('\0', keyEnd + 1);
     std::string key = input.substr(at, keyEnd - at);
-    std::string text = input.substr(keyEnd + 1, valueEnd == std::string::npos ? std::string::npos : valueEnd - keyEnd - 1);
+    std::string text =
+        input.substr(keyEnd + 1, valueEnd == std::string::npos ? std::string::npos : valueEnd - keyEnd - 1);
     nlohmann::json value = text;
     if (!text.empty() && text[0] == '#') value = std::strtod(text.c_str() + 1, nullptr);
     collection.values.push_back({key, value, text, "device"});

@@ -20,13 +20,13 @@ case "${1:-asan}" in
     NORVANE_BUILD_DIR=build-tsan bash scripts/build.sh -DNORVANE_SANITIZE_THREAD=ON -DNORVANE_BUILD_BENCH=OFF \
       -DCMAKE_BUILD_TYPE=RelWithDebInfo
     cd build-tsan
-    export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+    export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/../scripts/tsan.supp
     # TSan's shadow memory needs the address layout of fewer random bits; setarch
     # turns randomisation off for the run where the kernel uses more.
     run=()
     if [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 28)" -gt 28 ]; then run=(setarch "$(uname -m)" -R); fi
     "${run[@]}" ctest --output-on-failure -j2 -L unit
-    "${run[@]}" ctest --output-on-failure -L integration -R 'ipp_print_cancels|ipp_sim_faults|cli_serve$'
+    "${run[@]}" ctest --output-on-failure -L integration -R 'ipp_print_cancels|ipp_sim_faults|cli_serve'
     ;;
   *)
     echo "usage: $0 [asan|tsan]" >&2

@@ -1,6 +1,5 @@
 #include "exporter_stats.h"
 
-
 namespace NorvaneCli {
 
 void ExporterStats::Probe(const std::string& datamap, const std::string& reason, double seconds, size_t cacheHits) {

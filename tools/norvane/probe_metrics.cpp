@@ -7,7 +7,6 @@
 #include <map>
 #include <optional>
 
-
 namespace NorvaneCli {
 
 namespace {
@@ -94,9 +93,9 @@ std::vector<double> NumberList(const nlohmann::json& value) {
 
 std::string FamilyName(const std::string& key) {
   size_t colon = key.find(':');
-  std::string name = colon == std::string::npos ? MetricName(key)
-                                                : MetricName(key.substr(0, colon)) + "_" +
-                                                      MetricName(key.substr(colon + 1));
+  std::string name = colon == std::string::npos
+                         ? MetricName(key)
+                         : MetricName(key.substr(0, colon)) + "_" + MetricName(key.substr(colon + 1));
   return name.empty() || name == "_" ? std::string() : "norvane_" + name;
 }
 

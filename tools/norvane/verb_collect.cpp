@@ -53,7 +53,8 @@ nlohmann::json CollectPrinter(const std::string& line, const std::vector<Documen
     bool any = false;
     for (const auto& document : documents) {
       std::u16string cacheKey = options.noCache ? std::u16string() : CacheKeyPath(target, document.file);
-      Collection collection = CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey, resource);
+      Collection collection =
+          CollectOnce(address.get(), document.file, document.keys, options.keys, cacheKey, resource);
       any = any || collection.answered != 0;
       maps.push_back(CollectionJson(collection));
       if (out != nullptr) out->push_back(std::move(collection));

@@ -8,9 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -113,8 +113,8 @@ class Exporter {
   double Budget(const httplib::Request& request) const;
   // Holds its own reference to the slots: the exporter may be gone when a
   // collection abandoned at the stop ends.
-  void Collect(std::shared_ptr<Slots> slots, std::shared_ptr<Pending> pending, Target target, std::string resource, const Document* document,
-               uint32_t timeoutMs);
+  void Collect(std::shared_ptr<Slots> slots, std::shared_ptr<Pending> pending, Target target, std::string resource,
+               const Document* document, uint32_t timeoutMs);
 
   const ServeOptions options_;
   const Common common_;
@@ -151,8 +151,8 @@ double Exporter::Budget(const httplib::Request& request) const {
   return budget;
 }
 
-void Exporter::Collect(std::shared_ptr<Slots> slots, std::shared_ptr<Pending> pending, Target target, std::string resource,
-                       const Document* document, uint32_t timeoutMs) {
+void Exporter::Collect(std::shared_ptr<Slots> slots, std::shared_ptr<Pending> pending, Target target,
+                       std::string resource, const Document* document, uint32_t timeoutMs) {
   Collection collection;
   std::string reason, message;
   try {
@@ -214,7 +214,8 @@ void Exporter::Probe(const httplib::Request& request, httplib::Response& respons
   std::string resource = NamedIppResource(targetText, target);
   if (!allow_.Empty()) {
     std::string reached = allow_.Resolve(target.host, &outcome.message);
-    if (reached.empty()) outcome.reason = outcome.message.rfind("cannot resolve", 0) == 0 ? "bad_target" : "not_allowed";
+    if (reached.empty())
+      outcome.reason = outcome.message.rfind("cannot resolve", 0) == 0 ? "bad_target" : "not_allowed";
     target.host = reached;
   }
   if (outcome.reason.empty() && !slots_->Acquire(deadline)) {
@@ -334,8 +335,7 @@ void RunServe(const ServeOptions& options, const Common& common) {
     throw Failure(kExitFailed, "cannot listen on " + options.listen + ": " + std::strerror(errno));
   }
   std::string shown = host.find(':') != std::string::npos ? "[" + host + "]" : host;
-  std::fprintf(stderr, "norvane: serving %zu data maps on http://%s:%d/\n", exporter.Documents(), shown.c_str(),
-               port);
+  std::fprintf(stderr, "norvane: serving %zu data maps on http://%s:%d/\n", exporter.Documents(), shown.c_str(), port);
 
   std::mutex stopLock;
   bool stopped = false;
@@ -377,9 +377,10 @@ void AddServeVerb(CLI::App& app, Common& common) {
   serve->add_option("--listen", options->listen, "HOST:PORT to listen on (default 127.0.0.1:9170; port 0 picks one)");
   serve->add_option("--parallel", options->parallel, "collections at once (default 16); more probes wait their turn")
       ->check(CLI::Range(1u, 1024u));
-  serve->add_option("--probe-timeout", options->probeTimeout,
-                    "seconds a probe may take (default 9); a scrape's own time-out, less half a second, "
-                    "shortens it")
+  serve
+      ->add_option("--probe-timeout", options->probeTimeout,
+                   "seconds a probe may take (default 9); a scrape's own time-out, less half a second, "
+                   "shortens it")
       ->check(CLI::Range(0.2, 600.0));
   serve->add_option("--datamap-dir", options->datamapDir,
                     "directory of the data maps a query may name (default: the installed samples)");

@@ -11,7 +11,7 @@ namespace {
 
 TEST(ServeMetrics, NamesAndEscapes) {
   const std::pair<const char*, const char*> names[] = {
-      {"SupplyLevel", "supply_level"}, {"IPPState", "ipp_state"},         {"UUID", "uuid"},
+      {"SupplyLevel", "supply_level"},  {"IPPState", "ipp_state"},        {"UUID", "uuid"},
       {"page-count 2", "page_count_2"}, {"Black%%Level.", "black_level"}, {"2Sided", "_2_sided"},
       {"\xC3\x84rger", "rger"},
   };
@@ -63,8 +63,7 @@ TEST(ServeMetrics, ValuesBecomeSeries) {
         {"snmp:SupplyMaxCapacity.001", "unknown"},
         {"xml:BlackLevel", "-2"},
         {"snmp:Temperature", -3}},
-       {"# TYPE norvane_snmp_supply_level gauge\n",
-        "norvane_snmp_supply_level{" + labels + ",index=\"1\"} 62\n",
+       {"# TYPE norvane_snmp_supply_level gauge\n", "norvane_snmp_supply_level{" + labels + ",index=\"1\"} 62\n",
         "norvane_snmp_supply_level{" + labels + ",index=\"2\",state=\"some_remaining\"} NaN\n",
         "norvane_snmp_supply_level{" + labels + ",index=\"3\",state=\"other\"} NaN\n",
         "norvane_snmp_supply_level{" + labels + ",index=\"4\",state=\"some_remaining\"} NaN\n",
@@ -73,8 +72,7 @@ TEST(ServeMetrics, ValuesBecomeSeries) {
         "norvane_snmp_temperature{" + labels + "} -3\n"},
        {}},
       {{{"snmp:PageCount", 48213}, {"xml:JobsTotal", 4}, {"ipp:ErrorCount", "oops"}},
-       {"norvane_snmp_page_count_value{" + labels + "} 48213\n",
-        "norvane_xml_jobs_total_value{" + labels + "} 4\n",
+       {"norvane_snmp_page_count_value{" + labels + "} 48213\n", "norvane_xml_jobs_total_value{" + labels + "} 4\n",
         "# TYPE norvane_ipp_error_count info\n"},
        {}},
       // Text is an info series; one text element makes the whole walk text;
@@ -90,8 +88,7 @@ TEST(ServeMetrics, ValuesBecomeSeries) {
         "norvane_snmp_colorant_info{" + labels + ",index=\"0\",value=\"black\"} 1\n",
         "norvane_snmp_colorant_info{" + labels + ",index=\"1\",value=\"7\"} 1\n",
         "norvane_ipp_marker_levels{" + labels + ",index=\"2\"} 9\n",
-        "norvane_ipp_media_ready_info{" + labels + ",value=\"a4,62\"} 1\n",
-        "norvane_probe_success{" + labels + "} 1\n",
+        "norvane_ipp_media_ready_info{" + labels + ",value=\"a4,62\"} 1\n", "norvane_probe_success{" + labels + "} 1\n",
         "norvane_probe_protocol_info{" + labels + ",protocol=\"OID\"} 1\n"},
        {"marker_names"}},
       // Keys that name one family: the first wins, the parser sees no duplicate.
@@ -122,8 +119,8 @@ TEST(ServeMetrics, AllowedRanges) {
   AllowList allow;
   allow.Add("10.0.0.0/8,192.0.2.7,,fd00::/12,172.16.0.0/13");
   const std::pair<const char*, bool> hosts[] = {
-      {"10.255.0.1", true}, {"11.0.0.1", false},   {"192.0.2.7", true},        {"192.0.2.8", false},
-      {"fd0f::1", true},    {"fd10::1", false},    {"172.23.255.255", true},   {"172.24.0.0", false},
+      {"10.255.0.1", true},       {"11.0.0.1", false}, {"192.0.2.7", true},      {"192.0.2.8", false},
+      {"fd0f::1", true},          {"fd10::1", false},  {"172.23.255.255", true}, {"172.24.0.0", false},
       {"::ffff:10.0.0.1", false},  // a mapped address is another family
   };
   for (const auto& [host, allowed] : hosts) {
