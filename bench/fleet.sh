@@ -22,9 +22,8 @@ command -v prometheus-snmp-exporter >/dev/null || {
   exit 77
 }
 work=$(mktemp -d)
-pids=()
 cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  [[ -s $work/pid ]] && kill "$(cat "$work/pid")" 2>/dev/null || true
   wait 2>/dev/null || true
   rm -rf "$work"
 }
@@ -48,10 +47,10 @@ printer:
   - 1.3.6.1.2.1.43.10.2.1.4.1.1
   - 1.3.6.1.2.1.43.5.1.1.17.1
   walk:
-  - 1.3.6.1.2.1.43.11.1.1.6
-  - 1.3.6.1.2.1.43.11.1.1.8
-  - 1.3.6.1.2.1.43.11.1.1.9
-  - 1.3.6.1.2.1.43.12.1.1.4
+  - 1.3.6.1.2.1.43.11.1.1.6.1
+  - 1.3.6.1.2.1.43.11.1.1.8.1
+  - 1.3.6.1.2.1.43.11.1.1.9.1
+  - 1.3.6.1.2.1.43.12.1.1.4.1
   metrics:
   - {name: hrDeviceDescr, oid: 1.3.6.1.2.1.25.3.2.1.3, type: DisplayString,
      indexes: [{labelname: hrDeviceIndex, type: gauge}]}
@@ -79,49 +78,53 @@ wait_for() {  # URL: until it answers, at most 15 s
   exit 1
 }
 
-"$build/tools/norvane/norvane" serve --listen 127.0.0.1:9170 --parallel "$parallel" --no-cache \
-  --datamap-dir "$here/datamaps" 2>"$work/serve.log" &
-serve=$!
-pids+=("$serve")
-prometheus-snmp-exporter --config.file="$work/snmp.yml" --web.listen-address=127.0.0.1:9116 \
-  --log.level=warn 2>"$work/snmp_exporter.log" &
-snmp_exporter=$!
-pids+=("$snmp_exporter")
-wait_for http://127.0.0.1:9170/
-wait_for http://127.0.0.1:9116/
-
-cpu_ticks() { awk '{print $14 + $15}' "/proc/$1/stat"; }
-reset_peak() { echo 5 >"/proc/$1/clear_refs" 2>/dev/null || true; }
-peak_mib() { awk '/^VmHWM:/ {printf "%.1f", $2 / 1024}' "/proc/$1/status"; }
+# The bench runs in its own PID namespace under the machine's /proc, so an
+# exporter's CPU time and peak memory come from /usr/bin/time around a shell that
+# waits for it: one exporter a row, stopped when its row is done.
+exporter=""
+start_exporter() {  # URL COMMAND...
+  local url=$1
+  shift
+  rm -f "$work/pid" "$work/usage"
+  /usr/bin/time -f '%U %S %M' -o "$work/usage" sh -c '"$@" 2>>"$0.log" & echo $! >"$0"; wait' "$work/pid" "$@" &
+  exporter=$!
+  for _ in $(seq 50); do [[ -s $work/pid ]] && break; sleep 0.1; done
+  wait_for "$url"
+}
+stop_exporter() {
+  kill "$(cat "$work/pid")"
+  wait "$exporter" || true
+}
 snmp_requests() { snmpget -v2c -c public -Oqv 127.0.0.1 1.3.6.1.2.1.11.1.0 2>/dev/null || echo 0; }  # snmpInPkts.0
-ticks=$(getconf CLK_TCK)
 
-printf '%-26s %8s %9s %16s %10s %14s\n' exporter printers "wall (s)" "CPU ms/printer" "peak MiB" "SNMP req/printer"
+printf '%-26s %8s %9s %16s %10s %17s\n' exporter printers "wall (s)" "CPU ms/printer" "peak MiB" "SNMP req/printer"
 declare -A cpu_per_printer
-row() {  # NAME PID URL-PREFIX SUCCESS-PATTERN
-  local name=$1 pid=$2 prefix=$3 pattern=$4 start end c0 c1 r0 r1 ok
-  reset_peak "$pid"
-  c0=$(cpu_ticks "$pid")
+row() {  # NAME URL-PREFIX SUCCESS-PATTERN COMMAND...
+  local name=$1 prefix=$2 pattern=$3 start end r0 r1 ok user system rss cpu
+  shift 3
+  start_exporter "${prefix%/*}/" "$@"
   r0=$(snmp_requests)
   start=$(date +%s.%N)
   # One probe a printer, PARALLEL at once; each answer reduced to one line.
   xargs -P "$parallel" -I{} sh -c "curl -s --max-time 30 '$prefix{}' | grep -c '$pattern' || true" \
     <"$work/targets" >"$work/answers"
   end=$(date +%s.%N)
-  c1=$(cpu_ticks "$pid")
   r1=$(snmp_requests)
+  stop_exporter
   ok=$(grep -c '^[1-9]' "$work/answers" || true)
-  local cpu
-  cpu=$(awk -v a="$c0" -v b="$c1" -v t="$ticks" -v n="$count" 'BEGIN {printf "%.2f", (b - a) * 1000 / t / n}')
+  read -r user system rss <"$work/usage"
+  cpu=$(awk -v u="$user" -v s="$system" -v n="$count" 'BEGIN {printf "%.2f", (u + s) * 1000 / n}')
   cpu_per_printer[$name]=$cpu
-  printf '%-26s %8s %9.1f %16s %10s %14s\n' "$name" "$ok" "$(awk -v a="$start" -v b="$end" 'BEGIN {print b - a}')" \
-    "$cpu" "$(peak_mib "$pid")" "$(awk -v a="$r0" -v b="$r1" -v n="$count" 'BEGIN {printf "%.1f", (b - a - 1) / n}')"
+  printf '%-26s %8s %9.1f %16s %10.1f %17.1f\n' "$name" "$ok" "$(awk -v a="$start" -v b="$end" 'BEGIN {print b - a}')" \
+    "$cpu" "$(awk -v k="$rss" 'BEGIN {print k / 1024}')" "$(awk -v a="$r0" -v b="$r1" -v n="$count" 'BEGIN {print (b - a - 1) / n}')"
 }
-row "norvane serve, SNMP" "$serve" "http://127.0.0.1:9170/probe?datamap=printer-supplies-snmp&target=" \
-  '^norvane_probe_success 1'
-row "prometheus-snmp-exporter" "$snmp_exporter" "http://127.0.0.1:9116/snmp?module=printer&target=" \
-  '^prtMarkerSuppliesLevel{'
-row "norvane serve, IPP" "$serve" "http://127.0.0.1:9170/probe?datamap=printer-status-ipp&target=" \
-  '^norvane_probe_success 1'
+norvane=("$build/tools/norvane/norvane" serve --listen 127.0.0.1:9170 --parallel "$parallel" --no-cache
+  --datamap-dir "$here/datamaps")
+row "norvane serve, SNMP" "http://127.0.0.1:9170/probe?datamap=printer-supplies-snmp&target=" \
+  '^norvane_probe_success{.*} 1$' "${norvane[@]}"
+row "prometheus-snmp-exporter" "http://127.0.0.1:9116/snmp?module=printer&target=" '^prtMarkerSuppliesLevel{' \
+  prometheus-snmp-exporter --config.file="$work/snmp.yml" --web.listen-address=127.0.0.1:9116 --log.level=warn
+row "norvane serve, IPP" "http://127.0.0.1:9170/probe?datamap=printer-status-ipp&target=" \
+  '^norvane_probe_success{.*} 1$' "${norvane[@]}"
 awk -v a="${cpu_per_printer[norvane serve, SNMP]}" -v b="${cpu_per_printer[prometheus-snmp-exporter]}" \
   'BEGIN {if (b > 0) printf "CPU per SNMP printer, norvane serve / prometheus-snmp-exporter: %.2fx\n", a / b}'
