@@ -1,5 +1,6 @@
 // An HTTP/1.1 server on 127.0.0.1 inside the test process, for what the
-// bench's simulator cannot play: one thread reads each request, keeps it with
+// bench's simulator cannot play: one thread reads each request (a body sized
+// by Content-Length or sent in chunks), keeps it with
 // the number of the connection it came on, and sends what the test's handler
 // answers (or closes without a word).
 #pragma once
@@ -65,17 +66,33 @@ class LoopbackServer {
   };
 
   // Takes one whole request off the front of `data`; false while it is
-  // incomplete. Bodies come sized by Content-Length: streams are the bench's.
+  // incomplete. A chunked body is read whole, so that an answer comes only
+  // after it, as a printer that reads before it refuses would.
   static bool TakeRequest(std::string& data, SeenRequest* request) {
     size_t headEnd = data.find("\r\n\r\n");
     if (headEnd == std::string::npos) return false;
-    size_t at = headEnd + 4, size = 0;
-    size_t field = data.substr(0, headEnd).find("\r\nContent-Length: ");
-    if (field != std::string::npos) size = std::strtoul(data.c_str() + field + 18, nullptr, 10);
-    if (data.size() < at + size) return false;
-    request->head = data.substr(0, headEnd);
-    request->body = data.substr(at, size);
-    data.erase(0, at + size);
+    const std::string head = data.substr(0, headEnd);
+    size_t at = headEnd + 4;
+    std::string body;
+    if (head.find("\r\nTransfer-Encoding: chunked") != std::string::npos) {
+      for (size_t size = 1; size != 0; at += size + 2) {
+        size_t line = data.find("\r\n", at);
+        if (line == std::string::npos) return false;
+        size = std::strtoul(data.c_str() + at, nullptr, 16);
+        if (data.size() < line + 2 + size + 2) return false;
+        body += data.substr(line + 2, size);
+        at = line + 2;
+      }
+    } else {
+      size_t field = head.find("\r\nContent-Length: "), size = 0;
+      if (field != std::string::npos) size = std::strtoul(head.c_str() + field + 18, nullptr, 10);
+      if (data.size() < at + size) return false;
+      body = data.substr(at, size);
+      at += size;
+    }
+    request->head = head;
+    request->body = std::move(body);
+    data.erase(0, at);
     return true;
   }
 
