@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # A real Prometheus scrapes serve for 50 printers, relabelling each target into
-# the probe's query as operators do: 47 IPP printers (every 127/8 address
-# reaches the bench's ippeveprinter), the SNMP agent and the simulator's XML on
-# 127.0.0.1 (the bench's snmpd answers there only), and one printer that is not
-# there. Its query API then holds the values the peers serve.
+# the probe's query as operators do: 44 IPP printers and 4 SNMP printers (every
+# 127/8 address reaches the bench's ippeveprinter and snmpd), the simulator's XML
+# on 127.0.0.1, and one printer that is not there. Its query API then holds the
+# values the peers serve.
 set -uo pipefail
 norvane=$1
 work=$(mktemp -d)
@@ -15,7 +15,7 @@ if ! command -v prometheus >/dev/null; then echo "prometheus is missing (scripts
 "$norvane" serve --listen 127.0.0.1:9170 --parallel 16 2>"$work/serve.log" &
 serve=$!
 
-ipp=$(for i in $(seq 2 48); do printf "'127.0.0.%d', " "$i"; done)
+ipp=$(for i in $(seq 2 45); do printf "'127.0.0.%d', " "$i"; done)
 # One job per data map; the relabelling is the same for each.
 job() {  # NAME DATAMAP TARGETS
   cat <<YAML
@@ -33,7 +33,7 @@ YAML
   echo "global: {scrape_interval: 3s, scrape_timeout: 3s}"
   echo "scrape_configs:"
   job ipp printer-status-ipp "${ipp}'127.0.0.1:6399'"
-  job snmp printer-supplies-snmp "'127.0.0.1'"
+  job snmp printer-supplies-snmp "'127.0.0.1', '127.0.0.46', '127.0.0.47', '127.0.0.48'"
   job xml printer-device-xml "'127.0.0.1'"
 } >"$work/prometheus.yml"
 prometheus --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/tsdb" \
@@ -59,10 +59,14 @@ check() {  # PROMQL EXPECTED
 check 'count(up == 1)' 50
 check 'norvane_snmp_supply_level{instance="127.0.0.1",index="1"}' 62
 check 'norvane_snmp_supply_level{instance="127.0.0.1",index="2"}' 9
+check 'count(norvane_snmp_supply_level{index="1"} == 62)' 4
+check 'count(norvane_snmp_supply_level{index="2"} == 9)' 4
+check 'norvane_snmp_supply_level{instance="127.0.0.47",index="2"}' 9
 check 'norvane_xml_black_level{instance="127.0.0.1"}' 62
 check 'norvane_snmp_printer_status_info{instance="127.0.0.1",value="idle"}' 1
-check 'count(norvane_ipp_state_info{job="ipp",value="idle"})' 47
-for i in 2 17 48; do check "norvane_ipp_state_info{instance=\"127.0.0.$i\",value=\"idle\"}" 1; done
+check 'count(norvane_ipp_state_info{job="ipp",value="idle"})' 44
+check 'count(norvane_snmp_printer_status_info{value="idle"})' 4
+for i in 2 17 45; do check "norvane_ipp_state_info{instance=\"127.0.0.$i\",value=\"idle\"}" 1; done
 check 'norvane_probe_success{instance="127.0.0.1:6399"}' 0
 check 'count(norvane_probe_failure_info{instance="127.0.0.1:6399",reason="no_protocol"})' 1
 check 'sum(norvane_probe_success)' 49
