@@ -148,14 +148,15 @@ Owned<Norvane::IPPProvider> MakePrintProvider(Norvane::QxNetAddress* address, co
 std::string NoIppPrinter(Norvane::QxNetAddress* address, const Target& target) {
   uint32_t lastError = GetLastError();
   uint32_t version = NetAddressIppAnsweredVersion(address);
-  std::string text = "no IPP printer at " + target.Uri() + ": ";
   std::string answered = "IPP/" + std::to_string(version >> 8) + "." + std::to_string(version & 0xFF);
+  // An answer came, so a printer is there: what it said is what failed.
   if (version != 0 && version >> 8 != 2 && !address->GetIppFieldCompatibility()) {
-    return text + "the printer answered " + answered + ", which --strict-ipp refuses";
+    return "the printer at " + target.Uri() + " answered " + answered + ", which --strict-ipp refuses";
   }
-  // An answer came, so the connection is not what failed: its content is.
-  if (version != 0 && lastError == 0) return text + "the printer's " + answered + " answer cannot be decoded";
-  return text + DescribeLastError(lastError);
+  if (version != 0 && lastError == 0) {
+    return "the printer at " + target.Uri() + " answered, but its " + answered + " answer cannot be decoded";
+  }
+  return "no IPP printer at " + target.Uri() + ": " + DescribeLastError(lastError);
 }
 
 std::string SnmpDetectionHint(Norvane::QxNetAddress* address) {
