@@ -26,7 +26,8 @@ constexpr long kBulkRepetitions = 50;
 // have a handful of rows, and every row read past the table's end is spent, so
 // the first read-ahead is short and each that a long table outruns is twice as long.
 constexpr long kFirstRowRepetitions = 8;
-constexpr uint64_t kPrefetchLifeMs = 1000;
+// A walk's rows read ahead and the answers kept for GETs age alike.
+constexpr uint64_t kPrefetchLifeMs = SnmpAnswers::kLifeMs;
 // What AskBulkNoLock returns for an answer without rows or with an error.
 constexpr HRESULT kBulkRefused = static_cast<HRESULT>(0x80040001);
 
