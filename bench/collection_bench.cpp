@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "cpu_time_reporter.h"
-
 #include "engine/data_collection_impl.h"
 #include "norvane/cache.h"
 #include "platform/clock.h"

@@ -26,9 +26,10 @@ std::string GenerateDocument() {
   std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<DataMaps>\n  <XMLDataMap Protocol=\"VEXA\">\n";
   auto conversions = [](int i) {
     if (i % 4 != 0) return std::string("/>\n");
-    return std::string(">\n      <Conversion Equals=\"ready\" Value=\"Ready\"/>\n"
-                       "      <Conversion Contains=\"jam\" Value=\"Jam\"/>\n"
-                       "      <Conversion Equals=\"default\" Value=\"Other\"/>\n    </DataItem>\n");
+    return std::string(
+        ">\n      <Conversion Equals=\"ready\" Value=\"Ready\"/>\n"
+        "      <Conversion Contains=\"jam\" Value=\"Jam\"/>\n"
+        "      <Conversion Equals=\"default\" Value=\"Other\"/>\n    </DataItem>\n");
   };
   for (int i = 0; i < 800; ++i) {
     std::string n = std::to_string(i);
@@ -115,11 +116,11 @@ void BM_GetDataItemSpec(benchmark::State& state) {
 BENCHMARK(BM_GetDataItemSpec);
 
 std::unique_ptr<NvoDataItem> TwentyConversions() {
-  std::unique_ptr<NvoDataItem> item(XMLDataItemSpec::CreateXMLDataItem(u"Status", u"/s", u"//s", nullptr, false,
-                                                                       0, nullptr));
+  std::unique_ptr<NvoDataItem> item(
+      XMLDataItemSpec::CreateXMLDataItem(u"Status", u"/s", u"//s", nullptr, false, 0, nullptr));
   const char16_t* states[] = {u"1", u"2", u"3", u"4", u"5", u"idle", u"processing", u"stopped", u"warming", u"sleep"};
-  const char16_t* words[] = {u"jam", u"toner,low", u"door", u"media,empty", u"cover,open",
-                             u"paper", u"fuser", u"drum,end", u"offline", u"default"};
+  const char16_t* words[] = {u"jam",   u"toner,low", u"door",     u"media,empty", u"cover,open",
+                             u"paper", u"fuser",     u"drum,end", u"offline",     u"default"};
   for (const char16_t* s : states) item->AddConversion(s, nullptr, u"State");
   for (const char16_t* w : words) item->AddConversion(nullptr, w, u"Alert");
   return item;

@@ -66,8 +66,8 @@ void Library(benchmark::State& state) {
 
 void Cups(benchmark::State& state) {
   for (auto _ : state) {
-    http_t* http = httpConnect2(Host().c_str(), 631, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000,
-                                nullptr);
+    http_t* http =
+        httpConnect2(Host().c_str(), 631, nullptr, AF_UNSPEC, HTTP_ENCRYPTION_IF_REQUESTED, 1, 30000, nullptr);
     if (http == nullptr) {
       state.SkipWithError("httpConnect2 failed");
       break;

@@ -13,7 +13,6 @@
 #include <string>
 
 #include "cpu_time_reporter.h"
-
 #include "platform/registry.h"
 #include "support/log.h"
 #include "support/logging/record_writer.h"
@@ -80,8 +79,8 @@ void BM_ScopeAndMessage_ToFile(benchmark::State& state) {
     v = Traced(v);
     benchmark::DoNotOptimize(v);
   }
-  state.counters["lines/s"] = benchmark::Counter(3.0 * static_cast<double>(state.iterations()),
-                                                 benchmark::Counter::kIsRate);
+  state.counters["lines/s"] =
+      benchmark::Counter(3.0 * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
   QxLogging::RefreshLogSettings();
 }
 BENCHMARK(BM_ScopeAndMessage_ToFile);

@@ -101,7 +101,8 @@ double LibrarySubmit(const std::u16string& uri, const std::string& document, int
     HRESULT hr = provider->PrintJob(attributes, response, bytes, static_cast<int32_t>(kBlock), true);
     elapsed = MillisecondsSince(start);
     std::fprintf(stderr, "job %d: PrintJob %.1f ms\n", job, elapsed);
-    if (hr != S_OK || response->GetJobID() <= 0) *failure = "PrintJob answered " + std::to_string(hr) + " without a job";
+    if (hr != S_OK || response->GetJobID() <= 0)
+      *failure = "PrintJob answered " + std::to_string(hr) + " without a job";
     for (size_t at = kBlock; hr == S_OK && at < document.size(); at += kBlock) {
       hr = provider->PrintJobWrite(attributes, response, bytes + at,
                                    static_cast<int32_t>(std::min(kBlock, document.size() - at)));
@@ -133,7 +134,8 @@ void BM_SmallJobSubmit(benchmark::State& state) {
   }
   const std::string uri = Env("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print");
   const std::string document = MakeDocument();
-  const std::string path = (std::filesystem::temp_directory_path() / ("print-submit-" + std::to_string(getpid()) + ".pdf")).string();
+  const std::string path =
+      (std::filesystem::temp_directory_path() / ("print-submit-" + std::to_string(getpid()) + ".pdf")).string();
   std::FILE* out = std::fopen(path.c_str(), "wb");
   std::fwrite(document.data(), 1, document.size(), out);
   std::fclose(out);
@@ -171,8 +173,10 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   if (libraryMedian >= 0 && ipptoolMedian > 0) {
-    std::printf("137 KiB PDF, median of %d: PrintJob returns with the job found in %.1f ms; ipptool prints it in "
-                "%.1f ms; ratio %.2f\n", kJobs, libraryMedian, ipptoolMedian, libraryMedian / ipptoolMedian);
+    std::printf(
+        "137 KiB PDF, median of %d: PrintJob returns with the job found in %.1f ms; ipptool prints it in "
+        "%.1f ms; ratio %.2f\n",
+        kJobs, libraryMedian, ipptoolMedian, libraryMedian / ipptoolMedian);
   }
   return 0;
 }

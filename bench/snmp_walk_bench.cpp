@@ -6,9 +6,9 @@
 //   tests/integration/bench.sh -- build/bench/snmp_walk_bench [ROUNDS]
 // The last lines give microseconds per varbind and the ratio of ours to each
 // reference (below 1.0: we are faster).
+#include <fcntl.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -12,21 +12,20 @@
 // STREAM_BENCH_MIB sets the document size (default 64 MiB). The last lines give the
 // throughputs, their ratios (above 1 means the library is faster) and the peak
 // resident memory of each side (the process for the library, the child for the tools).
-#include <benchmark/benchmark.h>
 #include <arpa/inet.h>
+#include <benchmark/benchmark.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <fstream>
-#include <thread>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "norvane/host.h"
@@ -49,7 +48,9 @@ std::u16string Wide(const std::string& ascii) { return std::u16string(ascii.begi
 const std::string& DocumentPath() {
   static const std::string path = [] {
     size_t size = std::stoul(Env("STREAM_BENCH_MIB", "64")) << 20;
-    std::string file = (std::filesystem::temp_directory_path() / ("norvane-stream-bench-" + std::to_string(getpid()) + ".pwg")).string();
+    std::string file =
+        (std::filesystem::temp_directory_path() / ("norvane-stream-bench-" + std::to_string(getpid()) + ".pwg"))
+            .string();
     std::FILE* out = std::fopen(file.c_str(), "wb");
     std::vector<char> block(kChunk);
     uint32_t state = 12345;
@@ -322,8 +323,10 @@ void BM_CurlChunkedToSink(benchmark::State& state) {
   const std::string url = "http://127.0.0.1:" + std::to_string(TheSink().Port()) + "/ipp/print";
   double peak = 0;
   for (auto _ : state) {
-    int status = NorvaneBench::RunTool({"curl", "-sf", "-o", "/dev/null", "--data-binary", "@" + DocumentPath(), "-H",
-                          "Transfer-Encoding: chunked", "-H", "Content-Type: application/ipp", "-H", "Expect:", url}, &peak);
+    int status = NorvaneBench::RunTool(
+        {"curl", "-sf", "-o", "/dev/null", "--data-binary", "@" + DocumentPath(), "-H", "Transfer-Encoding: chunked",
+         "-H", "Content-Type: application/ipp", "-H", "Expect:", url},
+        &peak);
     if (status != 0) {
       state.SkipWithError(("curl failed, status " + std::to_string(status)).c_str());
       break;
@@ -388,7 +391,8 @@ void BM_HostChunkedStream(benchmark::State& state) {
       } else {
         AppendFrame(framed, buffer.data(), got);
       }
-      ok = stream->WriteChunk(reinterpret_cast<const uint8_t*>(framed.data()), static_cast<uint32_t>(framed.size()), 1) == S_OK;
+      ok = stream->WriteChunk(reinterpret_cast<const uint8_t*>(framed.data()), static_cast<uint32_t>(framed.size()),
+                              1) == S_OK;
     }
     std::fclose(in);
     ok = ok && stream->WriteChunk(reinterpret_cast<const uint8_t*>("0\r\n\r\n"), 5, 1) == S_OK;
@@ -399,7 +403,9 @@ void BM_HostChunkedStream(benchmark::State& state) {
       failure = std::string("transport failure: ") + NetAddressErrorText(stream->GetErrorCode());
     } else if (response->GetStatus() != 200 || response->GetBodyLength() < 8 || response->GetBody()[2] != 0) {
       failure = "refused: HTTP " + std::to_string(response->GetStatus()) +
-                (response->GetBodyLength() >= 8 ? ", IPP status " + std::to_string(response->GetBody()[2] * 256 + response->GetBody()[3]) : "");
+                (response->GetBodyLength() >= 8
+                     ? ", IPP status " + std::to_string(response->GetBody()[2] * 256 + response->GetBody()[3])
+                     : "");
     }
     request->Dispose();
     if (!failure.empty()) {

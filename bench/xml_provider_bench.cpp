@@ -18,8 +18,8 @@
 
 #include "norvane/api.h"
 #include "providers/vexa_provider_impl.h"
-#include "testlib/fake_host.h"
 #include "support/ref.h"
+#include "testlib/fake_host.h"
 
 namespace {
 
@@ -93,8 +93,8 @@ double ProviderSeconds(VEXAProviderImpl* provider) {
   uint32_t needed = 0;
   double start = CpuSeconds();
   for (int i = 0; i < kCalls; ++i) {
-    HRESULT hr = provider->GetValue(u"/DevMgmt/ProductConfigDyn.xml", kExpressions[i % std::size(kExpressions)],
-                                    buffer, 256, &needed, 1, 0);
+    HRESULT hr = provider->GetValue(u"/DevMgmt/ProductConfigDyn.xml", kExpressions[i % std::size(kExpressions)], buffer,
+                                    256, &needed, 1, 0);
     benchmark::DoNotOptimize(hr);
   }
   return CpuSeconds() - start;

@@ -25,20 +25,48 @@ void Fill(FuzzedDataProvider& in, Norvane::IPPRequestBase* r, bool* addedAttribu
   int steps = in.ConsumeIntegralInRange(0, 40);
   for (int i = 0; i < steps && in.remaining_bytes() > 0; ++i) {
     switch (in.ConsumeIntegralInRange(0, 17)) {
-      case 0: r->SetPrinterURI(Text(in, 300).c_str()); break;
-      case 1: r->SetRequestingUserName(Text(in, 300).c_str()); break;
-      case 2: r->SetDocumentUri(Text(in, 300).c_str()); break;
-      case 3: r->SetJobName(Text(in, 300).c_str()); break;
-      case 4: r->SetDocumentName(Text(in, 300).c_str()); break;
-      case 5: r->SetJobURI(Text(in, 300).c_str()); break;
-      case 6: r->SetCopy(in.ConsumeIntegral<int32_t>()); break;
-      case 7: r->SetPrintingSides(in.ConsumeIntegralInRange(-2, 5)); break;
-      case 8: r->SetMultipleDocHandling(in.ConsumeIntegralInRange(-2, 8)); break;
-      case 9: r->SetOrientationRequested(in.ConsumeIntegral<int32_t>()); break;
-      case 10: r->SetPrintQuality(in.ConsumeIntegral<int32_t>()); break;
-      case 11: r->SetOutputMode(in.ConsumeIntegral<uint32_t>()); break;
-      case 12: r->SetIPPAttributeFidelity(in.ConsumeBool()); break;
-      case 13: r->SetLastDocument(in.ConsumeBool()); break;
+      case 0:
+        r->SetPrinterURI(Text(in, 300).c_str());
+        break;
+      case 1:
+        r->SetRequestingUserName(Text(in, 300).c_str());
+        break;
+      case 2:
+        r->SetDocumentUri(Text(in, 300).c_str());
+        break;
+      case 3:
+        r->SetJobName(Text(in, 300).c_str());
+        break;
+      case 4:
+        r->SetDocumentName(Text(in, 300).c_str());
+        break;
+      case 5:
+        r->SetJobURI(Text(in, 300).c_str());
+        break;
+      case 6:
+        r->SetCopy(in.ConsumeIntegral<int32_t>());
+        break;
+      case 7:
+        r->SetPrintingSides(in.ConsumeIntegralInRange(-2, 5));
+        break;
+      case 8:
+        r->SetMultipleDocHandling(in.ConsumeIntegralInRange(-2, 8));
+        break;
+      case 9:
+        r->SetOrientationRequested(in.ConsumeIntegral<int32_t>());
+        break;
+      case 10:
+        r->SetPrintQuality(in.ConsumeIntegral<int32_t>());
+        break;
+      case 11:
+        r->SetOutputMode(in.ConsumeIntegral<uint32_t>());
+        break;
+      case 12:
+        r->SetIPPAttributeFidelity(in.ConsumeBool());
+        break;
+      case 13:
+        r->SetLastDocument(in.ConsumeBool());
+        break;
       case 14: {
         std::u16string name = QxUtils::Utf8ToWide(Text(in, 40));
         std::u16string value = QxUtils::Utf8ToWide(Text(in, 40));

@@ -110,8 +110,7 @@ TEST(NetAddressTest, ANamedPortSendsTheProviderProbeThere) {
   struct Case {
     const char16_t* port;
     bool probesIt;
-  } cases[] = {{u"8000", true}, {u"", false}, {u"631", true}, {u"USB001", false}, {u"70000", false},
-               {nullptr, false}};
+  } cases[] = {{u"8000", true}, {u"", false}, {u"631", true}, {u"USB001", false}, {u"70000", false}, {nullptr, false}};
   for (size_t i = 0; i < std::size(cases); ++i) {
     address->SetPortText(cases[i].port);
     EXPECT_EQ(address->GetProbePortTextFlag(), cases[i].probesIt) << "case " << i;

@@ -1,9 +1,9 @@
 // Removing the library's chunk framing, whatever the write boundaries.
+#include "chunk_deframer.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
-
-#include "chunk_deframer.h"
 
 namespace NorvaneHost {
 namespace {
@@ -42,9 +42,8 @@ TEST(ChunkDeframerTest, PayloadSurvivesEverySplitPoint) {
   for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>(i * 7);  // includes CR, LF, 0
   // Chunks as the library writes them (upper-case hex, no leading zeros), one
   // with an extension and one with a lower-case size as other writers send.
-  const std::string framed = "FF\r\n" + payload.substr(0, 255) + "\r\n" + "a;name=value\r\n" +
-                             payload.substr(255, 10) + "\r\n" + "23\r\n" + payload.substr(265) + "\r\n" +
-                             "0\r\n\r\n";
+  const std::string framed = "FF\r\n" + payload.substr(0, 255) + "\r\n" + "a;name=value\r\n" + payload.substr(255, 10) +
+                             "\r\n" + "23\r\n" + payload.substr(265) + "\r\n" + "0\r\n\r\n";
   for (size_t cut = 0; cut <= framed.size(); ++cut) {
     Outcome outcome = Deframe(framed, {cut});
     ASSERT_TRUE(outcome.accepted) << "cut at " << cut;
@@ -68,15 +67,15 @@ TEST(ChunkDeframerTest, EndsTrailersAndMalformedFraming) {
       {"3\r\nabc\r\n", true, false, "abc"},
       {"0\r\n\r", true, false, ""},
       {"FFFFFFFF\r\nab", true, false, "ab"},  // largest chunk size still accepted
-      {"\r\nabc", false},                      // no size
-      {"g\r\n", false},                        // not hex
+      {"\r\nabc", false},                     // no size
+      {"g\r\n", false},                       // not hex
       {"3\nabc\r\n", false},                  // bare LF after the size
-      {"3\r\nabcd\r\n", false},              // data longer than announced
-      {"3\r\nab\r\n\r\n", false},          // shorter than announced
+      {"3\r\nabcd\r\n", false},               // data longer than announced
+      {"3\r\nab\r\n\r\n", false},             // shorter than announced
       {"3\r\nabc\n", false},                  // LF without CR after data
-      {"100000000\r\n", false},                // beyond 4 GiB - 1
-      {"00000000000000001\r\n", false},        // more than 16 digits
-      {"0\r\n\r\n3\r\nabc\r\n", false},  // bytes after the last chunk
+      {"100000000\r\n", false},               // beyond 4 GiB - 1
+      {"00000000000000001\r\n", false},       // more than 16 digits
+      {"0\r\n\r\n3\r\nabc\r\n", false},       // bytes after the last chunk
       {"3;ext\nabc\r\n", false},              // LF inside an extension
   };
   for (const Case& c : cases) {
@@ -94,8 +93,7 @@ TEST(ChunkDeframerTest, ASinkThatStopsStopsFeedingWithoutAFramingError) {
   ChunkDeframer deframer;
   const std::string framed = "3\r\nabc\r\n3\r\ndef\r\n";
   int pieces = 0;
-  EXPECT_FALSE(deframer.Feed(Bytes(framed), framed.size(),
-                             [&](const uint8_t*, size_t) { return ++pieces < 1; }));
+  EXPECT_FALSE(deframer.Feed(Bytes(framed), framed.size(), [&](const uint8_t*, size_t) { return ++pieces < 1; }));
   EXPECT_EQ(1, pieces);
   EXPECT_FALSE(deframer.Failed());
 }

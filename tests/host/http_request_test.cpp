@@ -3,8 +3,8 @@
 // challenge, a server that closes without an answer, and the trace of all
 // that. Bodies, streams, Basic challenges, kept connections and cut answers
 // are tests/integration/host's; the masking rules are HostTrace's below.
-#include <gtest/gtest.h>
 #include <curl/curl.h>
+#include <gtest/gtest.h>
 
 #include "host_test_util.h"
 #include "loopback_server.h"
@@ -17,8 +17,8 @@ using NorvaneHost::WideToUtf8;
 
 std::string ReplyFor(const SeenRequest& seen, const std::string& path) {
   auto has = [&](const std::string& text) { return seen.head.find(text) != std::string::npos; };
-  if (path == "/digest" && !(has("\r\nAuthorization: Digest username=\"admin\"") && has("nonce=\"5e7a1\"") &&
-                             has("uri=\"/digest\""))) {
+  if (path == "/digest" &&
+      !(has("\r\nAuthorization: Digest username=\"admin\"") && has("nonce=\"5e7a1\"") && has("uri=\"/digest\""))) {
     return "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"printer\", nonce=\"5e7a1\", "
            "qop=\"auth\"\r\nContent-Length: 0\r\n\r\n";
   }
@@ -70,15 +70,16 @@ TEST_F(HostHttpRequest, TheHeadIsWhatWasAskedFor) {
 TEST_F(HostHttpRequest, ChallengesAreAnsweredAndTheTraceKeepsTheSecrets) {
   std::vector<std::string> lines;
   NorvaneHostSetTrace(
-      NORVANE_HOST_TRACE_WIRE, [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); },
-      &lines);
+      NORVANE_HOST_TRACE_WIRE,
+      [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); }, &lines);
   const struct {
     std::string path;
     const char16_t* user;
     const char16_t* password;
     uint32_t status;
   } cases[] = {
-      {"/digest", u"admin", u"s3cret", 200}, {"/digest", u"", u"", 401},
+      {"/digest", u"admin", u"s3cret", 200},
+      {"/digest", u"", u"", 401},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.path + " " + WideToUtf8(c.password));

@@ -104,7 +104,8 @@ class LoopbackServer {
       for (const Connection& c : connections) watched.push_back({c.fd, POLLIN, 0});
       if (poll(watched.data(), watched.size(), -1) < 0) continue;
       if (watched[0].revents != 0) break;
-      if (watched[1].revents != 0) connections.push_back({accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC), ++accepted, {}});
+      if (watched[1].revents != 0)
+        connections.push_back({accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC), ++accepted, {}});
       for (size_t i = 2; i < watched.size(); ++i) {
         if (watched[i].revents == 0) continue;
         Connection& c = connections[i - 2];

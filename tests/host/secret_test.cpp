@@ -1,11 +1,11 @@
 // A pass phrase leaves no readable bytes where it was held once it is dropped,
 // moved away or replaced.
+#include "secret.h"
+
 #include <gtest/gtest.h>
 
 #include <new>
 #include <string_view>
-
-#include "secret.h"
 
 namespace {
 
@@ -28,7 +28,11 @@ TEST(Secret, NoCopyOfThePhraseStaysBehind) {
     bool moves;
     void (*drop)(Secret* held, Secret* other);
   } cases[] = {
-      {"destroyed", false, [](Secret* held, Secret*) { held->~Secret(); new (held) Secret(); }},
+      {"destroyed", false,
+       [](Secret* held, Secret*) {
+         held->~Secret();
+         new (held) Secret();
+       }},
       {"moved into a new one", true, [](Secret* held, Secret* other) { new (other) Secret(std::move(*held)); }},
       {"moved over another", true, [](Secret* held, Secret* other) { *new (other) Secret() = std::move(*held); }},
   };

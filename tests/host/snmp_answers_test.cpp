@@ -31,7 +31,9 @@ TEST(SnmpAnswers, ASpanVouchesForWhatLiesBetweenItsRows) {
   };
   const Case cases[] = {
       {Row(2), 1000, Known::kUnknown},  // the row the span starts after was not listed
-      {Row(3), 1000, Known::kPresent},  {Row(4), 1000, Known::kAbsent}, {Row(5), 1000, Known::kPresent},
+      {Row(3), 1000, Known::kPresent},
+      {Row(4), 1000, Known::kAbsent},
+      {Row(5), 1000, Known::kPresent},
       {Row(6), 1000, Known::kUnknown},  // beyond the last row the agent listed
       {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1, 4, 7}, 1000, Known::kAbsent},
       {Row(4), 1000 + SnmpAnswers::kLifeMs, Known::kAbsent},

@@ -1,9 +1,9 @@
 // SNMP object identifiers and values as the library sees them.
+#include "snmp_value.h"
+
 #include <gtest/gtest.h>
 
-
 #include "norvane/com.h"
-#include "snmp_value.h"
 
 namespace NorvaneHost {
 namespace {
@@ -42,8 +42,8 @@ TEST(SnmpValueTest, OidTextRoundTripsAndRejectsWhatIsNotAnOid) {
   EXPECT_EQ(12u, arcs->size());
   EXPECT_EQ(u"1.3.6.1.2.1.25.3.2.1.3.1", FormatOid(arcs->data(), arcs->size()));
   EXPECT_EQ(4294967295u, ParseOid(u"1.3.4294967295").value().at(2));
-  for (const char16_t* bad : {u"", u"1", u".", u"1..3", u"1.3.", u"1.3.a", u"1.3.4294967296", u"1.3.-6",
-                              u" 1.3", u"iso.3.6"}) {
+  for (const char16_t* bad :
+       {u"", u"1", u".", u"1..3", u"1.3.", u"1.3.a", u"1.3.4294967296", u"1.3.-6", u" 1.3", u"iso.3.6"}) {
     EXPECT_FALSE(ParseOid(bad));
   }
   std::u16string longest = u"1";
@@ -101,8 +101,7 @@ TEST(SnmpValueTest, AGetNextAnswerMustLieAfterTheOidAsked) {
   const std::vector<oid> asked = {1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1};
   const std::pair<std::vector<oid>, bool> cases[] = {
       {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1, 1}, true},  // the first object below it
-      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 2}, true},
-      {{1, 3, 6, 1, 2, 1, 43, 12}, true},
+      {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 2}, true},    {{1, 3, 6, 1, 2, 1, 43, 12}, true},
       {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9, 1}, false},  // the same object again
       {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 9}, false},     // its parent
       {{1, 3, 6, 1, 2, 1, 43, 11, 1, 1, 8, 7}, false},

@@ -1,7 +1,7 @@
 // Host text, port choice and resource paths.
-#include <gtest/gtest.h>
-
 #include "url.h"
+
+#include <gtest/gtest.h>
 
 namespace NorvaneHost {
 namespace {
@@ -12,8 +12,8 @@ TEST(UrlTest, HostTextIsAcceptedOnlyWhenItCanNameAHost) {
   EXPECT_EQ("2001:db8::7", ParseHostName(u"[2001:db8::7]").value().text);
   EXPECT_TRUE(ParseHostName(u"printer-3.office.example"));
   EXPECT_TRUE(ParseHostName(u"drucker.b\u00FCro.example"));  // sent to libcurl as UTF-8
-  for (const char16_t* bad : {u"", u"[]", u"[printer]", u"host:631", u"a b", u"user@host", u"h/p",
-                              u"2001:db8::zz", u"[2001:db8::1"}) {
+  for (const char16_t* bad :
+       {u"", u"[]", u"[printer]", u"host:631", u"a b", u"user@host", u"h/p", u"2001:db8::zz", u"[2001:db8::1"}) {
     EXPECT_FALSE(ParseHostName(bad)) << std::string(bad, bad + std::char_traits<char16_t>::length(bad));
   }
 }
@@ -24,9 +24,9 @@ TEST(UrlTest, PortTextOverridesOnlyTheIppPortsAndOnlyWhenNumeric) {
     const char16_t* text;
     uint32_t used;
   } const cases[] = {
-      {631, u"8631", 8631}, {443, u"8443", 8443}, {8080, u"8631", 8080}, {3910, u"8631", 3910},
-      {631, u"65535", 65535}, {631, u"", 631},    {631, u"0", 631},      {631, u"65536", 631},
-      {631, u"+631", 631},    {631, u" 631", 631}, {631, u"63a", 631},   {631, u"123456", 631},
+      {631, u"8631", 8631},   {443, u"8443", 8443}, {8080, u"8631", 8080}, {3910, u"8631", 3910},
+      {631, u"65535", 65535}, {631, u"", 631},      {631, u"0", 631},      {631, u"65536", 631},
+      {631, u"+631", 631},    {631, u" 631", 631},  {631, u"63a", 631},    {631, u"123456", 631},
   };
   for (const Case& c : cases) EXPECT_EQ(c.used, EffectivePort(c.asked, c.text)) << c.asked;
 }

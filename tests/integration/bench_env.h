@@ -21,11 +21,11 @@ inline uint32_t BenchPort(const char* name, uint32_t fallback) {
 }
 
 // Peers listen only inside the bench; anywhere else the tests have nobody to talk to.
-#define NORVANE_REQUIRE_BENCH()                                                             \
-  do {                                                                                      \
-    if (::NorvaneBench::BenchValue("NORVANE_BENCH") != "1") {                               \
-      GTEST_SKIP() << "needs tests/integration/bench.sh";                                   \
-    }                                                                                       \
+#define NORVANE_REQUIRE_BENCH()                               \
+  do {                                                        \
+    if (::NorvaneBench::BenchValue("NORVANE_BENCH") != "1") { \
+      GTEST_SKIP() << "needs tests/integration/bench.sh";     \
+    }                                                         \
   } while (0)
 
 }  // namespace NorvaneBench

@@ -50,8 +50,8 @@ class CaptureLog {
   struct Writer : QxLogging::ILogWriter {
     void Write(const QxLogging::CLogModule& module, const QxLogging::LogRecord& r) override {
       std::lock_guard<std::mutex> lock(mutex);
-      records.push_back({module.Name(), r.category, r.line, std::string(r.function), std::string(r.sourceFile),
-                         std::string(r.text)});
+      records.push_back(
+          {module.Name(), r.category, r.line, std::string(r.function), std::string(r.sourceFile), std::string(r.text)});
     }
     std::mutex mutex;
     std::vector<CapturedRecord> records;

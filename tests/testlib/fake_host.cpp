@@ -114,7 +114,9 @@ HRESULT FakeAddress::MakeRequest(Norvane::HTTPRequest** request, uint32_t port) 
 
 HRESULT FakeAddress::CreateRequest(Norvane::HTTPRequest** request, uint32_t port) { return MakeRequest(request, port); }
 
-HRESULT FakeAddress::CreateRequestEx(Norvane::HTTPRequest** request, uint32_t port) { return MakeRequest(request, port); }
+HRESULT FakeAddress::CreateRequestEx(Norvane::HTTPRequest** request, uint32_t port) {
+  return MakeRequest(request, port);
+}
 
 HRESULT FakeAddress::GetMIBConnection(Norvane::MIBConnection** connection) {
   if (connection == nullptr) return E_POINTER;

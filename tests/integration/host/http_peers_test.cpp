@@ -200,8 +200,8 @@ TEST_F(HostHttpPeers, FaultsAreAnswersOrFailuresWithinTheTimeOuts) {
       {8080, u"/DevMgmt/ProductConfigDyn.xml?sim-fault=404", S_OK, 404, CURLE_OK, 0},
       // Trickled, but never silent for the read time-out.
       {80, u"/qv/device/product_information.xml?sim-fault=slow:1500", S_OK, 200, CURLE_OK, 1.3},
-      {80, u"/qv/device/product_information.xml?sim-fault=truncate:40,stall:4000", E_FAIL, 0,
-       CURLE_OPERATION_TIMEDOUT, 0.9},
+      {80, u"/qv/device/product_information.xml?sim-fault=truncate:40,stall:4000", E_FAIL, 0, CURLE_OPERATION_TIMEDOUT,
+       0.9},
       // A body cut short is a failure, not a short answer.
       {80, u"/qv/device/product_information.xml?sim-fault=chunked,truncate:40", E_FAIL, 0, CURLE_PARTIAL_FILE, 0},
       {9, u"/", E_FAIL, 0, CURLE_COULDNT_CONNECT, 0},
@@ -215,8 +215,10 @@ TEST_F(HostHttpPeers, FaultsAreAnswersOrFailuresWithinTheTimeOuts) {
     Ref<Norvane::HTTPRequest> request;
     Norvane::HTTPResponse* response = reinterpret_cast<Norvane::HTTPResponse*>(1);
     auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(c.result, Get(c.port == 8080 ? altPort_ : c.port == 80 ? webPort_ : c.port, c.resource, request,
-                            &response));
+    ASSERT_EQ(c.result, Get(c.port == 8080 ? altPort_
+                            : c.port == 80 ? webPort_
+                                           : c.port,
+                            c.resource, request, &response));
     double waited = SecondsSince(start);
     EXPECT_GE(waited, c.atLeast);
     EXPECT_LT(waited, c.atLeast + 1.5);
@@ -260,14 +262,20 @@ TEST_F(HostHttpPeers, StreamedBodiesReachThePrinterAsWrittenOrDeframedOnce) {
       // Pieces as the library sends them: header plus first data, then data
       // pieces; one frame cut across writes (inside its size line too), two
       // frames in one write.
-      {"library framed", true,
-       {{Frame(first)}, {Frame(Pattern(255, 2))}, {framedThird.substr(0, 3)}, {framedThird.substr(3, 40000)},
-        {framedThird.substr(40003)}, {Frame(Pattern(10, 4)) + Frame("x")}, {kLastChunk}},
-       true, first + Pattern(255, 2) + third + Pattern(10, 4) + "x"},
+      {"library framed",
+       true,
+       {{Frame(first)},
+        {Frame(Pattern(255, 2))},
+        {framedThird.substr(0, 3)},
+        {framedThird.substr(3, 40000)},
+        {framedThird.substr(40003)},
+        {Frame(Pattern(10, 4)) + Frame("x")},
+        {kLastChunk}},
+       true,
+       first + Pattern(255, 2) + third + Pattern(10, 4) + "x"},
       // Looks like framing, but nobody framed it: it must arrive as written.
       {"unframed", false, {{unframed.substr(0, 7)}, {unframed.substr(7)}}, true, unframed},
-      {"nothing after the last chunk", true, {{Frame("abc") + kLastChunk}, {Frame("def"), E_INVALIDARG}}, true,
-       "abc"},
+      {"nothing after the last chunk", true, {{Frame("abc") + kLastChunk}, {Frame("def"), E_INVALIDARG}}, true, "abc"},
       {"not a size", true, {{"zz\r\nabc", E_INVALIDARG}, {Frame("abc"), E_INVALIDARG}}, false, ""},
       {"data into the next size line", true, {{"3\r\nabcd\r\n", E_INVALIDARG}}, false, ""},
       {"answered early", true, early, true, "401 Unauthorized", 401, u"/ipp/print?sim-fault=401,early"},

@@ -42,8 +42,7 @@ class HostSnmpPeer : public ::testing::Test {
   std::string GetMany(std::vector<const char16_t*> oids) {
     std::vector<VARIANT> values(oids.size());
     for (VARIANT& v : values) VariantInit(&v);
-    EXPECT_EQ(S_OK, connection_->GetMultipleValues(oids.data(), values.data(),
-                                                    static_cast<uint32_t>(oids.size())));
+    EXPECT_EQ(S_OK, connection_->GetMultipleValues(oids.data(), values.data(), static_cast<uint32_t>(oids.size())));
     std::string text;
     for (VARIANT& v : values) text += (text.empty() ? "" : " ") + Text(v), VariantClear(&v);
     return text;
@@ -84,8 +83,7 @@ TEST_F(HostSnmpPeer, WalksATableWithTheBufferProtocol) {
     Norvane::Variant value = Norvane::Variant::FromString(u"untouched");
     HRESULT hr;
     int calls = 0;
-    while ((hr = connection_->GetNextOidAndValue(current.c_str(), buffer.data(), size, value.Ptr())) ==
-           E_OUTOFMEMORY) {
+    while ((hr = connection_->GetNextOidAndValue(current.c_str(), buffer.data(), size, value.Ptr())) == E_OUTOFMEMORY) {
       // Nothing is written into a buffer that is too small.
       EXPECT_EQ(std::u16string(size, u'#'), buffer);
       EXPECT_EQ("untouched", Text(value.Get()));
@@ -126,10 +124,11 @@ TEST_F(HostSnmpPeer, AnUnknownCommunityTimesOutWithinTheSetBound) {
 // never answered from before the SET.
 TEST_F(HostSnmpPeer, ReadsATableRowByRowAheadAndForgetsItOnSet) {
   std::vector<std::string> lines;
-  ASSERT_EQ(S_OK, NorvaneHostSetTrace(
-                      NORVANE_HOST_TRACE_EXCHANGES,
-                      [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); },
-                      &lines));
+  ASSERT_EQ(
+      S_OK,
+      NorvaneHostSetTrace(
+          NORVANE_HOST_TRACE_EXCHANGES,
+          [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); }, &lines));
   const int rows = std::stoi(BenchValue("NORVANE_SNMP_BIG_TABLE_ROWS", "1500"));
   std::string wrong;
   for (int row = 1; row <= 120; ++row) {
@@ -161,10 +160,11 @@ TEST_F(HostSnmpPeer, ReadsATableRowByRowAheadAndForgetsItOnSet) {
 
 TEST_F(HostSnmpPeer, TracesEachExchangeWithoutItsSecrets) {
   std::vector<std::string> lines;
-  ASSERT_EQ(S_OK, NorvaneHostSetTrace(
-                      NORVANE_HOST_TRACE_EXCHANGES,
-                      [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); },
-                      &lines));
+  ASSERT_EQ(
+      S_OK,
+      NorvaneHostSetTrace(
+          NORVANE_HOST_TRACE_EXCHANGES,
+          [](void* into, const char* line) { static_cast<std::vector<std::string>*>(into)->push_back(line); }, &lines));
   Norvane::Variant value, renamed = Norvane::Variant::FromString(u"Front Desk");
   ASSERT_EQ(S_OK, connection_->GetValue(kDeviceDescr, value.Ptr()));
   EXPECT_EQ("62 -", GetMany({kBlackLevel, kMissing}));

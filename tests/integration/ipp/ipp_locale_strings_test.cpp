@@ -10,7 +10,8 @@
 TEST(IppLocaleStringsBench, StringsOfTheChosenLanguageComeFromThePrinterWebPort) {
   const char* fixtures = std::getenv("NORVANE_SIM_FIXTURES");
   const char* webPort = std::getenv("NORVANE_SIM_HTTP_PORT");
-  if (fixtures == nullptr || webPort == nullptr) GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";
+  if (fixtures == nullptr || webPort == nullptr)
+    GTEST_SKIP() << "needs the integration bench (tests/integration/bench.sh)";
   auto printer = QxUtils::AdoptRef<Norvane::QxNetAddress>(CreateNetAddress(u"127.0.0.1"));
   std::string port(webPort);
   ASSERT_EQ(printer->SetPortText(std::u16string(port.begin(), port.end()).c_str()), S_OK);

@@ -13,18 +13,18 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <string>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "../bench_env.h"
 #include "ipp/ipp_provider_impl.h"
 #include "ipp/ipp_request_attributes.h"
 #include "ipp/ipp_response_attributes.h"
 #include "norvane/host.h"
 #include "support/ref.h"
 #include "support/string_utils.h"
-#include "../bench_env.h"
 
 extern char** environ;
 
@@ -58,7 +58,8 @@ uint64_t HashFile(const fs::path& path, uint64_t* size) {
   uint64_t hash = 0xcbf29ce484222325ull;
   *size = 0;
   while (in.read(buffer.data(), kChunk) || in.gcount() > 0) {
-    for (std::streamsize i = 0; i < in.gcount(); ++i) hash = (hash ^ static_cast<uint8_t>(buffer[i])) * 0x100000001b3ull;
+    for (std::streamsize i = 0; i < in.gcount(); ++i)
+      hash = (hash ^ static_cast<uint8_t>(buffer[i])) * 0x100000001b3ull;
     *size += static_cast<uint64_t>(in.gcount());
   }
   return hash;
@@ -110,20 +111,31 @@ class IppPrint : public ::testing::Test {
   Ref<IPPProviderImpl> OwnPrinter(const std::string& scheme, int port, std::vector<std::string> options) {
     std::string dir = NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/printer-" + std::to_string(port);
     fs::create_directories(dir + "/keys");
-    std::vector<std::string> args = {"ippeveprinter", "-r", "off", "-p", std::to_string(port), "-d", dir, "-K",
-                                     dir + "/keys", "-f", "application/pdf,image/pwg-raster"};
+    std::vector<std::string> args = {"ippeveprinter",
+                                     "-r",
+                                     "off",
+                                     "-p",
+                                     std::to_string(port),
+                                     "-d",
+                                     dir,
+                                     "-K",
+                                     dir + "/keys",
+                                     "-f",
+                                     "application/pdf,image/pwg-raster"};
     args.insert(args.end(), options.begin(), options.end());
     args.push_back("Printer " + std::to_string(port));
     printers.push_back(Spawn(args));
     std::u16string uri = QxUtils::Utf8ToWide(scheme + "://127.0.0.1:" + std::to_string(port) + "/ipp/print");
     for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
       auto own = AdoptRef<Norvane::QxNetAddress>(CreateNetAddress(u"127.0.0.1"));
-      if (auto* p = IPPProviderImpl::Create2(own.get(), uri.c_str(), Norvane::kIppDefaultSecurityFlags)) return AdoptRef(p);
+      if (auto* p = IPPProviderImpl::Create2(own.get(), uri.c_str(), Norvane::kIppDefaultSecurityFlags))
+        return AdoptRef(p);
     }
     return nullptr;
   }
   Ref<IPPProviderImpl> Provider() {
-    std::u16string uri = QxUtils::Utf8ToWide(NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
+    std::u16string uri =
+        QxUtils::Utf8ToWide(NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"));
     return AdoptRef(IPPProviderImpl::Create2(address.get(), uri.c_str(), Norvane::kIppDefaultSecurityFlags));
   }
   // Job attributes of a user of the test's own, so that Get-Jobs sees only its jobs.
@@ -163,12 +175,14 @@ class IppPrint : public ::testing::Test {
 };
 
 TEST_F(IppPrint, DocumentsReachTheSpoolByteForByte) {
-  const std::string pdf = "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>"
-                          "endobj\n3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 612 792]>>endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n";
+  const std::string pdf =
+      "%PDF-1.4\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>"
+      "endobj\n3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 612 792]>>endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n";
   auto provider = Provider();
   auto attributes = Attributes("one-body", "application/pdf");
   ASSERT_EQ(provider->PrintJob(attributes.get(), response.get(), reinterpret_cast<const uint8_t*>(pdf.data()),
-                               static_cast<int32_t>(pdf.size()), false), S_OK);
+                               static_cast<int32_t>(pdf.size()), false),
+            S_OK);
   ASSERT_GT(response->GetJobID(), 0);
   std::ifstream spooled(SpoolFile(response->GetJobID()), std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(spooled), {}), pdf);
@@ -212,9 +226,11 @@ TEST_F(IppPrint, JobOperationsFindTheCallersJobs) {
   // A document the printer fetches from the simulator's web server.
   const std::string pdf = "%PDF-1.4\ntrailer<<>>\n%%EOF\n";
   std::ofstream(NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf") << pdf;
-  ASSERT_EQ(Spawn({"curl", "-sf", "-o", "/dev/null", "-X", "PUT", "-H", "Content-Type: application/pdf", "--data-binary",
-                 "@" + NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf",
-                 NorvaneBench::BenchValue("NORVANE_SIM_CONTROL_URL", "") + "/resource?path=/docs/fetched.pdf"}, true), 0);
+  ASSERT_EQ(Spawn({"curl", "-sf", "-o", "/dev/null", "-X", "PUT", "-H", "Content-Type: application/pdf",
+                   "--data-binary", "@" + NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/fetched.pdf",
+                   NorvaneBench::BenchValue("NORVANE_SIM_CONTROL_URL", "") + "/resource?path=/docs/fetched.pdf"},
+                  true),
+            0);
   attributes->SetDocumentUri("http://127.0.0.1/docs/fetched.pdf");
   ASSERT_EQ(provider->PrintUri(attributes.get(), response.get()), S_OK);
   EXPECT_STREQ(response->GetSuccessStatus(), "0");
@@ -266,9 +282,12 @@ TEST_F(IppPrint, CancelledJobsEndCancelled) {
   std::string test = NorvaneBench::BenchValue("NORVANE_BENCH_DIR", "/tmp") + "/cancel.test";
   std::ofstream(test) << "{ OPERATION Cancel-Job GROUP operation-attributes-tag ATTR charset attributes-charset utf-8 "
                          "ATTR naturalLanguage attributes-natural-language en ATTR uri printer-uri $uri "
-                         "ATTR integer job-id " << response->GetJobID()
+                         "ATTR integer job-id "
+                      << response->GetJobID()
                       << " ATTR name requesting-user-name cancel-other STATUS successful-ok }\n";
-  ASSERT_EQ(Spawn({"ipptool", "-q", NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"), test}, true), 0);
+  ASSERT_EQ(Spawn({"ipptool", "-q", NorvaneBench::BenchValue("NORVANE_IPP_URI", "ipp://127.0.0.1:631/ipp/print"), test},
+                  true),
+            0);
   std::vector<uint8_t> more(kChunk);
   for (int i = 0; i < 4; ++i) {
     document.Next(&more);

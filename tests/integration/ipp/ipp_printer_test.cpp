@@ -5,11 +5,11 @@
 #include <fstream>
 #include <string>
 
+#include "../bench_env.h"
 #include "ipp/ipp_operations.h"
 #include "norvane/host.h"
 #include "support/ref.h"
 #include "support/string_utils.h"
-#include "../bench_env.h"
 #include "unit/ipp/ipp_test_util.h"
 
 namespace {

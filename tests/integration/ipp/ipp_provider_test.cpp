@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <string>
 
+#include "../bench_env.h"
 #include "norvane/host.h"
 #include "norvane/norvane.h"
-#include "../bench_env.h"
 #include "testlib/temp_dir.h"
 
 namespace {

@@ -22,11 +22,11 @@
 
 namespace {
 
+using IppTest::Text;
 using Norvane::IPPOperations;
 using Norvane::IPPProviderImpl;
 using QxUtils::AdoptRef;
 using QxUtils::Ref;
-using IppTest::Text;
 using Value = IppTest::OwnedVariant;
 
 constexpr char kPath[] = "/ipp/printer";
@@ -89,13 +89,10 @@ TEST_F(IppSimFaults, SendAndDecodeOutcomes) {
     uint32_t lastError;  // when the send fails
     HRESULT parse;       // when it succeeds
   } cases[] = {
-      {"none", S_OK, 0, S_OK},
-      {"401@1", E_FAIL, 401, 0},
-      {"404@1", E_FAIL, 404, 0},
-      {"500@1", E_FAIL, 500, 0},
-      {"status:200@1", S_OK, 0, E_FAIL},  // an HTML page with 200
-      {"truncate:20@1", E_FAIL, 18, 0},   // cut short: the host's partial-body code
-      {"delay:3000@1", E_FAIL, 28, 0},    // silent past the read time-out
+      {"none", S_OK, 0, S_OK},          {"401@1", E_FAIL, 401, 0},         {"404@1", E_FAIL, 404, 0},
+      {"500@1", E_FAIL, 500, 0},        {"status:200@1", S_OK, 0, E_FAIL},  // an HTML page with 200
+      {"truncate:20@1", E_FAIL, 18, 0},                                     // cut short: the host's partial-body code
+      {"delay:3000@1", E_FAIL, 28, 0},                                      // silent past the read time-out
   };
   ASSERT_EQ(NetAddressSetHttpTimeouts(address_.get(), 0, 700), S_OK);
   for (const Case& c : cases) {
@@ -127,9 +124,8 @@ TEST_F(IppSimFaults, ProviderCreationOutcomes) {
     bool created;
     uint32_t lastError;
   } cases[] = {
-      {"none", true, 0},          {"400@1", false, 0x20000009}, {"404@1", false, 0x20000009},
-      {"405@1", false, 0x20000009}, {"401@1", false, 401},        {"500@1", false, 500},
-      {"status:200@1", false, 0},  // not IPP: the decode fails
+      {"none", true, 0},     {"400@1", false, 0x20000009}, {"404@1", false, 0x20000009}, {"405@1", false, 0x20000009},
+      {"401@1", false, 401}, {"500@1", false, 500},        {"status:200@1", false, 0},  // not IPP: the decode fails
   };
   const std::u16string uri = QxUtils::Utf8ToWide("ipp://127.0.0.1:" + port_ + kPath);
   for (const Case& c : cases) {

@@ -13,10 +13,10 @@
 #include <tuple>
 
 #include "../bench_env.h"
-#include "testlib/temp_dir.h"
 #include "norvane/api.h"
 #include "norvane/host.h"
 #include "norvane/norvane.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 
@@ -45,8 +45,8 @@ std::string Read(Source* source, const std::u16string& key, HRESULT* status = nu
   VARIANT v;
   VariantInit(&v);
   HRESULT hr = source->GetValue(key.c_str(), &v);
-  std::string text = hr == S_OK || status != nullptr ? Narrow(v)
-                                                     : "<error " + std::to_string(static_cast<uint32_t>(hr)) + ">";
+  std::string text =
+      hr == S_OK || status != nullptr ? Narrow(v) : "<error " + std::to_string(static_cast<uint32_t>(hr)) + ">";
   if (status != nullptr) *status = hr;
   VariantClear(&v);
   return text;
@@ -110,15 +110,15 @@ TEST_F(OidBench, EachKindOfItemAnswersAsTheAgentHasIt) {
       {u"Live", "2"},
       {u"Gone", kFail},
       {u"Unknown", kFail},
-      {u"Black", "62,,9"},  // members in name order; one the agent lacks adds empty text
-      {u"Supply.003", kFail},  // beyond the declared count
+      {u"Black", "62,,9"},                              // members in name order; one the agent lacks adds empty text
+      {u"Supply.003", kFail},                           // beyond the declared count
       {u"Supply.2a", "Magenta Toner Cartridge NX41M"},  // digits up to the first other character
       {u"Supply.-1", kFail},
       {u"dev:Supply.001", "Black Toner Cartridge NX41K"},
       {u"dev:Supply", "dev:Supply.###"},  // the walk stored the whole table
       {u"Peek.002", "Magenta Toner Cartridge NX41M"},
       {u"Peek", "Peek.###"},
-      {u"Far.001", "black"},  // the next OID is much longer than the one asked about
+      {u"Far.001", "black"},   // the next OID is much longer than the one asked about
       {u"TooFar.001", kFail},  // past the buffer's five retries
       {u"Rows.001", "Magenta Toner Cartridge NX41M"},
       {u"Rows.000", "Black Toner Cartridge NX41K"},
@@ -150,7 +150,7 @@ TEST_F(OidBench, ProviderReadsWritesAndRefusesBadArguments) {
   } rows[] = {
       {u"1.3.6.1.2.1.43.5.1.1.17.1;", true, "NV42A17Q9X"},
       {u"1.3.6.1.2.1.43.5.1.1.17.1;1.3.6.1.2.1.43.5.1.1.17.1", false, "NV42A17Q9X"},  // read-only
-      {u"1.3.6.1.2.1.43.5.1.1.17.9;1.3.6.1.2.1.43.5.1.1.3.1", true, "<vt 0>"},  // a failed read still writes
+      {u"1.3.6.1.2.1.43.5.1.1.17.9;1.3.6.1.2.1.43.5.1.1.3.1", true, "<vt 0>"},        // a failed read still writes
       {u"1.3.6.1.2.1.43.5.1.1.3.1", true, "1"},
   };
   for (const auto& row : rows) {
@@ -270,11 +270,15 @@ TEST(OidWalk, BulkReadAheadKeepsTheValuesAndCutsTheRequests) {
   const std::string count = std::to_string(rows);
   const std::u16string document = Widen(
       "<DataMaps><OIDDataMap>"
-      "<NextDataItem Name=\"Desc\" OID=\"1.3.6.1.2.1.43.11.1.1.6.2\" Count=\"" + count + "\"/>"
+      "<NextDataItem Name=\"Desc\" OID=\"1.3.6.1.2.1.43.11.1.1.6.2\" Count=\"" +
+      count +
+      "\"/>"
       "<NextDataItem Name=\"Level\" OID=\"1.3.6.1.2.1.43.11.1.1.9.2\" UntilEnd=\"true\"/>"
       "<DataItem Name=\"Black\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.1\" GroupID=\"g\"/>"
       "<DataItem Name=\"Magenta\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.2\" GroupID=\"g\"/>"
-      "<DataItem Name=\"Last\" OID=\"1.3.6.1.2.1.43.11.1.1.6.2." + count + "\" GroupID=\"g\"/>"
+      "<DataItem Name=\"Last\" OID=\"1.3.6.1.2.1.43.11.1.1.6.2." +
+      count +
+      "\" GroupID=\"g\"/>"
       "</OIDDataMap></DataMaps>");
   long requests[2] = {0, 0};
   for (uint32_t version : {NORVANE_SNMP_VERSION_1, NORVANE_SNMP_VERSION_2C}) {
@@ -338,9 +342,11 @@ TEST(OidV3, UsersReadWhatTheCommunityReadsAndOthersFailQuickly) {
   setenv("NORVANE_REGISTRY_DIR", (work / "registry").c_str(), 1);
   std::filesystem::create_directories(work / "registry/HKCU/Software/QV/Qx/Logging");
   std::ofstream(work / "registry/HKCU/Software/QV/Qx/Logging/values.reg")
-      << "\"LogCategories\"=dword:20000cb0\n\"LogInfoDetailLevel\"=dword:0000000f\n\"LogFileName\"=\"" << log.string() << "\"\n";
+      << "\"LogCategories\"=dword:20000cb0\n\"LogInfoDetailLevel\"=dword:0000000f\n\"LogFileName\"=\"" << log.string()
+      << "\"\n";
   const std::string user = BenchValue("NORVANE_SNMP_V3_USER"), pass = BenchValue("NORVANE_SNMP_V3_AUTH_PASS");
-  HRESULT created = E_FAIL; long v2cPackets = 0, packets = 0;
+  HRESULT created = E_FAIL;
+  long v2cPackets = 0, packets = 0;
   const std::string v2c = ReadAs(nullptr, 0, 0, "", 0, "", &created, &v2cPackets);
   ASSERT_EQ(v2c, "Norvane NX-4100 Color MFP|62,9|Supply 300|");
   // user, level (2 authNoPriv, 3 authPriv), digest, pass phrase, AES key size, context; reads

@@ -12,7 +12,8 @@ using namespace Norvane;
 #define OID_MAP(items) u"<DataMaps><OIDDataMap>" items u"</OIDDataMap></DataMaps>"
 #define WS_MAP(items) u"<DataMaps><XMLDataMap Protocol='WS'>" items u"</XMLDataMap></DataMaps>"
 const char16_t* kModel = OID_MAP(u"<DataItem Name='Model' OID='1.3.6.1.2.1.25.3.2.1.3.1'/>");
-const char16_t* kTwoItems = OID_MAP(u"<DataItem Name='B' OID='1.3.6.1.2.1.43.5.1.1.17.1'/><DataItem Name='A' OID='x'/>");
+const char16_t* kTwoItems =
+    OID_MAP(u"<DataItem Name='B' OID='1.3.6.1.2.1.43.5.1.1.17.1'/><DataItem Name='A' OID='x'/>");
 const char16_t* kSerial = OID_MAP(u"<DataItem Name='Serial' OID='1.3.6.1.2.1.43.5.1.1.17.1'/>");
 const char16_t* kReset = OID_MAP(u"<DataItem Name='Reset' OID='1.3.6.1.2.1.43.5.1.1.3.1'/>");
 const char16_t* kNoName = OID_MAP(u"<DataItem Name='' OID='1.3.6.1.2.1.25.3.2.1.3.1'/>");
@@ -28,8 +29,15 @@ enum class Device { kPrinter, kSilent, kStranger, kUnnamed };
 enum Value { kEmpty = 0, kPowerCycle = 4, kNvramReset = 5, kText = -1 };  // integers: prtGeneralReset values
 
 // read: the value read, or for a write the value read back afterwards.
-struct Row { const char* name; bool set; Device device; const char16_t* document; Value value; HRESULT expected;
-             const char* read = nullptr; };
+struct Row {
+  const char* name;
+  bool set;
+  Device device;
+  const char16_t* document;
+  Value value;
+  HRESULT expected;
+  const char* read = nullptr;
+};
 
 const Row kRows[] = {
     {"ReadsModel", false, Device::kPrinter, kModel, kEmpty, S_OK, "Norvane NX-4100 Color MFP"},
@@ -68,8 +76,9 @@ class SingleRequest : public ::testing::TestWithParam<Row> {};
 TEST_P(SingleRequest, ReturnsTheCodeOfTheLastFailedStep) {
   if (std::getenv("NORVANE_BENCH") == nullptr) GTEST_SKIP() << "needs the integration bench";
   const Row& row = GetParam();
-  std::string host = row.device == Device::kUnnamed ? "printer.invalid"
-                     : std::getenv(row.device == Device::kSilent ? "NORVANE_BENCH_IPV4" : "NORVANE_PRINTER_HOST");
+  std::string host = row.device == Device::kUnnamed
+                         ? "printer.invalid"
+                         : std::getenv(row.device == Device::kSilent ? "NORVANE_BENCH_IPV4" : "NORVANE_PRINTER_HOST");
   QxNetAddress* address = CreateNetAddress(std::u16string(host.begin(), host.end()).c_str());
   // A device that does not answer costs one short wait, not the default retries.
   if (row.device != Device::kPrinter) NetAddressSetSnmpTimeout(address, 300, 0);

@@ -12,10 +12,10 @@
 #include <iterator>
 #include <string>
 
+#include "../bench_env.h"
 #include "norvane/api.h"
 #include "norvane/host.h"
 #include "norvane/norvane.h"
-#include "../bench_env.h"
 
 namespace {
 
@@ -138,13 +138,21 @@ TEST_F(XmlBench, EachProtocolAnswersWithConversionsAndCaches) {
     const char* resource;  // counted at the journal
     std::vector<std::pair<const char16_t*, std::string>> values;
   } cases[] = {
-      {kVexaMap, "/DevMgmt/ProductConfigDyn.xml",
-       {{u"Source", "VEXA"}, {u"dev:Serial", "NV42A17Q9X"}, {u"Model", "Norvane NX-4100 Series"},
-        {u"State", "Idle"}, {u"Magenta", "Order"}}},
-      {kProductInformationMap, "/qv/device/product_information.xml",
+      {kVexaMap,
+       "/DevMgmt/ProductConfigDyn.xml",
+       {{u"Source", "VEXA"},
+        {u"dev:Serial", "NV42A17Q9X"},
+        {u"Model", "Norvane NX-4100 Series"},
+        {u"State", "Idle"},
+        {u"Magenta", "Order"}}},
+      {kProductInformationMap,
+       "/qv/device/product_information.xml",
        {{u"Source", "PLSXML"}, {u"Serial", "NV42A17Q9X"}, {u"Pages", "many"}, {u"Tray", "none"}}},
-      {kWebServicesMap, "/device",
-       {{u"Source", "WS"}, {u"State", "Ready"}, {u"Copies", "1"},
+      {kWebServicesMap,
+       "/device",
+       {{u"Source", "WS"},
+        {u"State", "Ready"},
+        {u"Copies", "1"},
         {u"DeviceId",
          "MFG:Norvane;MDL:NX-4100 Series;CMD:PCL,PDF,PWG,URF;CLS:PRINTER;DES:Norvane NX-4100 Color MFP;"
          "SN:NV42A17Q9X;CID:NVX_COLOR_LASER;"}}},
@@ -166,21 +174,23 @@ TEST_F(XmlBench, LongTextsTransientAndMissingItems) {
   std::ofstream(work_ / "long.xml") << "<P><ProductSerialNumber>" << serial << "</ProductSerialNumber>"
                                     << "<PageCount>7</PageCount></P>";
   Replace("/qv/device/product_information.xml", work_ / "long.xml");
-  ASSERT_EQ(Open(Document({u"<XMLDataMap Protocol='PLSXML'>"
-                           u"<DataItem Name='Serial' URI='/qv/device/product_information.xml' XPath='//ProductSerialNumber'/>"
-                           u"<DataItem Name='Count' URI='/qv/device/product_information.xml' XPath='//PageCount'"
-                           u" Transient='TRUE'/>"
-                           u"<DataItem Name='Gone' URI='/qv/device/product_information.xml' XPath='//Gone'/>"
-                           u"</XMLDataMap>"})),
-            S_OK);
+  ASSERT_EQ(
+      Open(Document({u"<XMLDataMap Protocol='PLSXML'>"
+                     u"<DataItem Name='Serial' URI='/qv/device/product_information.xml' XPath='//ProductSerialNumber'/>"
+                     u"<DataItem Name='Count' URI='/qv/device/product_information.xml' XPath='//PageCount'"
+                     u" Transient='TRUE'/>"
+                     u"<DataItem Name='Gone' URI='/qv/device/product_information.xml' XPath='//Gone'/>"
+                     u"</XMLDataMap>"})),
+      S_OK);
   const int before = RequestCount("/qv/device/product_information.xml");
   const struct {
     const char16_t* key;
     std::string answer;
     int requests;  // made by this read
   } rows[] = {
-      {u"dev:Serial", serial, 0}, {u"a:b:Serial", "#" + std::to_string(E_FAIL), 0}, {u"Count", "7", 1},
-      {u"Count", "7", 1},         {u"Gone", "#1", 0},                                {u"Gone", "", 0},
+      {u"dev:Serial", serial, 0}, {u"a:b:Serial", "#" + std::to_string(E_FAIL), 0},
+      {u"Count", "7", 1},         {u"Count", "7", 1},
+      {u"Gone", "#1", 0},         {u"Gone", "", 0},
   };
   int expected = before;
   for (const auto& row : rows) {
@@ -245,8 +255,9 @@ TEST_F(XmlBench, HostileAnswersFailCleanlyWithBoundedMemory) {
   // Made by the shell, so that this process never holds them: 50 MiB of text,
   // and tiny elements filling 8 MiB and just under 1 MiB.
   auto make = [this](const char* name, const std::string& content) {
-    ASSERT_EQ(std::system(("{ printf '<P><ProductSerialNumber>'; " + content + "; printf '</ProductSerialNumber></P>'; } >" +
-                           (work_ / name).string()).c_str()),
+    ASSERT_EQ(std::system(("{ printf '<P><ProductSerialNumber>'; " + content +
+                           "; printf '</ProductSerialNumber></P>'; } >" + (work_ / name).string())
+                              .c_str()),
               0);
   };
   make("big.xml", "head -c 52428800 /dev/zero | tr '\\0' x");

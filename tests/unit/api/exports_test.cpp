@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "norvane/norvane.h"
-#include "testlib/fake_host.h"
 #include "support/ref.h"
+#include "testlib/fake_host.h"
 
 namespace {
 
@@ -13,9 +13,13 @@ using NorvaneTest::FakeAddress;
 // never probed).
 TEST(Exports, PrintProviderFactoriesRefuseOtherSchemesBeforeAnyNetworkActivity) {
   auto address = QxUtils::AdoptRef(FakeAddress::Create(u"USB001"));
-  for (auto [secure, uri] : std::initializer_list<std::pair<bool, const char16_t*>>{
-           {false, u"ipps://host/ipp/print"}, {false, u"IPP://host/ipp/print"}, {false, u"http://host/ipp/print"},
-           {false, u""}, {false, nullptr}, {true, u"ipp://host/ipp/print"}, {true, u"IPPS://host/ipp/print"}}) {
+  for (auto [secure, uri] : std::initializer_list<std::pair<bool, const char16_t*>>{{false, u"ipps://host/ipp/print"},
+                                                                                    {false, u"IPP://host/ipp/print"},
+                                                                                    {false, u"http://host/ipp/print"},
+                                                                                    {false, u""},
+                                                                                    {false, nullptr},
+                                                                                    {true, u"ipp://host/ipp/print"},
+                                                                                    {true, u"IPPS://host/ipp/print"}}) {
     SetLastError(0);
     EXPECT_EQ(secure ? CreateSecureIPPPrintProvider(address.get(), uri, 0) : CreateIPPPrintProvider(address.get(), uri),
               nullptr);

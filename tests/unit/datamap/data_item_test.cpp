@@ -23,17 +23,20 @@ TEST(DataItemElement, AttributeRules) {
   std::vector<Xml::DocumentPtr> documents;
   auto element = [&documents](const char* xml) { return Root(documents.emplace_back(Parse(xml))); };
   // No Name: the AttributeID names the item; nothing else does, and attribute names are exact.
-  EXPECT_EQ(Show(Owned<IPPDataItemSpec>(IPPDataItemSpec::CreateIPPDataItemSpec(
-                     element("<DataItem AttributeID='printer-state'/>")))->GetName()),
+  EXPECT_EQ(Show(Owned<IPPDataItemSpec>(
+                     IPPDataItemSpec::CreateIPPDataItemSpec(element("<DataItem AttributeID='printer-state'/>")))
+                     ->GetName()),
             "printer-state");
-  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem URI='/x'/>")))->GetName()),
-            "<null>");
-  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem name='x'/>")))->GetName()),
-            "<null>");
+  EXPECT_EQ(
+      Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem URI='/x'/>")))->GetName()),
+      "<null>");
+  EXPECT_EQ(
+      Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem name='x'/>")))->GetName()),
+      "<null>");
   EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(nullptr))->GetUri()), "<null>");
   // A static item is its text content, not its Value, and has no conversions.
-  Owned<StaticDataItemSpec> fixed(StaticDataItemSpec::CreateStaticDataItemSpec(
-      element("<StaticDataItem Name='s' Value='v'>  text <b>and</b> more<Conversion Equals='a' Value='b'/></StaticDataItem>")));
+  Owned<StaticDataItemSpec> fixed(StaticDataItemSpec::CreateStaticDataItemSpec(element(
+      "<StaticDataItem Name='s' Value='v'>  text <b>and</b> more<Conversion Equals='a' Value='b'/></StaticDataItem>")));
   EXPECT_EQ(Show(fixed->GetStaticDataItemValue()), "  text and more");
   EXPECT_TRUE(fixed->GetEqualsConversions().empty());
 
@@ -46,12 +49,12 @@ TEST(DataItemElement, AttributeRules) {
                      ->GetJobUri()),
             "<null>");
   // A lifespan keeps its low 32 bits; the N counter of a generated OID starts at 0.
-  EXPECT_EQ(Owned<OIDDataItemSpec>(OIDDataItemSpec::CreateOIDDataItemSpec(u"p", u"1.3", nullptr, true, nullptr,
-                                                                          0x1'0000'0064ull, nullptr))
+  EXPECT_EQ(Owned<OIDDataItemSpec>(
+                OIDDataItemSpec::CreateOIDDataItemSpec(u"p", u"1.3", nullptr, true, nullptr, 0x1'0000'0064ull, nullptr))
                 ->GetLifespan(),
             100u);
-  Owned<OIDGetDataItemsSpec> rows(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(
-      u"levels", u"1.3.N", nullptr, false, nullptr, 0, nullptr, true, 4, u"7"));
+  Owned<OIDGetDataItemsSpec> rows(OIDGetDataItemsSpec::CreateOIDGetDataItemsSpec(u"levels", u"1.3.N", nullptr, false,
+                                                                                 nullptr, 0, nullptr, true, 4, u"7"));
   EXPECT_EQ(Show(rows->GetN()) + " " + Show(rows->GetOid().c_str()), "7 1.3.0");
 }
 
@@ -87,8 +90,8 @@ TEST(DataItemCopies, CopiesOwnTheirTextsAndTables) {
   auto document = Parse(
       "<DataItem Name=\"Status\" URI=\"/s.xml\" XPath=\"//s\" LifeSpan=\"20\">"
       "<Conversion Equals=\"READY\" Value=\"Ready\"/><Conversion Contains=\"Jam\" Value=\"Jam\"/></DataItem>");
-  auto original = std::make_unique<XMLDataItemSpec>(*Owned<XMLDataItemSpec>(
-      XMLDataItemSpec::CreateXMLDataItem(Root(document))));
+  auto original =
+      std::make_unique<XMLDataItemSpec>(*Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(Root(document))));
   XMLDataItemSpec copy(*original);
   const char16_t* originalName = original->GetName();
   original.reset();
@@ -123,7 +126,7 @@ TEST(GeneratedOids, SequenceFromTheNAttribute) {
     std::string trace;
   } rows[] = {
       {"OID='1.3.N' N='1'", "oon", "1.3.1 1.3.2 1.3.3 #4"},
-      {"OID='1.3.6.N.1'", "onn", " 1.3.6.0.1 1.3.6.1.1 #2"},  // no N: GetOid generates nothing, advances nothing
+      {"OID='1.3.6.N.1'", "onn", " 1.3.6.0.1 1.3.6.1.1 #2"},   // no N: GetOid generates nothing, advances nothing
       {"OID='1.N.2.N' N='-2'", "oo", "1.-2.2.N 1.-1.2.N #0"},  // only the first N
       {"OID='1.3.6' N='4'", "n", "1.3.6 #5"},
       {"N='1'", "n", " #2"},

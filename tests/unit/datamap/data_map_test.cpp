@@ -39,14 +39,16 @@ TEST(DataMapElement, NameCaseRulesAndProtocols) {
       "<NextDataItem Name=\"NotInXml\"/></xmldatamap>"
       "<XMLDataMap protocol=\"WS\"/><XMLDataMap Protocol=\"Ws\"/><XMLDataMap Protocol=\"plsxml\"/>"
       "<XMLDataMap Protocol=\"SOAP\"/>"
-      "<OIDDataMap Protocol=\"VEXA\"><DATAITEM Name=\"d\" OID=\"1.3\"/><nextdataitem Name=\"n\" OID=\"1.4\"/></OIDDataMap>"
+      "<OIDDataMap Protocol=\"VEXA\"><DATAITEM Name=\"d\" OID=\"1.3\"/><nextdataitem Name=\"n\" "
+      "OID=\"1.4\"/></OIDDataMap>"
       "<ippDataMap><ippparams Name=\"p\"/></ippDataMap><Unknown/>text</dataMAPS>");
   CollectionRef collection(DataMapSpecCollection::CreateDataMapSpecCollection(Root(document)));
   ASSERT_EQ(collection->GetCount(), 9);
   // The attribute is "Protocol", exactly; its value compares without case and is
   // kept as written. <Unknown/> and the text node are data maps of no type.
-  const DataMapTypeEnum types[] = {DataMapTypeVEXA, DataMapTypeNone, DataMapTypeWS,   DataMapTypePLSXML, DataMapTypeNone,
-                                   DataMapTypeOID,  DataMapTypeIPP,  DataMapTypeNone, DataMapTypeNone};
+  const DataMapTypeEnum types[] = {DataMapTypeVEXA,   DataMapTypeNone, DataMapTypeWS,
+                                   DataMapTypePLSXML, DataMapTypeNone, DataMapTypeOID,
+                                   DataMapTypeIPP,    DataMapTypeNone, DataMapTypeNone};
   for (int i = 0; i < 9; ++i) EXPECT_EQ(collection->GetDataMapSpec(i)->GetDataMapType(), types[i]) << i;
   EXPECT_EQ(collection->GetDataMapSpec(0)->GetProtocolType(), u"vexa");
   EXPECT_EQ(collection->GetDataMapSpec(1)->GetProtocolType(), u"");
@@ -79,8 +81,8 @@ TEST(DataMapElement, LastOfTheSameNameWinsAndNamelessItemsAreDropped) {
 }
 
 TEST(DataMapSpecTest, CreatedFromTypesAndByHand) {
-  const std::pair<int, std::u16string> types[] = {{0, u""},      {1, u"VEXA"}, {2, u"WS"}, {3, u"PLSXML"},
-                                                  {4, u"IPP"},   {5, u"OID"},  {9, u""},  {-1, u""}};
+  const std::pair<int, std::u16string> types[] = {{0, u""},    {1, u"VEXA"}, {2, u"WS"}, {3, u"PLSXML"},
+                                                  {4, u"IPP"}, {5, u"OID"},  {9, u""},   {-1, u""}};
   for (const auto& [type, protocol] : types) {
     auto spec = DataMapRef::Adopt(DataMapSpec::CreateDataMapSpec(static_cast<DataMapTypeEnum>(type)));
     EXPECT_EQ(spec->GetProtocolType(), protocol);
@@ -113,10 +115,10 @@ TEST(DataMapWalk, RemoveFromMapOnFirstMiddleAndLast) {
     std::string trace;
     std::vector<std::string> left;
   } rows[] = {
-      {"rnrnrr", "ab", {"c"}},          // nothing returned yet; a second call has nothing to remove
-      {"nnrn", "abc", {"a", "c"}},      // the middle
+      {"rnrnrr", "ab", {"c"}},             // nothing returned yet; a second call has nothing to remove
+      {"nnrn", "abc", {"a", "c"}},         // the middle
       {"nnnnr", "abc-", {"a", "b", "c"}},  // past the end the last cannot be removed
-      {"nrnrnrn", "abc-", {"c"}},       // pruning in one pass: every item but the last
+      {"nrnrnrn", "abc-", {"c"}},          // pruning in one pass: every item but the last
   };
   for (const auto& row : rows) {
     auto map = DataMapRef::Adopt(MapOf({u"a", u"b", u"c"}));

@@ -106,7 +106,7 @@ TEST(ConvertValue, Rules) {
       {kForms, Bytes({0xff, 0xff, 0xff, 0xfe, 0x7f, 0xff, 0xff, 0xff}), "str:range"},
       {kForms, Variant::FromString(u"\u00c9A"), "str:?A"},  // only ASCII letters are lowered
       {"<Conversion Contains=\"x,\" Value=\"f\"/>", Variant::FromString(u"yxy"), "str:f"},  // an empty fragment
-      {"<Conversion Contains=\"\" Value=\"e\"/>", Variant::FromString(u"a,,b"), "str:e"},  // an empty token
+      {"<Conversion Contains=\"\" Value=\"e\"/>", Variant::FromString(u"a,,b"), "str:e"},   // an empty token
       {"<Conversion Contains=\"\" Value=\"e\"/>", Variant::FromString(u"a,b"), "str:a,b"},
   };
   for (const auto& row : rows) {

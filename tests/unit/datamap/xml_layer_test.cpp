@@ -48,9 +48,9 @@ TEST(XmlLoad, BytesTextAndFileGiveTheSameTreeWithoutBlankText) {
 
   // UTF-16 text that claims UTF-16 in its declaration is still read correctly.
   Xml::DocumentPtr fromText;
-  ASSERT_EQ(Xml::LoadText(u"<?xml version=\"1.0\" encoding=\"UTF-16\"?><a x=\"\u00e9\">caf\u00e9 \u20ac</a>",
-                          &fromText),
-            S_OK);
+  ASSERT_EQ(
+      Xml::LoadText(u"<?xml version=\"1.0\" encoding=\"UTF-16\"?><a x=\"\u00e9\">caf\u00e9 \u20ac</a>", &fromText),
+      S_OK);
   EXPECT_EQ(Xml::TextContent(Root(fromText)), u"caf\u00e9 \u20ac");
   EXPECT_EQ(Xml::AttributeText(Root(fromText), "x"), std::optional<std::string>("\xc3\xa9"));
 
@@ -209,7 +209,8 @@ TEST(XmlNodes, ACallersDomKeepsTheTextOfItsOwnEntities) {
       "<!DOCTYPE DataMaps [<!ENTITY maker \"Acme\"><!ENTITY model \"&maker; 9000\">"
       "<!ENTITY far SYSTEM \"file:///etc/hostname\">]>"
       "<StaticDataItem Name=\"M\" Value=\"&model; &amp; co\">&model;<i>&maker;</i>&far;</StaticDataItem>";
-  Xml::DocumentPtr document(xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, XML_PARSE_NONET));
+  Xml::DocumentPtr document(
+      xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, XML_PARSE_NONET));
   ASSERT_NE(document, nullptr);
   xmlNode* root = xmlDocGetRootElement(document.get());
   EXPECT_EQ(Xml::AttributeText(root, "Value"), std::optional<std::string>("Acme 9000 & co"));

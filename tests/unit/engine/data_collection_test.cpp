@@ -6,10 +6,10 @@
 #include "norvane/api.h"
 #include "norvane/cache.h"
 #include "platform/clock.h"
-#include "testlib/fake_host.h"
-#include "testlib/temp_dir.h"
 #include "support/ref.h"
 #include "support/string_utils.h"
+#include "testlib/fake_host.h"
+#include "testlib/temp_dir.h"
 
 namespace {
 
@@ -45,9 +45,13 @@ TEST(DataCollection, LifespansExpireAtTheirBoundary) {
     const char16_t* key;
     HRESULT result;
   } reads[] = {
-      {49 * kTenthSecond, u"State", S_OK},     {51 * kTenthSecond, u"State", E_FAIL}, {51 * kTenthSecond, u"Model", S_OK},
+      {49 * kTenthSecond, u"State", S_OK},
+      {51 * kTenthSecond, u"State", E_FAIL},
+      {51 * kTenthSecond, u"Model", S_OK},
       {-36000 * kTenthSecond, u"State", E_FAIL},  // the clock set back an hour: the stamp is in the future
-      {-36000 * kTenthSecond, u"Model", S_OK}, {0, u"Missing", E_FAIL},               {0, nullptr, E_FAIL},
+      {-36000 * kTenthSecond, u"Model", S_OK},
+      {0, u"Missing", E_FAIL},
+      {0, nullptr, E_FAIL},
   };
   for (const auto& read : reads) {
     ClockOffset at(read.offset);
@@ -67,8 +71,8 @@ TEST(DataCollection, LifespansExpireAtTheirBoundary) {
 TEST(DataCollection, RemoveValuesWithPrefixMatchesTheTextBeforeTheFirstColonExactly) {
   auto m = NewMapper();
   Variant v = Variant::FromString(u"x");
-  for (const char16_t* key : {u"dev:SerialNumber", u"dev:Model", u"device:Name", u"SerialNumber", u":Name",
-                              u"dev:a:b", u"Dev:Upper"}) {
+  for (const char16_t* key :
+       {u"dev:SerialNumber", u"dev:Model", u"device:Name", u"SerialNumber", u":Name", u"dev:a:b", u"Dev:Upper"}) {
     m->StoreValue(key, &v.Get(), 0);
   }
   Variant before, after;  // a read writes over its out value without clearing it
@@ -92,7 +96,8 @@ TEST(DataCollection, StaticItemsAreStoredForeverAndLeaveTheDataMap) {
   auto map = QxUtils::AdoptRef(DataMapSpec::CreateDataMapSpec(DataMapTypeOID));
   map->AddDataItemSpec(u"dev:Vendor", StaticDataItemSpec::CreateStaticDataItemSpec(u"Vendor", u"Acme", u"dev"));
   map->AddDataItemSpec(u"Alpha", StaticDataItemSpec::CreateStaticDataItemSpec(u"Alpha", u"first", nullptr));
-  map->AddDataItemSpec(u"Model", XMLDataItemSpec::CreateXMLDataItem(u"Model", u"/u", u"//m", nullptr, false, 10, nullptr));
+  map->AddDataItemSpec(u"Model",
+                       XMLDataItemSpec::CreateXMLDataItem(u"Model", u"/u", u"//m", nullptr, false, 10, nullptr));
   map->AddDataItemSpec(u"zLast", StaticDataItemSpec::CreateStaticDataItemSpec(u"zLast", u"end", nullptr));
   ASSERT_EQ(m->LoadStaticValues(map.get()), S_OK);
   ClockOffset muchLater(1000000LL * kTenthSecond);
@@ -131,15 +136,19 @@ TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
 // text is an identity too, kept apart by its protocol. (The discovery tree's
 // serial is the bench's: XmlBench.FirstAnsweringDataMapServesAndNamesTheCache.)
 TEST(DataCollection, RegistryCacheTakesTheIdentityEachProtocolReads) {
-  auto deviceId = [](const char* id) { return "<e xmlns:wprt='urn:w'><wprt:DeviceId>" + std::string(id) + "</wprt:DeviceId></e>"; };
+  auto deviceId = [](const char* id) {
+    return "<e xmlns:wprt='urn:w'><wprt:DeviceId>" + std::string(id) + "</wprt:DeviceId></e>";
+  };
   const struct {
     const char16_t* protocol;
     std::map<std::u16string, std::string> documents;
     const char16_t* identity;
     const char16_t* keptProtocol;
   } rows[] = {
-      {u"PLSXML", {{u"/qv/device/product_information.xml", "<P><ProductSerialNumber>PS1</ProductSerialNumber></P>"}},
-       u"PS1", u"PLSXML"},
+      {u"PLSXML",
+       {{u"/qv/device/product_information.xml", "<P><ProductSerialNumber>PS1</ProductSerialNumber></P>"}},
+       u"PS1",
+       u"PLSXML"},
       {u"PLSXML", {{u"/qv/device/product_information.xml", "<P><ProductSerialNumber/></P>"}}, u"", u"PLSXML"},
       {u"WS", {{u"/device", deviceId("MFG:N;SN:NV42A17Q9XLONGER;CID:X;")}}, u"NV42A17Q9X", u"WS"},
       {u"WS", {{u"/device", deviceId("MFG:N;SN:")}}, u"", u"WS"},

@@ -1,9 +1,10 @@
 // The one OID mapper path the bench's agent cannot take: the reference host
 // answers every member of a group separately, so only a transport failure after
 // detection fails the whole group's request.
+#include "engine/oid_data_mapper.h"
+
 #include <gtest/gtest.h>
 
-#include "engine/oid_data_mapper.h"
 #include "norvane/disposable.h"
 #include "support/ref.h"
 
@@ -25,8 +26,8 @@ TEST(OidMapper, AGroupWhoseRequestFailsAnswersNothingAndStoresNothing) {
   silent->AddRef();
   auto agent = QxUtils::AdoptRef(silent);
   auto map = QxUtils::AdoptRef(DataMapSpec::CreateDataMapSpec(DataMapTypeOID));
-  map->AddDataItemSpec(u"Black", OIDDataItemSpec::CreateOIDDataItemSpec(u"Black", u"1.3.1", u"levels", false, nullptr,
-                                                                         0, nullptr));
+  map->AddDataItemSpec(
+      u"Black", OIDDataItemSpec::CreateOIDDataItemSpec(u"Black", u"1.3.1", u"levels", false, nullptr, 0, nullptr));
   auto mapper = QxUtils::AdoptRef(OIDDataMapper::Create(agent.get(), map.get()));
   EXPECT_EQ(mapper->GetDataMapName(), u"OIDDataMap");
   Variant value = Variant::FromInt32(7);

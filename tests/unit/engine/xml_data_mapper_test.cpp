@@ -3,8 +3,8 @@
 #include "../ipp/ipp_test_util.h"
 #include "engine/data_collection_impl.h"
 #include "norvane/api.h"
-#include "testlib/fake_host.h"
 #include "support/ref.h"
+#include "testlib/fake_host.h"
 
 namespace {
 
@@ -24,15 +24,20 @@ TEST(XmlDataMapper, DiscoveryTreeIsNotReadOnPrintContractDevices) {
     QxUtils::Ref<FakeAddress> address = QxUtils::AdoptRef(FakeAddress::Create(u"USB001"));
     address->responder = [printContract](const FakeExchange& e) {
       if (e.port == 631) {
-        return FakeReply{200, IppTest::ResponseStart() + (printContract ? IppTest::IntAttr(0x21, "qv-pc-version-major", 2)
-                                                                        : IppTest::IntAttr(0x23, "printer-state", 3)) +
-                                  IppTest::B({0x03}),
-                         {}, S_OK};
+        return FakeReply{200,
+                         IppTest::ResponseStart() +
+                             (printContract ? IppTest::IntAttr(0x21, "qv-pc-version-major", 2)
+                                            : IppTest::IntAttr(0x23, "printer-state", 3)) +
+                             IppTest::B({0x03}),
+                         {},
+                         S_OK};
       }
-      return FakeReply{200,
-                       "<T xmlns:dd='urn:dd'><R><dd:ResourceURI>/c</dd:ResourceURI><dd:ResourceType>"
-                       "vexa:qvVexaProductConfigDyn</dd:ResourceType></R><ProductSerialNumber>S</ProductSerialNumber></T>",
-                       {}, S_OK};
+      return FakeReply{
+          200,
+          "<T xmlns:dd='urn:dd'><R><dd:ResourceURI>/c</dd:ResourceURI><dd:ResourceType>"
+          "vexa:qvVexaProductConfigDyn</dd:ResourceType></R><ProductSerialNumber>S</ProductSerialNumber></T>",
+          {},
+          S_OK};
     };
     DataCollection* raw = nullptr;
     ASSERT_EQ(CreateDataCollectionFromXML(address.get(), document, &raw, nullptr), S_OK);

@@ -36,7 +36,8 @@ TEST(IppRequestAttributes, TextsAndAttributesAreCopiesAndBadValuesAreRefused) {
   r->AddExtraHTTPHeader(u"X-Trace", u"2");
   r->AddExtraHTTPHeader(u"x-trace", u"3");
   r->AddExtraHTTPHeader(nullptr, u"ignored");
-  EXPECT_EQ(r->GetExtraHTTPHeader(), (std::map<std::u16string, std::u16string>{{u"X-Trace", u"2"}, {u"x-trace", u"3"}}));
+  EXPECT_EQ(r->GetExtraHTTPHeader(),
+            (std::map<std::u16string, std::u16string>{{u"X-Trace", u"2"}, {u"x-trace", u"3"}}));
   r->AddExtraHTTPHeader(u"X-Trace", nullptr);
   EXPECT_EQ(r->GetExtraHTTPHeader(), (std::map<std::u16string, std::u16string>{{u"x-trace", u"3"}}));
   // Encoded attributes are copied; empty ones are refused.

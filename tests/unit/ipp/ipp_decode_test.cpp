@@ -29,13 +29,13 @@ std::string Member(const std::string& name, int tag, const std::string& value) {
 // collections so that counting starts at the right record.
 std::string MediaResponse() {
   auto entry = [](int x, const char* type, const char* source) {
-    return Attr(0x4A, "", "media-size") + Collection("", Member("x-dimension", 0x21, Be32(x)) +
-                                                             Member("y-dimension", 0x21, Be32(29700))) +
+    return Attr(0x4A, "", "media-size") +
+           Collection("", Member("x-dimension", 0x21, Be32(x)) + Member("y-dimension", 0x21, Be32(29700))) +
            Member("media-type", 0x44, type) + Member("media-source", 0x44, source);
   };
   return ResponseStart() + Collection("media-col-default", entry(1, "auto", "auto")) +
-         Collection("media-col-ready", entry(21000, "plain", "tray-1")) + Collection("", entry(10160, "photo", "tray-2")) +
-         Attr(0x44, "media-ready", "iso_a4_210x297mm") + B({0x03});
+         Collection("media-col-ready", entry(21000, "plain", "tray-1")) +
+         Collection("", entry(10160, "photo", "tray-2")) + Attr(0x44, "media-ready", "iso_a4_210x297mm") + B({0x03});
 }
 
 // One lookup in a decoded response per row: the value notation, the length
@@ -107,8 +107,11 @@ TEST(IppDecodeValues, ResolutionsAndRangesArriveAsRawBytesAppended) {
   IPPOperations ops(nullptr);
   ops.SetAttributeName("printer-resolution-supported");
   Value value, range;
-  ASSERT_EQ(Decode(ops, ResponseStart() + Attr(0x32, "printer-resolution-supported", r1) + Attr(0x32, "", r2) +
-                            Attr(0x33, "copies-supported", Be32(1) + Be32(99)) + B({0x03}), &value.v), S_OK);
+  ASSERT_EQ(Decode(ops,
+                   ResponseStart() + Attr(0x32, "printer-resolution-supported", r1) + Attr(0x32, "", r2) +
+                       Attr(0x33, "copies-supported", Be32(1) + Be32(99)) + B({0x03}),
+                   &value.v),
+            S_OK);
   EXPECT_EQ(ByteArray(value.v), r1 + r2);
   EXPECT_EQ(ops.GetValueFromIPPMap("copies-supported", &range.v), 1);
   EXPECT_EQ(ByteArray(range.v), Be32(1) + Be32(99));
@@ -146,8 +149,8 @@ TEST(IppDecodeCollections, QueriesByIndexConditionAndMemberPath) {
   // A member sent twice: its later value is the one read and matched.
   twice.SetAttributeName("media-col-ready");
   ASSERT_EQ(Decode(twice, ResponseStart() +
-                              Collection("media-col-ready", Member("media-type", 0x44, "plain") +
-                                                                Member("media-type", 0x44, "photo")) +
+                              Collection("media-col-ready",
+                                         Member("media-type", 0x44, "plain") + Member("media-type", 0x44, "photo")) +
                               B({0x03})),
             S_OK);
   for (const char* query : {"media-col-ready[0].media-type", "media-col-ready[media-type=photo].media-type"}) {
@@ -177,13 +180,13 @@ TEST(IppDecodeRules, JobStatusesAndAFreshMapPerDecode) {
 TEST(IppResponseStructure, JobValuesComeFromTheFirstJob) {
   IPPOperations ops(nullptr);
   ops.SetAttributeName("job-state");
-  ASSERT_EQ(Decode(ops, ResponseStart() + B({0x02}) + IntAttr(0x21, "job-id", 93) +
-                            Attr(0x45, "job-uri", "ipp://p/jobs/93") + IntAttr(0x23, "job-state", 5) +
-                            Attr(0x44, "job-state-reasons", "job-printing") + Attr(0x44, "", "job-incoming") +
-                            Attr(0x41, "document-access-error", "none") + B({0x02}) + IntAttr(0x21, "job-id", 94) +
-                            IntAttr(0x23, "job-state", 9) +
-                            Attr(0x44, "job-state-reasons", "job-completed-successfully") + B({0x03})),
-            S_OK);
+  ASSERT_EQ(
+      Decode(ops, ResponseStart() + B({0x02}) + IntAttr(0x21, "job-id", 93) + Attr(0x45, "job-uri", "ipp://p/jobs/93") +
+                      IntAttr(0x23, "job-state", 5) + Attr(0x44, "job-state-reasons", "job-printing") +
+                      Attr(0x44, "", "job-incoming") + Attr(0x41, "document-access-error", "none") + B({0x02}) +
+                      IntAttr(0x21, "job-id", 94) + IntAttr(0x23, "job-state", 9) +
+                      Attr(0x44, "job-state-reasons", "job-completed-successfully") + B({0x03})),
+      S_OK);
   auto r = QxUtils::Ref<Norvane::IPPResponseBase>::Adopt(CreateIPPResponse());
   ASSERT_EQ(ops.FormResponseStructure(10, r.get()), S_OK);
   EXPECT_STREQ(r->GetSuccessStatus(), "0");

@@ -7,8 +7,8 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
-#include "testlib/capture_log.h"
 #include "support/ref.h"
+#include "testlib/capture_log.h"
 
 namespace {
 
@@ -175,8 +175,9 @@ TEST(IppEncodeRequests, WholeRequestsByteForByte) {
     HRESULT hr = S_FALSE;
     std::string bytes = Encode(ops, c.op, c.fill != nullptr ? attributes.get() : nullptr, &hr);
     const std::string& row = "operation " + std::to_string(c.op) + " row " + std::to_string(&c - cases);
-    EXPECT_TRUE(SameBytes(RequestStart(c.op == 50 ? 2 : static_cast<int>(c.op), "/ipp/print") + c.body + B({0x03}),
-                          bytes)) << row;
+    EXPECT_TRUE(
+        SameBytes(RequestStart(c.op == 50 ? 2 : static_cast<int>(c.op), "/ipp/print") + c.body + B({0x03}), bytes))
+        << row;
     EXPECT_EQ(hr, c.hr) << row;
     EXPECT_EQ(c.lastError != 0 ? GetLastError() : 0, c.lastError) << row;
     EXPECT_EQ(ops.GetJobOperations(), c.op == 8 || c.op == 9 ? 1u : 0u) << row;
@@ -195,9 +196,17 @@ TEST(IppEncodeRequests, CopiesSidesAndDocumentHandling) {
     int32_t copies, sides, handling;  // a fresh object's: 1, 3 and -1
     std::string jobGroup;
   } cases[] = {
-      {2, 1, 3, -1, copies(1)},   {3, 1, 3, -1, copies(1)},  {5, 1, 3, -1, copies(1)}, {7, 1, 3, -1, copies(1)},
-      {5, 0, 3, -1, ""},          {5, -1, 3, -1, ""},        {3, 0, 3, -1, ""},        {3, -1, 3, -1, copies(-1)},
-      {7, -1, 3, -1, copies(-1)}, {2, 0, 3, -1, ""},         {2, -3, 3, -1, copies(-3)},
+      {2, 1, 3, -1, copies(1)},
+      {3, 1, 3, -1, copies(1)},
+      {5, 1, 3, -1, copies(1)},
+      {7, 1, 3, -1, copies(1)},
+      {5, 0, 3, -1, ""},
+      {5, -1, 3, -1, ""},
+      {3, 0, 3, -1, ""},
+      {3, -1, 3, -1, copies(-1)},
+      {7, -1, 3, -1, copies(-1)},
+      {2, 0, 3, -1, ""},
+      {2, -3, 3, -1, copies(-3)},
       {5, 1, 0, -1, copies(1) + sides("one-sided")},
       {5, 1, 1, -1, copies(1) + sides("two-sided-long-edge")},
       {5, 1, 2, -1, copies(1) + sides("two-sided-short-edge")},
@@ -241,7 +250,8 @@ TEST(IppEncodeLimits, AnEncodedAttributePastTheLimitIsLeftOutAndLogged) {
 TEST(IppEncodeLimits, AStructuredAttributeThatCannotFitFailsTheRequest) {
   IPPOperations ops(nullptr);
   auto attributes = NewRequest();
-  for (char c = 'a'; c < 'g'; ++c) attributes->AddIPPRequest(Structured(1, 0x41, "x-long", std::string(500, c).c_str()));
+  for (char c = 'a'; c < 'g'; ++c)
+    attributes->AddIPPRequest(Structured(1, 0x41, "x-long", std::string(500, c).c_str()));
   HRESULT hr = S_OK;
   std::string bytes = Encode(ops, 2, attributes.get(), &hr);
   EXPECT_EQ(hr, E_FAIL);

@@ -17,8 +17,8 @@ TEST(IppFieldCompatibility, LanguageTaggedTextNeedsExactLengths) {
     HRESULT result;
   } cases[] = {
       {std::string("\0\2en\0\4Desk", 10), S_OK},
-      {std::string("\0\2en\0\5Desk", 10), E_FAIL},  // text length past the value
-      {std::string("\0\2en\0\3Desk", 10), E_FAIL},  // short of it
+      {std::string("\0\2en\0\5Desk", 10), E_FAIL},   // text length past the value
+      {std::string("\0\2en\0\3Desk", 10), E_FAIL},   // short of it
       {std::string("\0\11en\0\4Desk", 10), E_FAIL},  // language length past the value
   };
   for (const auto& c : cases) {

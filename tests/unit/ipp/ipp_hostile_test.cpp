@@ -18,7 +18,8 @@ size_t Footprint(const IPPOperations& ops) {
 }
 
 TEST(IppHostile, EveryTruncationFailsOrEndsCleanlyWithoutAValue) {
-  std::string full = ReadFile(std::string(NORVANE_IPP_CAPTURES_DIR) + "/python-ipp__get-printer-attributes-epsonxp6000.bin");
+  std::string full =
+      ReadFile(std::string(NORVANE_IPP_CAPTURES_DIR) + "/python-ipp__get-printer-attributes-epsonxp6000.bin");
   ASSERT_GT(full.size(), 1000u);
   size_t succeeded = 0;
   IPPOperations ops(nullptr);
@@ -56,15 +57,15 @@ TEST(IppHostile, MalformedAttributes) {
     std::string tail;  // after the response header
     HRESULT hr;
   } cases[] = {
-      {B({0x44}) + Be16(0xFFFF), E_FAIL},                                         // name-length past the end
-      {B({0x44}) + Be16(500) + "printer-state", E_FAIL},                          // shorter name than announced
-      {B({0x44}) + Be16(1) + "n" + Be16(40) + "abc", E_FAIL},                     // value past the end
+      {B({0x44}) + Be16(0xFFFF), E_FAIL},                                        // name-length past the end
+      {B({0x44}) + Be16(500) + "printer-state", E_FAIL},                         // shorter name than announced
+      {B({0x44}) + Be16(1) + "n" + Be16(40) + "abc", E_FAIL},                    // value past the end
       {B({0x30}) + Be16(1) + "n" + Be16(1000) + std::string(999, '='), E_FAIL},  // octet string one short
       {B({0x21}) + Be16(1) + "n" + Be16(4) + B({0x00, 0x00}), E_FAIL},           // integer cut short
       {B({0x32}) + Be16(1) + "r" + Be16(9) + std::string(8, '\0'), E_FAIL},      // resolution cut short
       {B({0x31}) + Be16(1) + "d" + Be16(11) + std::string(10, '\0'), E_FAIL},    // dateTime cut short
-      {B({0x4A}) + Be16(0) + Be16(7) + "x", E_FAIL},                              // member name past the end
-      {B({0x44}) + B({0x00}), E_FAIL},                                            // half a name-length
+      {B({0x4A}) + Be16(0) + Be16(7) + "x", E_FAIL},                             // member name past the end
+      {B({0x44}) + B({0x00}), E_FAIL},                                           // half a name-length
       {Attr(0x44, std::string(1023, 'n'), "v") + end, S_OK},
       {Attr(0x44, std::string(1024, 'n'), "v") + end, E_FAIL},
       {Attr(0x44, std::string(60000, 'n'), "v") + end, E_FAIL},
@@ -95,7 +96,8 @@ TEST(IppHostile, MalformedAttributes) {
   // Left open: the decode ends at the end tag and the record is not kept.
   IPPOperations open(nullptr);
   open.SetAttributeName("c");
-  EXPECT_EQ(Decode(open, ResponseStart() + Attr(0x34, "c", "") + Attr(0x4A, "", "m") + Attr(0x44, "", "k") + end), S_OK);
+  EXPECT_EQ(Decode(open, ResponseStart() + Attr(0x34, "c", "") + Attr(0x4A, "", "m") + Attr(0x44, "", "k") + end),
+            S_OK);
   EXPECT_EQ(open.GetCollectionStore().RecordCount(), 0u);
 
   std::string deep = ResponseStart() + nested(10000);

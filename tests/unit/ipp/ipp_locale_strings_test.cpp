@@ -1,6 +1,7 @@
+#include "ipp/ipp_locale_strings.h"
+
 #include <gtest/gtest.h>
 
-#include "ipp/ipp_locale_strings.h"
 #include "ipp_test_util.h"
 #include "support/ref.h"
 
@@ -29,10 +30,12 @@ TEST(IppLocaleStrings, BodyBytesWidenSigned) {
   auto address = QxUtils::AdoptRef(NorvaneTest::FakeAddress::Create(u"USB001"));
   address->responder = [](const NorvaneTest::FakeExchange& e) -> NorvaneTest::FakeReply {
     if (Operation(e) != 11) return {200, "caf\xE9 \x7F", {}, S_OK};
-    return {200, ResponseStart() + Attr(0x48, "generated-natural-language-supported", "en") +
-                     Attr(0x48, "", "de") + Attr(0x45, "printer-strings-uri", "http://192.0.2.20/ipp/en.strings") +
-                     Attr(0x48, "natural-language-configured", "en") + B({0x03}),
-            {}, S_OK};
+    return {200,
+            ResponseStart() + Attr(0x48, "generated-natural-language-supported", "en") + Attr(0x48, "", "de") +
+                Attr(0x45, "printer-strings-uri", "http://192.0.2.20/ipp/en.strings") +
+                Attr(0x48, "natural-language-configured", "en") + B({0x03}),
+            {},
+            S_OK};
   };
   std::u16string strings;
   ASSERT_EQ(Norvane::FetchDeviceLocaleStrings(address.get(), u"de", strings), S_OK);

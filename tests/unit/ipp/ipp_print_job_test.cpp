@@ -34,10 +34,10 @@ using NorvaneTest::FakeReply;
 struct Printer {
   std::vector<int> printStatuses = {0};
   uint32_t printHttpStatus = 200, getJobsHttpStatus = 200, printerHttpStatus = 200;
-  HRESULT printSend = S_OK;        // what the host's read of the Print-Job answer reports
+  HRESULT printSend = S_OK;                               // what the host's read of the Print-Job answer reports
   std::map<std::u16string, std::u16string> printHeaders;  // of the Print-Job answer
-  std::string activeJob = "none";  // job-state-reasons of the job in progress, "" for none
-  std::string completedState;      // job-state of the finished job, "" for none
+  std::string activeJob = "none";                         // job-state-reasons of the job in progress, "" for none
+  std::string completedState;                             // job-state of the finished job, "" for none
   int printerState = 3;
   std::string printerReasons = "none";
   size_t prints = 0;
@@ -73,8 +73,10 @@ struct Printer {
           comma = std::min(printerReasons.find(',', at), printerReasons.size());
           reasons += Attr(0x44, at == 0 ? "printer-state-reasons" : "", printerReasons.substr(at, comma - at));
         }
-        return {printerHttpStatus, ResponseStart() + IntAttr(0x23, "printer-state", printerState) + reasons + B({0x03}),
-                {}, S_OK};
+        return {printerHttpStatus,
+                ResponseStart() + IntAttr(0x23, "printer-state", printerState) + reasons + B({0x03}),
+                {},
+                S_OK};
     }
   }
 };
@@ -187,15 +189,19 @@ TEST_F(PrintJob, StreamOutcomes) {
     HRESULT result;
   } cases[] = {
       {"last block", [] {}, 0, S_OK},
-      {"ended at the device", [&] {
+      {"ended at the device",
+       [&] {
          Change([](Printer& p) { p.activeJob.clear(), p.completedState = "7"; });
          ASSERT_TRUE(Eventually([&] { return provider->GetPrintStatus() != 0; }));
-       }, 4, S_DEVICECANCELED},
-      {"cancel without a user name", [&] {
+       },
+       4, S_DEVICECANCELED},
+      {"cancel without a user name",
+       [&] {
          EXPECT_EQ(provider->CancelJob(anonymous.get(), response.get()), E_FAIL);
          EXPECT_FALSE(provider->IsPolling());
          EXPECT_EQ(Sent(8), 0);
-       }, 4, S_DEVICECANCELED},
+       },
+       4, S_DEVICECANCELED},
       {"failed chunk, job listed", [&] { failChunks("job-printing", ""); }, 4, S_DEVICECANCELED},
       {"failed chunk, job completed", [&] { failChunks("", "9"); }, 4, S_DEVICECANCELED},
       {"failed chunk, job gone", [&] { failChunks("", ""); }, 4, S_FALSE},
@@ -219,9 +225,9 @@ TEST_F(PrintJob, JobPollReadsStatesAndReasons) {
       {"job-printing", "", false, S_FALSE},
       {"job-canceled-by-user", "", false, S_OK},  // state 5 but cancelled
       {"", "9", true, S_OK},
-      {"", "8", true, S_OK},                      // aborted ends it too
-      {"", "8,9", true, S_FALSE},                 // several jobs of the user: not this one's end
-      {"", "", true, S_FALSE},                    // the job left both lists
+      {"", "8", true, S_OK},       // aborted ends it too
+      {"", "8,9", true, S_FALSE},  // several jobs of the user: not this one's end
+      {"", "", true, S_FALSE},     // the job left both lists
   };
   for (const Case& c : cases) {
     SetUp();
@@ -239,9 +245,11 @@ TEST_F(PrintJob, JobPollReadsStatesAndReasons) {
 TEST_F(PrintJob, StoppingWakesBothThreadsAtOnce) {
   provider->SetPrintTimings({});
   std::atomic<int> printerPolls{0};
-  provider->SetPollObserver([](void* polls, int kind, const char*, const char*) {
-    if (kind == 0) ++*static_cast<std::atomic<int>*>(polls);
-  }, &printerPolls);
+  provider->SetPollObserver(
+      [](void* polls, int kind, const char*, const char*) {
+        if (kind == 0) ++*static_cast<std::atomic<int>*>(polls);
+      },
+      &printerPolls);
   ASSERT_EQ(Print(true), S_OK);
   ASSERT_TRUE(provider->IsPolling());
   // Both threads are in their waits: the printer's after its first answer.
@@ -314,11 +322,13 @@ TEST_F(PrintJob, ObserverMayClearItselfFromItsCall) {
     IPPProviderImpl* provider;
     std::atomic<int> calls{0};
   } seen{provider.get()};
-  provider->SetPollObserver([](void* context, int, const char*, const char*) {
-    auto* into = static_cast<Seen*>(context);
-    ++into->calls;
-    into->provider->SetPollObserver(nullptr, nullptr);
-  }, &seen);
+  provider->SetPollObserver(
+      [](void* context, int, const char*, const char*) {
+        auto* into = static_cast<Seen*>(context);
+        ++into->calls;
+        into->provider->SetPollObserver(nullptr, nullptr);
+      },
+      &seen);
   ASSERT_EQ(Print(true), S_OK);
   ASSERT_TRUE(Eventually([&] { return seen.calls > 0; }));
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -331,9 +341,11 @@ TEST_F(PrintJob, ObserverMayClearItselfFromItsCall) {
 // printer's state any more (draining and cancels: the simulator's test).
 TEST_F(PrintJob, PrintReadyFollowsAStoppedPrinterWithAFullSpool) {
   std::atomic<int> polls{0};
-  provider->SetPollObserver([](void* count, int kind, const char*, const char*) {
-    if (kind == 0) ++*static_cast<std::atomic<int>*>(count);
-  }, &polls);
+  provider->SetPollObserver(
+      [](void* count, int kind, const char*, const char*) {
+        if (kind == 0) ++*static_cast<std::atomic<int>*>(count);
+      },
+      &polls);
   const auto printerIs = [&](int state, const char* reasons) {  // and polled since
     Change([&](Printer& p) { p.printerState = state, p.printerReasons = reasons; });
     const int seen = polls;

@@ -1,11 +1,10 @@
 // The IPP provider: printer URIs and the TCP probe on loopback sockets. Creation
 // and exchanges with printers are in the integration bench.
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
@@ -16,8 +15,8 @@
 
 namespace {
 
-using Norvane::IppUriScheme;
 using Norvane::IPPProviderImpl;
+using Norvane::IppUriScheme;
 
 TEST(IppProviderUri, SchemeClassesAndPortNames) {
   for (auto [uri, scheme] : {std::pair<const char16_t*, IppUriScheme>{u"ipps://h/ipp/print", IppUriScheme::kSecureIpp},
@@ -28,8 +27,8 @@ TEST(IppProviderUri, SchemeClassesAndPortNames) {
     EXPECT_EQ(IPPProviderImpl::GetURIScheme(uri), scheme);
   }
   for (const char16_t* yes : {u"USB001", u"USB999", u"USB010"}) EXPECT_TRUE(IPPProviderImpl::IsUSBPort(yes));
-  for (const char16_t* no : std::initializer_list<const char16_t*>{u"USB000", u"usb001", u"USB01", u"USB0011", u"XUSB001",
-                                                                   u"USB001 ", u"", u"192.0.2.1", nullptr}) {
+  for (const char16_t* no : std::initializer_list<const char16_t*>{
+           u"USB000", u"usb001", u"USB01", u"USB0011", u"XUSB001", u"USB001 ", u"", u"192.0.2.1", nullptr}) {
     EXPECT_FALSE(IPPProviderImpl::IsUSBPort(no)) << (no != nullptr ? QxUtils::WideToUtf8(no) : "null");
   }
 }
@@ -149,8 +148,8 @@ TEST(IppProviderProbe, ConnectsOnlyToAddressTextAndReportsRefusal) {
 TEST(IppProviderProbe, AnExactPortIsTheOneConnectedOrRefused) {
   Listener open(true, AF_INET);
   if (!open.ok()) GTEST_SKIP() << "no IPv4 loopback";
-  for (auto [port, reached] : {std::pair{open.Port(), true}, {open.Port() + u"x", false}, {u"0", false},
-                               {u"65536", false}, {u"", false}}) {
+  for (auto [port, reached] :
+       {std::pair{open.Port(), true}, {open.Port() + u"x", false}, {u"0", false}, {u"65536", false}, {u"", false}}) {
     EXPECT_EQ(IPPProviderImpl::DeviceExists(u"127.0.0.1", port.c_str(), nullptr, 1000, true), reached)
         << QxUtils::WideToUtf8(port);
   }
@@ -173,8 +172,7 @@ TEST(IppProviderProbe, ASilentPeerCostsTheTimeOutAndNoMore) {
   usleep(100 * 1000);
   int error = 0;
   auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(
-      IPPProviderImpl::DeviceExists(u"::1", full.Port().c_str(), &error, 300));
+  EXPECT_FALSE(IPPProviderImpl::DeviceExists(u"::1", full.Port().c_str(), &error, 300));
   auto elapsed = std::chrono::steady_clock::now() - start;
   EXPECT_EQ(error, ETIMEDOUT);
   EXPECT_GE(elapsed, std::chrono::milliseconds(290));

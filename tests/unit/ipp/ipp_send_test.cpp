@@ -9,8 +9,8 @@
 #include "ipp/ipp_operations.h"
 #include "ipp_test_util.h"
 #include "norvane/norvane.h"
-#include "testlib/fake_host.h"
 #include "support/ref.h"
+#include "testlib/fake_host.h"
 
 namespace {
 
@@ -46,9 +46,13 @@ TEST(IppSend, RefusalsMakeNoRequest) {
 
 TEST(IppSend, PortFollowsSecurityAndThePortText) {
   auto address = NewAddress();
-  for (auto [secure, text, port] : std::initializer_list<std::tuple<bool, const char16_t*, uint32_t>>{
-           {false, u"", 631}, {false, u"443", 631}, {true, u"", 443}, {true, u"443", 443}, {true, u"631", 631},
-           {true, u"8631", 443}}) {
+  for (auto [secure, text, port] :
+       std::initializer_list<std::tuple<bool, const char16_t*, uint32_t>>{{false, u"", 631},
+                                                                          {false, u"443", 631},
+                                                                          {true, u"", 443},
+                                                                          {true, u"443", 443},
+                                                                          {true, u"631", 631},
+                                                                          {true, u"8631", 443}}) {
     address->SetPortText(text);
     EXPECT_EQ(IPPOperations::ChoosePort(address.get(), secure), port) << secure << QxUtils::WideToUtf8(text);
   }
@@ -95,11 +99,11 @@ TEST(IppSend, SecondOverloadStartsAndCompletesUnlessASendValueIsGiven) {
   EXPECT_EQ(ops.SendIPPRequest(&completed, attributes.get(), false, 0), 7);
   // A Print-Job of a fresh request object, the document after its end tag.
   std::string expected = RequestStart(2, "/ipp/print") + B({0x02}) + IntAttr(0x21, "copies", 1) + B({0x03}) + document;
-  EXPECT_EQ(completed.calls,
-            (std::vector<std::u16string>{u"method=POST", u"resource=/ipp/print", u"type=application/ipp",
-                                         u"host=192.0.2.10", u"user=u", u"password=",
-                                         u"length=" + QxUtils::Utf8ToWide(std::to_string(expected.size())), u"body",
-                                         u"start", u"complete"}));
+  EXPECT_EQ(
+      completed.calls,
+      (std::vector<std::u16string>{
+          u"method=POST", u"resource=/ipp/print", u"type=application/ipp", u"host=192.0.2.10", u"user=u", u"password=",
+          u"length=" + QxUtils::Utf8ToWide(std::to_string(expected.size())), u"body", u"start", u"complete"}));
   EXPECT_TRUE(SameBytes(expected, completed.body));
 
   StartableRecorder valued;
@@ -113,7 +117,8 @@ TEST(IppSend, SecondOverloadStartsAndCompletesUnlessASendValueIsGiven) {
   EXPECT_EQ(failing.calls.back(), u"start");
 
   SetLastError(0);
-  EXPECT_EQ(ops.SendIPPRequest(static_cast<Norvane::IppStartableRequest*>(nullptr), attributes.get(), false, 0), E_FAIL);
+  EXPECT_EQ(ops.SendIPPRequest(static_cast<Norvane::IppStartableRequest*>(nullptr), attributes.get(), false, 0),
+            E_FAIL);
   EXPECT_EQ(GetLastError(), 87u);
 }
 

@@ -14,8 +14,8 @@
 
 #include "ipp/ipp_operations.h"
 #include "norvane/platform.h"
-#include "testlib/fake_host.h"
 #include "support/string_utils.h"
+#include "testlib/fake_host.h"
 
 namespace IppTest {
 
@@ -113,10 +113,8 @@ inline int Operation(const NorvaneTest::FakeExchange& e) {
 }
 
 // What the printer returns for "all": state, info and uuid, no media database.
-inline const std::string kAllAttributes = ResponseStart() + IntAttr(0x23, "printer-state", 3) +
-                                          Attr(0x41, "printer-info", "Front office") +
-                                          Attr(0x45, "printer-uuid",
-                                               "urn:uuid:4509a320-00a0-008f-00b6-002507510eca") +
-                                          B({0x03});
+inline const std::string kAllAttributes =
+    ResponseStart() + IntAttr(0x23, "printer-state", 3) + Attr(0x41, "printer-info", "Front office") +
+    Attr(0x45, "printer-uuid", "urn:uuid:4509a320-00a0-008f-00b6-002507510eca") + B({0x03});
 
 }  // namespace IppTest

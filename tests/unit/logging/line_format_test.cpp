@@ -1,9 +1,10 @@
 // The prefix fields and tags of a line, from fixed facts.
+#include "support/logging/line_format.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
-#include "support/logging/line_format.h"
 #include "support/logging/process_facts.h"
 
 namespace {

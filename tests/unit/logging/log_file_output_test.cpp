@@ -1,7 +1,7 @@
 // Records configured through the registry end up in the log file with the
 // layout, indentation, size limit and queueing the options ask for.
-#include <sys/file.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -77,13 +77,15 @@ TEST_F(LogFileOutput, SizeLimitWritesTheCrossingLineThenTheMarkerThenDrops) {
   // Each line is 5 + 100 + 2 characters, 214 bytes: the fifth crosses 1024.
   for (int i = 0; i < 5; ++i) expected += "(I0) " + std::to_string(i) + payload + "\r\n";
   for (std::string name : {"Limit", "Full"}) {
-    SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File(name + ".log"))});
+    SetKey(RootKey(),
+           {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 1), Text(u"LogFileName", File(name + ".log"))});
     QxLogging::RefreshLogSettings();
     CLogModule module(name.c_str(), "01:02:03");
     CLogFunction scope(&module, &qxLogSourceFile_, "Norvane::Big::Write", 1);
     for (int i = 0; i < 7; ++i) scope.Format(QxLogging::kInfo, 2, "%d%s", i, payload.c_str());
     EXPECT_EQ(ReadLog(File(name + ".log")), (name == "Full" ? std::string(600, 'x') : expected) +
-                                                "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + name + " MODULE ***");
+                                                "*** FILE SIZE LIMIT REACHED, LOGGING DISABLED FOR " + name +
+                                                " MODULE ***");
   }
 }
 
@@ -155,14 +157,18 @@ TEST_F(LogFileOutput, HeaderErrorTextAndDurationOnRequest) {
     scope.SetExceptionState(2);
   }
   const std::string patterns[] = {
-      R"(\(\+\+\) Module File Name: /.* bytes\).*)", R"(\(\+\+\)     Command Line: .*)",
-      R"(\(\+\+\)     File Version: .*)", R"(\(\+\+\)       Process ID: \[)" + std::to_string(getpid()) + R"(\] )",
+      R"(\(\+\+\) Module File Name: /.* bytes\).*)",
+      R"(\(\+\+\)     Command Line: .*)",
+      R"(\(\+\+\)     File Version: .*)",
+      R"(\(\+\+\)       Process ID: \[)" + std::to_string(getpid()) + R"(\] )",
       R"(\(\+\+\)         Built on: \w{3} [ \d]\d \d{4} 04:15:05)",
       R"(\(\+\+\)    Log File Name: <)" + std::filesystem::canonical(File("header.log")).string() + ">",
-      R"(\(<-\) Job::Cancel \(Dur: \d+ us\) \(handled exception\) )", R"(\(\*\*\) \[Err: 0x80004005\] Unspecified error)"};
+      R"(\(<-\) Job::Cancel \(Dur: \d+ us\) \(handled exception\) )",
+      R"(\(\*\*\) \[Err: 0x80004005\] Unspecified error)"};
   auto lines = Lines(ReadLog(File("header.log")));
   ASSERT_EQ(lines.size(), std::size(patterns));
-  for (size_t i = 0; i < lines.size(); ++i) EXPECT_TRUE(std::regex_match(lines[i], std::regex(patterns[i]))) << lines[i];
+  for (size_t i = 0; i < lines.size(); ++i)
+    EXPECT_TRUE(std::regex_match(lines[i], std::regex(patterns[i]))) << lines[i];
 }
 
 TEST_F(LogFileOutput, AStartingFileIsAppendedToUnlessAskedToReplaceItAndItsNameIsExpanded) {
@@ -196,8 +202,8 @@ TEST_F(LogFileOutput, ARecordWaitingTooLongForTheSettingsIsDropped) {
 }
 
 TEST_F(LogFileOutput, LinesOfConcurrentThreadsNeverInterleave) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 0x8000000),
-                     Text(u"LogFileName", File("threads.log"))});
+  SetKey(RootKey(),
+         {Dword(u"LogCategories", 0x10), Dword(u"LogOptions", 0x8000000), Text(u"LogFileName", File("threads.log"))});
   CLogModule module("ThreadModule", "01:02:03");
   constexpr int kThreads = 4, kLines = 50;
   std::vector<std::thread> threads;

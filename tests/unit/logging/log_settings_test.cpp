@@ -52,9 +52,9 @@ TEST_F(LogSettings, RootKeyAloneSendsEveryModuleOfTheLibraryToOneFile) {
   Traced(QxLogging::Utils(), qxLogSourceFile_, "QxUtils::CDisposable::Dispose", "utils");
   Traced(QxLogging::NorvaneResolver(), qxLogSourceFile_, "CaptureSubString", "resolver");
   EXPECT_EQ(Lines(ReadLog(File("all.log"))),
-            (std::vector<std::string>{"(->) Engine::Go", "(I0) engine", "(<-) Engine::Go",
-                                      "(->) CDisposable::Dispose", "(I0) utils", "(<-) CDisposable::Dispose",
-                                      "(->) CaptureSubString", "(I0) resolver", "(<-) CaptureSubString"}));
+            (std::vector<std::string>{"(->) Engine::Go", "(I0) engine", "(<-) Engine::Go", "(->) CDisposable::Dispose",
+                                      "(I0) utils", "(<-) CDisposable::Dispose", "(->) CaptureSubString",
+                                      "(I0) resolver", "(<-) CaptureSubString"}));
   EXPECT_TRUE(capture.Contains("engine", QxLogging::kInfo));
   EXPECT_TRUE(capture.Contains("resolver", QxLogging::kInfo));
 }
@@ -101,7 +101,8 @@ TEST_F(LogSettings, ExecutableModuleAndSourceFileKeysLayerFromGeneralToSpecific)
 }
 
 TEST_F(LogSettings, ChangesApplyAtTheNextRefreshAndThePollTimeIsInSeconds) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x400), Dword(u"LogParmsPollTime", 5), Text(u"LogFileName", File("r.log"))});
+  SetKey(RootKey(),
+         {Dword(u"LogCategories", 0x400), Dword(u"LogParmsPollTime", 5), Text(u"LogFileName", File("r.log"))});
   CLogModule module("RefreshModule", "01:02:03");
   Traced(module, qxLogSourceFile_, "Norvane::R::One", "m");
   EXPECT_EQ(QxLogging::LogPollIntervalMs(), 5000u);
@@ -122,7 +123,8 @@ TEST_F(LogSettings, LoggingSwitchedOnWhileRunningIsNoticedAfterThePollInterval) 
   CLogModule module("LateModule", "01:02:03");
   Traced(module, qxLogSourceFile_, "Norvane::Late::Before", "m");
   EXPECT_FALSE(module.MayWant(0x400));
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x400), Dword(u"LogParmsPollTime", 1), Text(u"LogFileName", File("late.log"))});
+  SetKey(RootKey(),
+         {Dword(u"LogCategories", 0x400), Dword(u"LogParmsPollTime", 1), Text(u"LogFileName", File("late.log"))});
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));
   Traced(module, qxLogSourceFile_, "Norvane::Late::After", "m");
   EXPECT_EQ(Lines(ReadLog(File("late.log"))), (std::vector<std::string>{"(->) Late::After"}));

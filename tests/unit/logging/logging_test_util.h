@@ -24,7 +24,9 @@ using Norvane::Registry::Value;
 using Norvane::Registry::ValueType;
 
 inline Value Dword(const char16_t* name, uint32_t v) { return {name, ValueType::Dword, {}, v}; }
-inline Value Text(const char16_t* name, const std::string& v) { return {name, ValueType::String, QxUtils::Utf8ToWide(v)}; }
+inline Value Text(const char16_t* name, const std::string& v) {
+  return {name, ValueType::String, QxUtils::Utf8ToWide(v)};
+}
 
 inline std::u16string RootKey() { return u"Software\\QV\\Qx\\Logging"; }
 inline std::u16string ExecutableKey() {

@@ -1,3 +1,5 @@
+#include "norvane/platform.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -6,7 +8,6 @@
 #include <set>
 
 #include "norvane/com.h"
-#include "norvane/platform.h"
 #include "platform/clock.h"
 #include "platform/uuid.h"
 
@@ -76,7 +77,8 @@ TEST(Platform, UuidsAreRandomVersion4) {
   std::set<std::string> seen;
   for (int i = 0; i < 100; ++i) {
     std::string id = Norvane::GenerateUuid();
-    EXPECT_TRUE(std::regex_match(id, std::regex("^[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$")))
+    EXPECT_TRUE(
+        std::regex_match(id, std::regex("^[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$")))
         << id;
     seen.insert(id);
   }

@@ -1,3 +1,5 @@
+#include "platform/printer_data.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -5,7 +7,6 @@
 #include <vector>
 
 #include "norvane/api.h"
-#include "platform/printer_data.h"
 #include "testlib/temp_dir.h"
 
 namespace {
@@ -31,19 +32,23 @@ TEST(PrinterData, GetAndEnumerationFollowTheSizeProtocolOnKnownHandlesOnly) {
   EXPECT_EQ(EnumPrinterDataEx(printer.h, u"UBidiData", nullptr, 0, &needed, &count), 2u);  // no data yet
   ASSERT_EQ(SetText(printer.h, u"Model", u"LX-9"), 0u);
   int32_t minusOne = -1;
-  ASSERT_EQ(SetPrinterDataEx(printer.h, u"UBidiData", u"Level", kRegDword, reinterpret_cast<uint8_t*>(&minusOne), 4), 0u);
+  ASSERT_EQ(SetPrinterDataEx(printer.h, u"UBidiData", u"Level", kRegDword, reinterpret_cast<uint8_t*>(&minusOne), 4),
+            0u);
 
   EXPECT_EQ(GetPrinterDataEx(printer.h, u"UBidiData", u"Model", &type, nullptr, 0, &needed), DWORD{ERROR_MORE_DATA});
   EXPECT_EQ(needed, 10u);
   char16_t text[5];
-  ASSERT_EQ(GetPrinterDataEx(printer.h, u"UBidiData", u"Model", &type, reinterpret_cast<uint8_t*>(text), sizeof text, &needed), 0u);
+  ASSERT_EQ(GetPrinterDataEx(printer.h, u"UBidiData", u"Model", &type, reinterpret_cast<uint8_t*>(text), sizeof text,
+                             &needed),
+            0u);
   EXPECT_EQ(type, kRegSz);
   EXPECT_EQ(std::u16string(text), u"LX-9");
   EXPECT_EQ(GetPrinterDataEx(printer.h, u"UBidiData", u"Nope", &type, nullptr, 0, &needed), 2u);
 
   ASSERT_EQ(EnumPrinterDataEx(printer.h, u"UBidiData", nullptr, 0, &needed, &count), DWORD{ERROR_MORE_DATA});
   std::vector<uint8_t> buffer(needed);
-  EXPECT_EQ(EnumPrinterDataEx(printer.h, u"UBidiData", buffer.data(), needed - 1, &needed, &count), DWORD{ERROR_MORE_DATA});
+  EXPECT_EQ(EnumPrinterDataEx(printer.h, u"UBidiData", buffer.data(), needed - 1, &needed, &count),
+            DWORD{ERROR_MORE_DATA});
   ASSERT_EQ(EnumPrinterDataEx(printer.h, u"UBidiData", buffer.data(), needed, &needed, &count), 0u);
   ASSERT_EQ(count, 2u);
   auto* entries = reinterpret_cast<PrinterEnumValue*>(buffer.data());

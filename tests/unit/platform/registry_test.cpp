@@ -1,3 +1,5 @@
+#include "platform/registry.h"
+
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -10,7 +12,6 @@
 #include <random>
 #include <sstream>
 
-#include "platform/registry.h"
 #include "support/string_utils.h"
 #include "testlib/capture_log.h"
 #include "testlib/temp_dir.h"
@@ -66,9 +67,9 @@ TEST(Registry, AnUnreadableValueFileIsSetAsideAndTheKeyWorksAgain) {
   Key key;
   ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Edited", &key), kSuccess);
   std::string path = root.Path() + "/HKLM/Edited/values.reg";
-  std::vector<std::string> nonsense = {"\"unterminated=dword:1\n", "\"x\"=dword:12\n", "\"x\"=\"ok\" trailing\n",
-                                       "garbage\n", "\"x\"=\"bad \\q escape\"\n", "\"\"=\"empty name\"\n",
-                                       "\"x\"=\"\\u12\"\n"};
+  std::vector<std::string> nonsense = {
+      "\"unterminated=dword:1\n",   "\"x\"=dword:12\n",      "\"x\"=\"ok\" trailing\n", "garbage\n",
+      "\"x\"=\"bad \\q escape\"\n", "\"\"=\"empty name\"\n", "\"x\"=\"\\u12\"\n"};
   for (const auto& text : nonsense) {
     std::ofstream(path, std::ios::trunc) << text;
     ValueList values;
@@ -79,7 +80,8 @@ TEST(Registry, AnUnreadableValueFileIsSetAsideAndTheKeyWorksAgain) {
   }
   std::vector<std::string> setAside;
   for (const auto& entry : fs::directory_iterator(key.Directory()))
-    if (entry.path().filename().string().rfind("values.reg.unreadable-", 0) == 0) setAside.push_back(Slurp(entry.path()));
+    if (entry.path().filename().string().rfind("values.reg.unreadable-", 0) == 0)
+      setAside.push_back(Slurp(entry.path()));
   std::sort(setAside.begin(), setAside.end());
   std::sort(nonsense.begin(), nonsense.end());
   EXPECT_EQ(setAside, nonsense);
@@ -144,8 +146,8 @@ TEST(Registry, KeysAndValueNamesIgnoreCaseAndKeepTheirFirstCase) {
 TEST(Registry, KeyPathsCannotLeaveTheHiveRoot) {
   ScopedRegistryRoot root;
   Key key;
-  for (const char16_t* path : {u"..", u"a\\..\\..\\etc", u"a/b", u"..\\x", u".hidden", u"a\\.", u"values.reg",
-                               u"bad\nname"}) {
+  for (const char16_t* path :
+       {u"..", u"a\\..\\..\\etc", u"a/b", u"..\\x", u".hidden", u"a\\.", u"values.reg", u"bad\nname"}) {
     EXPECT_EQ(Key::Create(Hive::LocalMachine, path, &key), kInvalidParameter) << QxUtils::WideToUtf8(path);
     EXPECT_EQ(Key::Open(Hive::LocalMachine, path, &key), kInvalidParameter);
   }

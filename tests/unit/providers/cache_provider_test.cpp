@@ -9,9 +9,9 @@
 #include "norvane/datamap.h"
 #include "platform/clock.h"
 #include "platform/registry.h"
+#include "support/ref.h"
 #include "testlib/capture_log.h"
 #include "testlib/temp_dir.h"
-#include "support/ref.h"
 
 namespace {
 
@@ -161,7 +161,7 @@ TEST(RegCache, WhatTheStoreCannotHold) {
   std::vector<std::u16string> names;
   for (const auto& value : values) names.push_back(value.name);
   EXPECT_EQ(names, (std::vector<std::u16string>{u"Blob.Expires", u"Later", u"Later.Expires", u"Machine.Expires",
-                                                 u"Small", u"Small.Expires"}));
+                                                u"Small", u"Small.Expires"}));
 }
 
 TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {

@@ -55,7 +55,8 @@ TEST(XmlProviders, ResourceTypesServicePathsAndFailures) {
       {u"/DevMgmt/DiscoveryTree.xml",
        "<T xmlns='urn:t' xmlns:dd='urn:dd'><R><dd:ResourceURI>" + longUri +
            "</dd:ResourceURI><dd:ResourceType>vexa:qvVexaProductConfigDyn</dd:ResourceType></R></T>"},
-      {std::u16string(longUri.begin(), longUri.end()), "<C xmlns:dd='urn:dd'><dd:SerialNumber>NV1</dd:SerialNumber></C>"},
+      {std::u16string(longUri.begin(), longUri.end()),
+       "<C xmlns:dd='urn:dd'><dd:SerialNumber>NV1</dd:SerialNumber></C>"},
       {u"/device", "<e xmlns:wprt='urn:w'><wprt:DeviceId>SN:1</wprt:DeviceId></e>"}};
   auto address = Device(documents);
   auto vexa = Ref<VEXAProviderImpl>::Adopt(VEXAProviderImpl::Create(address.get()));
@@ -84,9 +85,9 @@ TEST(XmlProviders, ResourceTypesServicePathsAndFailures) {
 TEST(XmlProviders, BufferProtocolAtItsEdges) {
   const std::u16string t255(255, u'a'), t256(256, u'b');
   std::map<std::u16string, std::string> documents{
-      {u"/qv/device/product_information.xml",
-       "<P><ProductSerialNumber>S</ProductSerialNumber><L255>" + std::string(255, 'a') + "</L255><L256>" +
-           std::string(256, 'b') + "</L256><Pair>\xF0\x9F\x98\x80</Pair></P>"}};
+      {u"/qv/device/product_information.xml", "<P><ProductSerialNumber>S</ProductSerialNumber><L255>" +
+                                                  std::string(255, 'a') + "</L255><L256>" + std::string(256, 'b') +
+                                                  "</L256><Pair>\xF0\x9F\x98\x80</Pair></P>"}};
   auto address = Device(documents);
   auto provider = Ref<PLSXMLProviderImpl>::Adopt(PLSXMLProviderImpl::Create(address.get()));
   ASSERT_TRUE(provider);
@@ -101,7 +102,7 @@ TEST(XmlProviders, BufferProtocolAtItsEdges) {
       {u"//L255", true, 256, E_OUTOFMEMORY, 256, u""},  {u"//L255", false, 256, S_OK, 256, t255},
       {u"//L255", false, 255, E_OUTOFMEMORY, 256, u""}, {u"//L256", false, 256, E_OUTOFMEMORY, 257, u""},
       {u"//L256", false, 257, S_OK, 257, t256},         {u"//Pair", false, 2, E_OUTOFMEMORY, 3, u""},
-      {u"//Pair", false, 3, S_OK, 3, u"\U0001F600"},     {u"//None", false, 256, S_FALSE, 0, u""},
+      {u"//Pair", false, 3, S_OK, 3, u"\U0001F600"},    {u"//None", false, 256, S_FALSE, 0, u""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.size) + std::string(row.xpath, row.xpath + 6));
@@ -129,10 +130,10 @@ struct ClockOffset {
 // One read after another on one provider: which of them reach the device.
 TEST(XmlProviders, DocumentCacheKeepsExpiresAndStaysBounded) {
   constexpr int64_t kTenth = 1000000;
-  std::map<std::u16string, std::string> documents{{u"/qv/device/product_information.xml",
-                                                   "<P><ProductSerialNumber>S</ProductSerialNumber></P>"},
-                                                  {u"/a", "<a>1</a>"},
-                                                  {u"/broken", "<a>1</b>"}};
+  std::map<std::u16string, std::string> documents{
+      {u"/qv/device/product_information.xml", "<P><ProductSerialNumber>S</ProductSerialNumber></P>"},
+      {u"/a", "<a>1</a>"},
+      {u"/broken", "<a>1</b>"}};
   auto address = Device(documents);
   auto provider = Ref<PLSXMLProviderImpl>::Adopt(PLSXMLProviderImpl::Create(address.get()));
   ASSERT_TRUE(provider);
@@ -193,7 +194,7 @@ TEST(XmlProviders, OversizedAndEntityDocumentsAreRefused) {
     std::string expected;
   } rows[] = {
       {largest, "#" + std::to_string(E_OUTOFMEMORY)},  // the node exists: it answers
-      {"<P>" + tiny + "</P>", "#1"},                    // one node more: read as not well-formed
+      {"<P>" + tiny + "</P>", "#1"},                   // one node more: read as not well-formed
       {"<P a='1' b='2'>" + tiny.substr(20) + "</P>", "#" + std::to_string(E_OUTOFMEMORY)},
       {"<P a='1' b='2'>" + tiny.substr(16) + "</P>", "#1"},  // attributes count two each
       {"<P>" + std::string(kBytes - 7, 'x') + "</P>", "#" + std::to_string(E_OUTOFMEMORY)},
@@ -253,7 +254,8 @@ TEST(XmlProviders, DetectingAnAbsentProtocolLogsNoFailure) {
 
 // The GetPrinterElements request, whole, with its two ids masked.
 TEST(XmlProviders, WebServicesRequestOnTheWire) {
-  std::map<std::u16string, std::string> documents{{u"/device", "<e xmlns:wprt='urn:w'><wprt:DeviceId>SN:1</wprt:DeviceId></e>"}};
+  std::map<std::u16string, std::string> documents{
+      {u"/device", "<e xmlns:wprt='urn:w'><wprt:DeviceId>SN:1</wprt:DeviceId></e>"}};
   auto address = Device(documents);
   auto ws = Ref<WSProviderImpl>::Adopt(WSProviderImpl::Create(address.get()));
   ASSERT_TRUE(ws);
@@ -263,23 +265,31 @@ TEST(XmlProviders, WebServicesRequestOnTheWire) {
   EXPECT_EQ(sent.resource, u"/device");
   const std::regex uuid("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}");
   std::vector<std::string> ids;
-  for (std::sregex_iterator it(sent.body.begin(), sent.body.end(), uuid), end; it != end; ++it) ids.push_back(it->str());
+  for (std::sregex_iterator it(sent.body.begin(), sent.body.end(), uuid), end; it != end; ++it)
+    ids.push_back(it->str());
   ASSERT_EQ(ids.size(), 2u);
   EXPECT_NE(ids[0], ids[1]);  // message id and sender id
   const std::string addressing = "http://schemas.xmlsoap.org/ws/2004/08/addressing";
   const std::string print = "http://schemas.microsoft.com/windows/2006/08/wdp/print";
   EXPECT_EQ(std::regex_replace(sent.body, uuid, "ID"),
             "<?xml version=\"1.0\" encoding=\"utf-8\"?> <soap:Envelope"
-            " xmlns:soap=\"http://www.w3.org/2003/05/soap-envelope\" xmlns:wsa=\"" + addressing + "\""
-            " xmlns:UNS1=\"http://www.microsoft.com/windows/test/testdevice/11/2005\" xmlns:pri=\"" + print + "\">"
-            " <soap:Header> <wsa:To>printer.example:3910</wsa:To> <wsa:Action>" + print + "/GetPrinterElements"
-            "</wsa:Action> <wsa:MessageID>urn:uuid:ID</wsa:MessageID> <wsa:ReplyTo> <wsa:Address>" + addressing +
-            "/role/anonymous</wsa:Address> </wsa:ReplyTo> <wsa:From> <wsa:Address>urn:uuid:ID</wsa:Address>"
-            " </wsa:From> <UNS1:ServiceIdentifier>uri:prn</UNS1:ServiceIdentifier> </soap:Header> <soap:Body>"
-            " <pri:GetPrinterElementsRequest> <pri:RequestedElements> <pri:Name>pri:PrinterDescription</pri:Name>"
-            " <pri:Name>pri:PrinterConfiguration</pri:Name> <pri:Name>pri:PrinterCapabilities</pri:Name>"
-            " <pri:Name>pri:DefaultPrintTicket</pri:Name> <pri:Name>pri:PrinterStatus</pri:Name>"
-            " </pri:RequestedElements> </pri:GetPrinterElementsRequest> </soap:Body> </soap:Envelope>");
+            " xmlns:soap=\"http://www.w3.org/2003/05/soap-envelope\" xmlns:wsa=\"" +
+                addressing +
+                "\""
+                " xmlns:UNS1=\"http://www.microsoft.com/windows/test/testdevice/11/2005\" xmlns:pri=\"" +
+                print +
+                "\">"
+                " <soap:Header> <wsa:To>printer.example:3910</wsa:To> <wsa:Action>" +
+                print +
+                "/GetPrinterElements"
+                "</wsa:Action> <wsa:MessageID>urn:uuid:ID</wsa:MessageID> <wsa:ReplyTo> <wsa:Address>" +
+                addressing +
+                "/role/anonymous</wsa:Address> </wsa:ReplyTo> <wsa:From> <wsa:Address>urn:uuid:ID</wsa:Address>"
+                " </wsa:From> <UNS1:ServiceIdentifier>uri:prn</UNS1:ServiceIdentifier> </soap:Header> <soap:Body>"
+                " <pri:GetPrinterElementsRequest> <pri:RequestedElements> <pri:Name>pri:PrinterDescription</pri:Name>"
+                " <pri:Name>pri:PrinterConfiguration</pri:Name> <pri:Name>pri:PrinterCapabilities</pri:Name>"
+                " <pri:Name>pri:DefaultPrintTicket</pri:Name> <pri:Name>pri:PrinterStatus</pri:Name>"
+                " </pri:RequestedElements> </pri:GetPrinterElementsRequest> </soap:Body> </soap:Envelope>");
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include "norvane/disposable.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -6,11 +8,10 @@
 #include <thread>
 #include <vector>
 
-#include "norvane/disposable.h"
 #include "norvane/interfaces.h"
-#include "testlib/capture_log.h"
 #include "support/disposable_set.h"
 #include "support/log.h"
+#include "testlib/capture_log.h"
 
 namespace {
 
@@ -48,7 +49,8 @@ TEST(Disposable, CountsAreLoggedAndOnlyTheLastDisposeDestroysUnlessKeptAlive) {
   auto records = log.Find(" ref is 3");
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].function, "QxUtils::CDisposable::AddRefImpl");
-  EXPECT_EQ(records[0].text.rfind("<GetTypeName(): class identification disabled, refer to IDisposableImpl> (0x", 0), 0u);
+  EXPECT_EQ(records[0].text.rfind("<GetTypeName(): class identification disabled, refer to IDisposableImpl> (0x", 0),
+            0u);
 
   // Kept alive, it survives zero and goes negative; its owner destroys it.
   p = Probe::Create();

@@ -1,3 +1,5 @@
+#include "support/file_version_info.h"
+
 #include <elf.h>
 #include <gtest/gtest.h>
 
@@ -6,7 +8,6 @@
 #include <iterator>
 #include <string>
 
-#include "support/file_version_info.h"
 #include "support/string_utils.h"
 #include "testlib/temp_dir.h"
 #include "version_resource.h"

@@ -2,9 +2,9 @@
 
 #include <tuple>
 
-#include "testlib/capture_log.h"
 #include "support/log.h"
 #include "support/win32_exception.h"
+#include "testlib/capture_log.h"
 
 QX_LOG_SOURCE_FILE()
 
@@ -69,7 +69,8 @@ TEST(LogScope, ModulesWithoutWriterDropEverythingAndOnlyTheirOwnRecordsArrive) {
   { QX_LOG_FUNCTION(QxLogging::NorvaneResolver(), "CaptureSubString"); }
   ASSERT_EQ(log.Records().size(), 2u);
   EXPECT_EQ(log.Records()[0].module, "NorvaneResolver");
-  for (const char* name : {"NorvaneDM", "Utils", "NorvaneResolver"}) EXPECT_EQ(QxLogging::FindModule(name)->Name(), name);
+  for (const char* name : {"NorvaneDM", "Utils", "NorvaneResolver"})
+    EXPECT_EQ(QxLogging::FindModule(name)->Name(), name);
   EXPECT_EQ(QxLogging::FindModule("utils"), nullptr);
 }
 

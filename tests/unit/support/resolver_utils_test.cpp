@@ -1,3 +1,5 @@
+#include "support/resolver_utils.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -5,7 +7,6 @@
 #include <vector>
 
 #include "testlib/capture_log.h"
-#include "support/resolver_utils.h"
 
 namespace {
 

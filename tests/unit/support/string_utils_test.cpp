@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "support/string_utils.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -10,11 +10,21 @@ TEST(StringUtils, AddressFormsAreRecognisedWithoutNameLookup) {
   const struct {
     const char16_t* text;
     bool v4, v6;
-  } cases[] = {{u"192.168.0.1", true, false}, {u"192.168.0.1:631", true, false}, {u"0.0.0.0:65535", true, false},
-               {u"192.168.0.256", false, false}, {u"192.168.0.1:", false, false}, {u"192.168.0.1:65536", false, false},
-               {u"192.168.0.1:80x", false, false}, {u"192.168.0.1/80", false, false}, {u"1234.1.1.1", false, false},
-               {u"printer.local", false, false}, {u"", false, false}, {nullptr, false, false},
-               {u"::1", false, true}, {u"fe80::1ff:fe23:4567:890a", false, true}, {u"localhost", false, false},
+  } cases[] = {{u"192.168.0.1", true, false},
+               {u"192.168.0.1:631", true, false},
+               {u"0.0.0.0:65535", true, false},
+               {u"192.168.0.256", false, false},
+               {u"192.168.0.1:", false, false},
+               {u"192.168.0.1:65536", false, false},
+               {u"192.168.0.1:80x", false, false},
+               {u"192.168.0.1/80", false, false},
+               {u"1234.1.1.1", false, false},
+               {u"printer.local", false, false},
+               {u"", false, false},
+               {nullptr, false, false},
+               {u"::1", false, true},
+               {u"fe80::1ff:fe23:4567:890a", false, true},
+               {u"localhost", false, false},
                {u"[::1]", false, false}};
   for (const auto& c : cases) {
     std::string shown = c.text ? WideToUtf8(c.text) : "<null>";
@@ -48,10 +58,12 @@ TEST(StringUtils, Utf8AndUtf16RoundTripAndMalformedInputBecomesReplacementCharac
   EXPECT_EQ(WideToUtf8(wide), text);
   EXPECT_EQ(Utf8ToWide(static_cast<const char*>(nullptr)), u"");
   EXPECT_EQ(WideToUtf8(static_cast<const char16_t*>(nullptr)), "");
-  EXPECT_EQ(Utf8ToWide(std::string_view("a\xFF" "b")), u"a\uFFFDb");
-  EXPECT_EQ(Utf8ToWide(std::string_view("\xC3")), u"\uFFFD");         // truncated sequence
-  EXPECT_EQ(Utf8ToWide(std::string_view("\xC0\xAF")), u"\uFFFD");      // overlong
-  EXPECT_EQ(Utf8ToWide(std::string_view("\xED\xA0\x80")), u"\uFFFD");  // encoded surrogate
+  EXPECT_EQ(Utf8ToWide(std::string_view("a\xFF"
+                                        "b")),
+            u"a\uFFFDb");
+  EXPECT_EQ(Utf8ToWide(std::string_view("\xC3")), u"\uFFFD");                  // truncated sequence
+  EXPECT_EQ(Utf8ToWide(std::string_view("\xC0\xAF")), u"\uFFFD");              // overlong
+  EXPECT_EQ(Utf8ToWide(std::string_view("\xED\xA0\x80")), u"\uFFFD");          // encoded surrogate
   EXPECT_EQ(WideToUtf8(std::u16string(1, char16_t(0xD800))), "\xEF\xBF\xBD");  // lone surrogate
 }
 

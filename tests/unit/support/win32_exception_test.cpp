@@ -1,7 +1,8 @@
+#include "support/win32_exception.h"
+
 #include <gtest/gtest.h>
 
 #include "support/string_utils.h"
-#include "support/win32_exception.h"
 
 namespace {
 
@@ -11,7 +12,8 @@ TEST(Win32Exception, FaultsBecomeTheirClassWithTheirFieldsAndAreCountedWhileAliv
   const struct {
     uint32_t code;
     const char* text;
-  } cases[] = {{kAccessViolation, "Access violation"}, {kIntegerDivideByZero, "Division by zero"},
+  } cases[] = {{kAccessViolation, "Access violation"},
+               {kIntegerDivideByZero, "Division by zero"},
                {0xC000001D, "Win32 exception"}};
   for (const auto& c : cases) {
     FaultRecord fault;
@@ -30,7 +32,8 @@ TEST(Win32Exception, FaultsBecomeTheirClassWithTheirFieldsAndAreCountedWhileAliv
       // Only an access violation is its own class, with the fault's access.
       auto* violation = dynamic_cast<const CAccessViolation*>(&e);
       ASSERT_EQ(violation != nullptr, c.code == kAccessViolation) << c.text;
-      EXPECT_TRUE(!violation || (violation->IsWrite() && violation->GetTarget() == reinterpret_cast<const void*>(0xdead)));
+      EXPECT_TRUE(!violation ||
+                  (violation->IsWrite() && violation->GetTarget() == reinterpret_cast<const void*>(0xdead)));
     }
   }
   EXPECT_EQ(CWin32Exception::LiveCount(), 0);
