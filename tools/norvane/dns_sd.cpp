@@ -43,19 +43,6 @@ int ServiceRank(std::string_view type) {
   return kServiceTypeCount;
 }
 
-std::string TxtValue(AvahiStringList* txt, std::string_view key) {
-  for (AvahiStringList* item = txt; item != nullptr; item = avahi_string_list_get_next(item)) {
-    const char* text = reinterpret_cast<const char*>(avahi_string_list_get_text(item));
-    size_t size = avahi_string_list_get_size(item);
-    std::string_view entry(text, size);
-    size_t equals = entry.find('=');
-    // Keys compare ignoring case, as DNS-SD defines them.
-    if (equals != key.size() || strncasecmp(text, key.data(), equals) != 0) continue;
-    return TxtText(text + equals + 1, size - equals - 1);
-  }
-  return {};
-}
-
 struct Browse {
   AvahiSimplePoll* poll = nullptr;
   AvahiClient* client = nullptr;
@@ -171,6 +158,18 @@ std::string TxtText(const void* data, size_t size) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
   }
   return text;
+}
+
+std::string TxtValue(AvahiStringList* txt, std::string_view key) {
+  for (AvahiStringList* item = txt; item != nullptr; item = avahi_string_list_get_next(item)) {
+    const char* text = reinterpret_cast<const char*>(avahi_string_list_get_text(item));
+    size_t size = avahi_string_list_get_size(item);
+    std::string_view entry(text, size);
+    size_t equals = entry.find('=');
+    if (equals != key.size() || strncasecmp(text, key.data(), equals) != 0) continue;
+    return TxtText(text + equals + 1, size - equals - 1);
+  }
+  return {};
 }
 
 bool PrinterResourcePath(const std::string& rp, std::string* path) {

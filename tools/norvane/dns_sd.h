@@ -4,7 +4,10 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
+
+struct AvahiStringList;
 
 namespace NorvaneCli {
 
@@ -32,6 +35,9 @@ std::vector<std::string> DiscoveredTargets(uint32_t timeoutMs);
 // A TXT value as the tool may show it: at most 255 bytes (the most one DNS TXT
 // string holds), control characters replaced.
 std::string TxtText(const void* data, size_t size);
+// The value of a TXT key as TxtText gives it; keys compare ignoring case, as
+// DNS-SD defines them. Empty when the key is absent.
+std::string TxtValue(AvahiStringList* txt, std::string_view key);
 // The "rp" key as a URI path: empty for "", the path otherwise; false for text
 // that is not a plain relative path (a query, a fragment, "..", control characters).
 bool PrinterResourcePath(const std::string& rp, std::string* path);
