@@ -43,6 +43,13 @@ void Status(const StatusOptions& o, const Common& common) {
     out[name] = text;
     table.Add({name, text});
   }
+  // An answer without printer attributes (a printer that answers every request
+  // with its job list, say) would otherwise show as an empty table and succeed.
+  if (out.size() == 1) {
+    throw Failure(kExitFailed, "the printer at " + target.Uri() +
+                                   " answered, but its answer holds none of the printer attributes " +
+                                   "status shows (printer-state, printer-make-and-model, ...)");
+  }
   if (common.json) {
     PrintJson(out);
   } else {

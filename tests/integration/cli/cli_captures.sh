@@ -35,7 +35,7 @@ cases=(
   "ipp-client-kotlin__invalidXeroxMediaCol.response|||1|answered, but its IPP/1.1 answer cannot be decoded"
   "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res|--ipp11-only||0|Xerox B210 Printer"
   "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res|--ipp11-only|--strict-ipp|1|answered IPP/1.1, which --strict-ipp refuses"
-  "python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin|||0|!printer-make-and-model"
+  "python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin|||1|answered, but its answer holds none of the printer attributes"
 )
 
 n=10
