@@ -103,8 +103,7 @@ TEST(DataMapSpecTest, CreatedFromTypesAndByHand) {
   EXPECT_EQ(Show(spec->GetDataItemSpec(u"Tray")->GetName()), "replacement");
   spec->AddDataItemSpec(u"null", nullptr);
   EXPECT_EQ(spec->SizeOf(), 6);
-  std::u16string key = u"Tray";
-  EXPECT_EQ(spec->GetDataItemSpec(key), same);
+  EXPECT_EQ(spec->GetDataItemSpec(u"Tray"), same);
 }
 
 // One pass with RemoveFromMap between its steps: "n" is GetNextDataItemSpec
