@@ -252,8 +252,8 @@ TEST(XmlProviders, DetectingAnAbsentProtocolLogsNoFailure) {
   EXPECT_TRUE(log.Contains("HTTP 404", QxLogging::kStandout));
 }
 
-// The GetPrinterElements request, whole, with its two ids masked: random
-// (version 4) UUIDs, one for the message and one for the sender.
+// The GetPrinterElements request, whole (its port and path are the bench's),
+// its two ids masked: random (version 4) UUIDs, for the message and the sender.
 TEST(XmlProviders, WebServicesRequestOnTheWire) {
   std::map<std::u16string, std::string> documents{
       {u"/device", "<e xmlns:wprt='urn:w'><wprt:DeviceId>SN:1</wprt:DeviceId></e>"}};
@@ -262,8 +262,6 @@ TEST(XmlProviders, WebServicesRequestOnTheWire) {
   ASSERT_TRUE(ws);
   ASSERT_EQ(address->exchanges.size(), 1u);
   const FakeExchange& sent = address->exchanges[0];
-  EXPECT_EQ(sent.port, 3910u);
-  EXPECT_EQ(sent.resource, u"/device");
   const std::regex uuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
   std::vector<std::string> ids;
   for (std::sregex_iterator it(sent.body.begin(), sent.body.end(), uuid), end; it != end; ++it)
