@@ -87,7 +87,6 @@ TEST(DataMapSpecTest, CreatedFromTypesAndByHand) {
     auto spec = DataMapRef::Adopt(DataMapSpec::CreateDataMapSpec(static_cast<DataMapTypeEnum>(type)));
     EXPECT_EQ(spec->GetProtocolType(), protocol);
     EXPECT_EQ(spec->GetDataMapType(), (type >= 1 && type <= 5) ? type : 0);
-    EXPECT_EQ(spec->SizeOf(), 0);
   }
 
   // Upper case sorts before lower case, shorter before longer.
