@@ -22,18 +22,16 @@ using Owned = std::unique_ptr<T>;
 TEST(DataItemElement, AttributeRules) {
   std::vector<Xml::DocumentPtr> documents;
   auto element = [&documents](const char* xml) { return Root(documents.emplace_back(Parse(xml))); };
+  auto xmlName = [&element](const char* xml) {
+    return Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element(xml)))->GetName());
+  };
   // No Name: the AttributeID names the item; nothing else does, and attribute names are exact.
   EXPECT_EQ(Show(Owned<IPPDataItemSpec>(
                      IPPDataItemSpec::CreateIPPDataItemSpec(element("<DataItem AttributeID='printer-state'/>")))
                      ->GetName()),
             "printer-state");
-  EXPECT_EQ(
-      Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem URI='/x'/>")))->GetName()),
-      "<null>");
-  EXPECT_EQ(
-      Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(element("<DataItem name='x'/>")))->GetName()),
-      "<null>");
-  EXPECT_EQ(Show(Owned<XMLDataItemSpec>(XMLDataItemSpec::CreateXMLDataItem(nullptr))->GetUri()), "<null>");
+  EXPECT_EQ(xmlName("<DataItem URI='/x'/>"), "<null>");
+  EXPECT_EQ(xmlName("<DataItem name='x'/>"), "<null>");
   // A static item is its text content, not its Value, and has no conversions.
   Owned<StaticDataItemSpec> fixed(StaticDataItemSpec::CreateStaticDataItemSpec(element(
       "<StaticDataItem Name='s' Value='v'>  text <b>and</b> more<Conversion Equals='a' Value='b'/></StaticDataItem>")));

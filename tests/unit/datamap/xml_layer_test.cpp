@@ -26,10 +26,7 @@ std::string SelectText(const xmlNode* context, std::string_view xpath) {
 
 int CountChildren(const xmlNode* node) {
   int n = 0;
-  for (xmlNode* child : Xml::Children(node)) {
-    (void)child;
-    ++n;
-  }
+  for (xmlNode* child = node->children; child != nullptr; child = child->next) ++n;
   return n;
 }
 
@@ -61,75 +58,59 @@ TEST(XmlLoad, BytesTextAndFileGiveTheSameTreeWithoutBlankText) {
   ASSERT_EQ(Xml::LoadBytes(utf16le, &fromUtf16Bytes), S_OK);
   EXPECT_EQ(Xml::TextContentUtf8(Root(fromUtf16Bytes)), "ok");
 
-  Xml::DocumentPtr fromFile;
-  ASSERT_EQ(Xml::LoadFile(DataMapTest::FixturePath("device_datamaps.xml").c_str(), &fromFile), S_OK);
-  EXPECT_TRUE(Xml::LocalNameIs(Root(fromFile), "DataMaps"));
+  // A file by a wide name (the narrow one reads the XPath tests' fixture).
   const std::string path = DataMapTest::FixturePath("device_datamaps.xml");
-  std::u16string widePath(path.begin(), path.end());
-  ASSERT_EQ(Xml::LoadFile(widePath.c_str(), &fromFile), S_OK);
+  Xml::DocumentPtr fromFile;
+  ASSERT_EQ(Xml::LoadFile(std::u16string(path.begin(), path.end()).c_str(), &fromFile), S_OK);
+  EXPECT_TRUE(Xml::LocalNameIs(Root(fromFile), "DataMaps"));
 }
 
 TEST(XmlLoad, FailuresAreStatusesAndStaySilent) {
   testing::internal::CaptureStderr();
   Xml::DocumentPtr document = Xml::CreateDocument();
+  // Whatever the parser refuses takes this one way out.
   EXPECT_EQ(Xml::LoadBytes("<DataMaps><XMLDataMap></DataMaps>", &document), S_FALSE);
   EXPECT_FALSE(document);  // a failed load leaves no document behind
-  EXPECT_EQ(Xml::LoadBytes("", &document), S_FALSE);
-  EXPECT_EQ(Xml::LoadBytes("<a></a><b/>", &document), S_FALSE);
-  EXPECT_EQ(Xml::LoadText(u"<a>", &document), S_FALSE);
   EXPECT_EQ(Xml::LoadFile("/nonexistent/datamaps.xml", &document), S_FALSE);
   EXPECT_EQ(Xml::LoadFile("/tmp", &document), S_FALSE);
   EXPECT_EQ(Xml::LoadFile(static_cast<const char*>(nullptr), &document), E_INVALIDARG);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(XmlLoad, ExternalEntitiesNeverReadFiles) {
+// The first entity declaration ends the parse, so no entity is expanded (an
+// entity bomb is refused like the file entity here) and no file is read; the
+// parser's default limits refuse huge attributes and deep nesting, quickly.
+TEST(XmlLoad, EntitiesHugeAttributesAndDeepNestingAreRefusedWithoutReadingFiles) {
   NorvaneTest::TempDir dir;
   const std::string path = dir.Path() + "/secret", dtdPath = dir.Path() + "/leak.dtd";
   const std::string secret = "NORVANE-SECRET-7f3a";
   std::ofstream(path) << secret;
   std::ofstream(dtdPath) << "<!ENTITY leak SYSTEM \"file://" << path << "\">";
-
+  std::string deep;
+  for (int i = 0; i < 100000; ++i) deep += "<a>";
+  for (int i = 0; i < 100000; ++i) deep += "</a>";
+  const std::string refused[] = {
+      "<?xml version=\"1.0\"?><!DOCTYPE DataMaps [<!ENTITY xxe SYSTEM \"file://" + path +
+          "\">]><DataMaps><s a=\"x\">&xxe;</s></DataMaps>",
+      "<?xml version=\"1.0\"?><!DOCTYPE DataMaps [<!ENTITY % p SYSTEM \"file://" + path + "\"> %p;]><DataMaps/>",
+      // Ten mebibytes in one attribute exceed the parser's default text limit.
+      "<DataMaps><XMLDataMap Protocol=\"" + std::string(10 * 1024 * 1024, 'A') + "\"/></DataMaps>",
+      deep,
+  };
   testing::internal::CaptureStderr();
-  const std::string general = "<?xml version=\"1.0\"?><!DOCTYPE DataMaps [<!ENTITY xxe SYSTEM \"file://" +
-                              std::string(path) + "\">]><DataMaps><s a=\"x\">&xxe;</s></DataMaps>";
-  const std::string parameter = "<?xml version=\"1.0\"?><!DOCTYPE DataMaps [<!ENTITY % p SYSTEM \"file://" +
-                                std::string(path) + "\"> %p;]><DataMaps/>";
-  const std::string externalSubset = "<?xml version=\"1.0\"?><!DOCTYPE DataMaps SYSTEM \"file://" +
-                                     std::string(dtdPath) + "\"><DataMaps><s>&leak;</s></DataMaps>";
+  auto started = std::chrono::steady_clock::now();
   Xml::DocumentPtr document;
-  EXPECT_EQ(Xml::LoadBytes(general, &document), S_FALSE);
-  EXPECT_EQ(Xml::LoadBytes(parameter, &document), S_FALSE);
+  for (const auto& text : refused) EXPECT_EQ(Xml::LoadBytes(text, &document), S_FALSE) << text.substr(0, 60);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
   // The external subset is never fetched, so the entity stays an unexpanded
   // reference (or the parse fails); either way the secret is not read.
+  const std::string externalSubset =
+      "<?xml version=\"1.0\"?><!DOCTYPE DataMaps SYSTEM \"file://" + dtdPath + "\"><DataMaps><s>&leak;</s></DataMaps>";
   if (Xml::LoadBytes(externalSubset, &document) == S_OK) {
     EXPECT_EQ(Xml::TextContentUtf8(reinterpret_cast<xmlNode*>(document.get())).find(secret), std::string::npos);
     EXPECT_EQ(document->intSubset == nullptr ? nullptr : document->intSubset->entities, nullptr);
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
-TEST(XmlLoad, EntityBombsHugeAttributesAndDeepNestingAreRefusedQuickly) {
-  auto started = std::chrono::steady_clock::now();
-  std::string laughs = "<?xml version=\"1.0\"?><!DOCTYPE lolz [<!ENTITY lol \"lol\">";
-  for (int i = 1; i <= 9; ++i) {
-    laughs += "<!ENTITY lol" + std::to_string(i) + " \"";
-    for (int k = 0; k < 10; ++k) laughs += "&lol" + (i == 1 ? std::string() : std::to_string(i - 1)) + ";";
-    laughs += "\">";
-  }
-  laughs += "]><DataMaps><XMLDataMap Protocol=\"&lol9;\">&lol9;</XMLDataMap></DataMaps>";
-  Xml::DocumentPtr document;
-  EXPECT_EQ(Xml::LoadBytes(laughs, &document), S_FALSE);
-
-  // Ten mebibytes in one attribute exceed the parser's default text limit.
-  std::string huge = "<DataMaps><XMLDataMap Protocol=\"" + std::string(10 * 1024 * 1024, 'A') + "\"/></DataMaps>";
-  EXPECT_EQ(Xml::LoadBytes(huge, &document), S_FALSE);
-
-  std::string deep;
-  for (int i = 0; i < 100000; ++i) deep += "<a>";
-  for (int i = 0; i < 100000; ++i) deep += "</a>";
-  EXPECT_EQ(Xml::LoadBytes(deep, &document), S_FALSE);
-  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
 }
 
 TEST(XmlXPath, DocumentPrefixesAndTheDotPredicateLookup) {
@@ -140,8 +121,6 @@ TEST(XmlXPath, DocumentPrefixesAndTheDotPredicateLookup) {
   // The resource lookup of the discovery tree puts a predicate on ".".
   EXPECT_EQ(SelectText(top, "//.[dd:ResourceType=\"vexa:qvVexaProductStatusDyn\"]/dd:ResourceURI"),
             "/DevMgmt/ProductStatusDyn.xml");
-  EXPECT_EQ(Xml::RewriteXPath("//.[a=\"b\"]/c"), "/descendant-or-self::node()[a=\"b\"]/c");
-  EXPECT_EQ(Xml::RewriteXPath("/a//.[b]"), "/a//.[b]");  // only the leading step is rewritten
   EXPECT_EQ(SelectText(top, "//.[dd:ResourceType=\"vexa:none\"]/dd:ResourceURI"), "hr=1");
   EXPECT_EQ(SelectText(top, "//dd:Revision"), "3.2.1");
   EXPECT_EQ(SelectText(top, "//vexa:SupportedResource[2]/dd:ResourceURI"), "/DevMgmt/ProductStatusDyn.xml");
@@ -160,9 +139,6 @@ TEST(XmlXPath, PrefixesDeclaredDeepInsideAndFirstDeclarationWins) {
       "<r xmlns:wprt=\"urn:other\"><wprt:Name>second</wprt:Name></r></Body></Envelope>");
   xmlNode* top = reinterpret_cast<xmlNode*>(document.get());
   EXPECT_EQ(SelectText(top, "//wprt:Name"), "first");
-  Xml::Selector selector(document.get());
-  ASSERT_EQ(selector.Namespaces().size(), 1u);
-  EXPECT_EQ(selector.Namespaces()[0].second, "urn:print");
 }
 
 TEST(XmlXPath, ResultsOtherThanOrdinaryNodes) {

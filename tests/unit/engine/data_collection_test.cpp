@@ -127,6 +127,8 @@ TEST(DataCollection, CreationFunctionsReportDocumentAndArgumentFailures) {
   DataMapSpecCollection* specs = DataMapSpecCollection::CreateDataMapSpecCollection();
   EXPECT_EQ(CreateDataCollectionFromDataMapSpecsCollection(address, specs, &out, nullptr), E_FAIL);
   EXPECT_EQ(CreateDataCollectionFromDataMapSpecsCollection(address, nullptr, &out, nullptr), E_FAIL);
+  const char16_t* answerable = u"<DataMaps><XMLDataMap Protocol='HTTP'/></DataMaps>";
+  EXPECT_EQ(CreateDataCollectionFromXML(nullptr, answerable, &out, nullptr), E_FAIL);  // no address
   DataMapSpecCollection::Dispose(specs);
   EXPECT_EQ(out, sentinel);
   address->Dispose();

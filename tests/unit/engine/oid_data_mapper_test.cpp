@@ -29,7 +29,6 @@ TEST(OidMapper, AGroupWhoseRequestFailsAnswersNothingAndStoresNothing) {
   map->AddDataItemSpec(
       u"Black", OIDDataItemSpec::CreateOIDDataItemSpec(u"Black", u"1.3.1", u"levels", false, nullptr, 0, nullptr));
   auto mapper = QxUtils::AdoptRef(OIDDataMapper::Create(agent.get(), map.get()));
-  EXPECT_EQ(mapper->GetDataMapName(), u"OIDDataMap");
   Variant value = Variant::FromInt32(7);
   EXPECT_EQ(mapper->GetValue(u"Black", value.Ptr()), E_FAIL);
   EXPECT_EQ(value.Get().lVal, 7);

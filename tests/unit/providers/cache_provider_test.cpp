@@ -4,12 +4,14 @@
 #include <fstream>
 #include <vector>
 
+#include "../datamap/datamap_test_support.h"
 #include "norvane/api.h"
 #include "norvane/cache.h"
 #include "norvane/datamap.h"
 #include "platform/clock.h"
 #include "platform/registry.h"
 #include "support/ref.h"
+#include "support/string_utils.h"
 #include "testlib/capture_log.h"
 #include "testlib/temp_dir.h"
 
@@ -68,15 +70,13 @@ TEST(RegCache, ValuesComeBackWithTheirTypesWhileValid) {
   ASSERT_EQ(reader->PopulateFromRegistry(map.map, &table), S_OK);
   // "Forever" needs no item; expired entries are not written; a stamp after now
   // is not trusted; an entry no item gives a lifespan is not read.
-  std::vector<std::u16string> keys;
-  for (const auto& [key, value] : table) keys.push_back(key);
-  EXPECT_EQ(keys, (std::vector<std::u16string>{u"Forever", u"Pages", u"Young", u"dev:Model"}));
-  EXPECT_EQ(std::u16string(table[u"dev:Model"].value.Get().bstrVal), u"LX 9000");
-  EXPECT_EQ(table[u"dev:Model"].lifespan, 600u);
-  EXPECT_EQ(table[u"dev:Model"].stamp, now);
-  EXPECT_EQ(table[u"Pages"].value.Type(), VT_I4);
-  EXPECT_EQ(table[u"Pages"].value.Get().lVal, -1);
-  EXPECT_EQ(table[u"Forever"].lifespan, 0u);
+  std::vector<std::string> read;
+  for (const auto& [key, c] : table) {
+    read.push_back(QxUtils::WideToUtf8(key) + " " + DataMapTest::ShowVariant(c.value) + " " +
+                   std::to_string(c.lifespan) + (c.stamp == now ? " now" : ""));
+  }
+  EXPECT_EQ(read, (std::vector<std::string>{"Forever str:static 0", "Pages i4:-1 600 now", "Young str:x 600",
+                                            "dev:Model str:LX 9000 600 now"}));
   Variant pages, companion, missing;
   EXPECT_EQ(reader->GetDataValue(u"Pages", pages.Ptr()), S_OK);
   EXPECT_EQ(pages.Get().lVal, -1);
@@ -164,56 +164,45 @@ TEST(RegCache, WhatTheStoreCannotHold) {
                                                 u"Small", u"Small.Expires"}));
 }
 
-TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreation) {
+// A long name, here past what a file name holds, still names a cache of its
+// own: a printer whose name shares that prefix sees nothing of it.
+TEST(PrintDataCache, ReadsThePrinterDataOnceAtCreationAndKeepsLongNamesApart) {
   ScopedRegistryRoot root;
-  Variant level = Variant::FromInt32(-1);
+  Variant level = Variant::FromInt32(-1), model = Variant::FromString(u"LX 9000");
   auto none = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(PrintDataCacheProvider::kNoPrinter));
   EXPECT_EQ(none->SetDataValue(u"a", &level.Get(), 0), S_FALSE);  // no printer, no store
   EXPECT_FALSE(fs::exists(root.Path() + "/HKLM"));
 
-  uintptr_t printer = OpenPrinterDataHandle(u"Front Desk");
+  std::u16string japanese;
+  for (int i = 0; i < 200; ++i) japanese.push_back(static_cast<char16_t>(u'あ' + i % 80));
+  std::u16string twin = japanese;
+  twin.back() = u'ン';
+  uintptr_t printer = OpenPrinterDataHandle(japanese.c_str()), other = OpenPrinterDataHandle(twin.c_str());
   DataMap map;
   ValueTable table;
   {
     auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
     EXPECT_EQ(dynamic_cast<PrintDataCacheProvider*>(cache.get())->PopulateFromRegistry(map.map, &table), S_FALSE);
     ASSERT_EQ(cache->SetDataValue(u"Level", &level.Get(), 0), S_OK);
+    ASSERT_EQ(cache->SetDataValue(u"Model", &model.Get(), 0), S_OK);
     Variant out, null;
     EXPECT_EQ(cache->GetDataValue(u"Level", out.Ptr()), S_FALSE);  // not re-read
     null.Get().vt = VT_NULL;
     EXPECT_EQ(cache->SetDataValue(u"Nothing", &null.Get(), 0), S_FALSE);
   }
   auto again = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
-  Variant out;
+  auto twinCache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(other));
+  Variant out, text, absent;
   ASSERT_EQ(again->GetDataValue(u"Level", out.Ptr()), S_OK);
   EXPECT_EQ(out.Type(), VT_I4);
   EXPECT_EQ(out.Get().lVal, -1);
+  ASSERT_EQ(again->GetDataValue(u"Model", text.Ptr()), S_OK);
+  EXPECT_EQ(std::u16string(text.Get().bstrVal), u"LX 9000");
+  EXPECT_EQ(twinCache->GetDataValue(u"Model", absent.Ptr()), S_FALSE);
   auto* concrete = dynamic_cast<PrintDataCacheProvider*>(again.get());
   ASSERT_EQ(concrete->PopulateFromRegistry(map.map, &table), S_OK);
   EXPECT_EQ(table.count(u"Level"), 1u);
   EXPECT_EQ(concrete->PopulateFromRegistry(nullptr, &table), S_FALSE);
-  ClosePrinterDataHandle(printer);
-}
-
-TEST(PrintDataCache, LongPrinterNamesKeepTheirOwnCache) {
-  ScopedRegistryRoot root;
-  std::u16string japanese;
-  for (int i = 0; i < 200; ++i) japanese.push_back(static_cast<char16_t>(u'あ' + i % 80));
-  std::u16string twin = japanese;
-  twin.back() = u'ン';  // same prefix, another printer
-  uintptr_t printer = OpenPrinterDataHandle(japanese.c_str());
-  uintptr_t other = OpenPrinterDataHandle(twin.c_str());
-  Variant v = Variant::FromString(u"LX 9000");
-  {
-    auto cache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
-    ASSERT_EQ(cache->SetDataValue(u"Model", &v.Get(), 0), S_OK);
-  }
-  auto again = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(printer));
-  auto twinCache = QxUtils::Ref<ICacheProvider>::Adopt(CreatePrintDataCacheProvider(other));
-  Variant model, none;
-  ASSERT_EQ(again->GetDataValue(u"Model", model.Ptr()), S_OK);
-  EXPECT_EQ(std::u16string(model.Get().bstrVal), u"LX 9000");
-  EXPECT_EQ(twinCache->GetDataValue(u"Model", none.Ptr()), S_FALSE);
   ClosePrinterDataHandle(printer);
   ClosePrinterDataHandle(other);
 }

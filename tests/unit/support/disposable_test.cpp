@@ -55,7 +55,6 @@ TEST(Disposable, CountsAreLoggedAndOnlyTheLastDisposeDestroysUnlessKeptAlive) {
   // Kept alive, it survives zero and goes negative; its owner destroys it.
   p = Probe::Create();
   p->SetKeepAlive(true);
-  EXPECT_TRUE(p->GetKeepAlive());
   EXPECT_EQ(p->Dispose(), 0u);
   EXPECT_EQ(static_cast<int32_t>(p->Dispose()), -1);
   EXPECT_EQ(g_destroyed.load(), before + 1);
