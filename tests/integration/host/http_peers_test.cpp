@@ -139,6 +139,17 @@ TEST_F(HostHttpPeers, ReadsTheDeviceXmlResourcesOnOneKeptConnection) {
     EXPECT_EQ(kept.size() + 1, OpenSockets().size());
   }
   EXPECT_EQ(kept, OpenSockets());
+
+  // Dot segments are the device's business: they go as given, and a GET
+  // carries nothing but these fields (which the journal lists sorted).
+  ASSERT_EQ(S_OK, Get(altPort_, u"/a/../ipp/./print", request, &response));
+  std::string head = Journal("/a/../ipp/./print").head;
+  const size_t agent = head.find("User-Agent: norvane-host/");
+  ASSERT_NE(std::string::npos, agent);
+  head.erase(agent + 25, head.find('\n', agent) - agent - 25);  // the version
+  EXPECT_EQ("\nGET /a/../ipp/./print HTTP/1.1\nAccept: */*\nHost: 127.0.0.1:" + std::to_string(altPort_) +
+                "\nUser-Agent: norvane-host/\n",
+            head);
 }
 
 TEST_F(HostHttpPeers, WholeBodiesGoOnceTypedWithoutExpectContinue) {
