@@ -52,7 +52,6 @@ TEST(UrlTest, UrlsAndSnmpPeersBracketIpv6) {
   HostName v6{"fd00::1", true};
   HostName name{"printer", false};
   EXPECT_EQ("https://[fd00::1]:443/ipp/print", BuildUrl(v6, true, 443, "/ipp/print"));
-  EXPECT_EQ("http://printer:8080/x", BuildUrl(name, false, 8080, "x"));
   EXPECT_EQ("udp6:[fd00::1]:161", SnmpPeerName(v6, 161));
   EXPECT_EQ("udp:printer:1161", SnmpPeerName(name, 1161));
 }
