@@ -83,7 +83,6 @@ constexpr const char16_t* kKinds =
     u"<DataMaps><OIDDataMap>"
     u"<DataItem Name=\"Model\" OID=\"1.3.6.1.2.1.25.3.2.1.3.1\"/>"
     u"<DataItem Name=\"Live\" OID=\"1.3.6.1.2.1.25.3.2.1.5.1\" Transient=\"true\"/>"
-    u"<DataItem Name=\"Gone\" OID=\"1.3.6.1.2.1.25.3.2.1.3.99\"/>"
     u"<DataItem Name=\"Black\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.1\" GroupID=\"holes\"/>"
     u"<DataItem Name=\"Hole\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.7\" GroupID=\"holes\"/>"
     u"<DataItem Name=\"Magenta\" OID=\"1.3.6.1.2.1.43.11.1.1.9.1.2\" GroupID=\"holes\"/>"
@@ -104,7 +103,6 @@ TEST_F(OidBench, EachKindOfItemAnswersAsTheAgentHasIt) {
   } rows[] = {
       {u"dev:Model", "Norvane NX-4100 Color MFP"},
       {u"Live", "2"},
-      {u"Gone", kFail},
       {u"Unknown", kFail},
       {u"Black", "62,,9"},                              // members in name order; one the agent lacks adds empty text
       {u"Supply.003", kFail},                           // beyond the declared count
