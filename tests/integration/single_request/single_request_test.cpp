@@ -40,7 +40,6 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"ReadsModel", false, Device::kPrinter, kModel, kEmpty, S_OK, "Norvane NX-4100 Color MFP"},
     {"ReadsLastItemInKeyOrder", false, Device::kPrinter, kTwoItems, kEmpty, S_OK, "NV42A17Q9X"},
     {"WritesInteger", true, Device::kPrinter, kReset, kPowerCycle, S_OK, "4"},
     {"WritesIntegerThroughGet", false, Device::kPrinter, kReset, kNvramReset, S_OK, "5"},

@@ -81,8 +81,6 @@ TEST(SoapRequestCheck, AcceptsTheRequestAndRejectsAsADeviceWould) {
     int status;  // 0: accepted
     const char* inFault;
   } cases[] = {
-      {"application/soap+xml", Envelope(), 0, ""},
-      {"application/soap+xml; charset=utf-8", Envelope(), 0, ""},
       {"Application/SOAP+XML;action=\"x\"", prefixed, 0, ""},
       {"text/xml", Envelope(), 415, ""},
       {"application/soap+xml",
@@ -117,7 +115,6 @@ TEST(IppAnswer, RefusesWhatAPrinterWouldAndEchoesTheRequestId) {
     int http;
     std::string head;  // version, status, request id
   } cases[] = {
-      {request('\x0B'), "enum printer-state 3\n", 200, std::string("\x02\x00\x00\x00\x01\x02\x03\x04", 8)},
       {request('\x02'), "enum printer-state 3\n", 200, std::string("\x02\x00\x05\x01\x01\x02\x03\x04", 8)},
       {request('\x0B'), "enum printer-state idle\n", 200, std::string("\x02\x00\x05\x00\x01\x02\x03\x04", 8)},
       {request('\x0B'), "colour printer-state 3\n", 200, std::string("\x02\x00\x05\x00\x01\x02\x03\x04", 8)},
