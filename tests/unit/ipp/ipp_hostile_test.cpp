@@ -68,13 +68,11 @@ TEST(IppHostile, MalformedAttributes) {
       {B({0x44}) + B({0x00}), E_FAIL},                                           // half a name-length
       {Attr(0x44, std::string(1023, 'n'), "v") + end, S_OK},
       {Attr(0x44, std::string(1024, 'n'), "v") + end, E_FAIL},
-      {Attr(0x44, std::string(60000, 'n'), "v") + end, E_FAIL},
       {Attr(0x41, "t", std::string(1023, 'v')) + end, S_OK},
       {Attr(0x41, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x30, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x4A, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x12, "t", std::string(1024, 'v')) + end, E_FAIL},
-      {Attr(0x7F, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x35, "t", std::string(1025, 'v')) + end, E_FAIL},
       {Attr(0x34, "c", "x") + Attr(0x37, "", "") + end, E_FAIL},
       {Attr(0x34, "c", "") + Attr(0x37, "", "x") + end, E_FAIL},
