@@ -57,7 +57,6 @@ TEST(IppHostile, MalformedAttributes) {
     std::string tail;  // after the response header
     HRESULT hr;
   } cases[] = {
-      {B({0x44}) + Be16(0xFFFF), E_FAIL},                                        // name-length past the end
       {B({0x44}) + Be16(500) + "printer-state", E_FAIL},                         // shorter name than announced
       {B({0x44}) + Be16(1) + "n" + Be16(40) + "abc", E_FAIL},                    // value past the end
       {B({0x30}) + Be16(1) + "n" + Be16(1000) + std::string(999, '='), E_FAIL},  // octet string one short
@@ -72,7 +71,6 @@ TEST(IppHostile, MalformedAttributes) {
       {Attr(0x41, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x30, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x4A, "t", std::string(1024, 'v')) + end, E_FAIL},
-      {Attr(0x12, "t", std::string(1024, 'v')) + end, E_FAIL},
       {Attr(0x35, "t", std::string(1025, 'v')) + end, E_FAIL},
       {Attr(0x34, "c", "x") + Attr(0x37, "", "") + end, E_FAIL},
       {Attr(0x34, "c", "") + Attr(0x37, "", "x") + end, E_FAIL},
