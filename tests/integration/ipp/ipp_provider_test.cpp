@@ -20,12 +20,6 @@ std::string Text(const VARIANT& v) {
   return std::string(v.bstrVal, v.bstrVal + SysStringLen(v.bstrVal));
 }
 
-struct Value {
-  VARIANT v;
-  Value() { VariantInit(&v); }
-  ~Value() { VariantClear(&v); }
-};
-
 class IppProviderBench : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -80,18 +74,18 @@ TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
   Norvane::DataCollection* collection = nullptr;
   ASSERT_EQ(CreateDataCollectionFromXML(address_, document, &collection, cache), S_OK);
   for (const auto& row : rows) {
-    Value v;
-    EXPECT_EQ(SUCCEEDED(collection->GetValue(row.key, &v.v)), SUCCEEDED(row.result)) << Text(v.v);
-    EXPECT_EQ(Text(v.v), row.text);
+    Norvane::Variant v;
+    EXPECT_EQ(SUCCEEDED(collection->GetValue(row.key, v.Ptr())), SUCCEEDED(row.result)) << Text(v.Get());
+    EXPECT_EQ(Text(v.Get()), row.text);
   }
   collection->Dispose();
   cache->Dispose();
-  Value uuid;
+  Norvane::Variant uuid;
   Norvane::IPPProvider* provider = CreateIPPProvider(address_, "/ipp/print");
   ASSERT_NE(provider, nullptr);
-  ASSERT_EQ(provider->GetValue("printer-uuid", &uuid.v), S_OK);
+  ASSERT_EQ(provider->GetValue("printer-uuid", uuid.Ptr()), S_OK);
   provider->Dispose();
-  std::string identity = Text(uuid.v).substr(Text(uuid.v).find("uuid:") + 5);
+  std::string identity = Text(uuid.Get()).substr(Text(uuid.Get()).find("uuid:") + 5);
   bool found = false;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(registry.Path())) {
     found = found || entry.path().filename() == identity;
