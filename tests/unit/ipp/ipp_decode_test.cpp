@@ -2,7 +2,6 @@
 // collection queries, the job values and the collection dump.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -216,16 +215,14 @@ TEST(IppCollectionDump, WritesOnlyIntoTheNamedDirectoryWithSafeNames) {
   }
   unsetenv("NORVANE_COLLECTION_DUMP_DIR");
   EXPECT_TRUE(std::filesystem::is_empty(quiet.Path()));
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(root.Path())) {
-    if (entry.is_regular_file()) files.push_back(entry.path().string());
-  }
-  std::sort(files.begin(), files.end());
-  ASSERT_EQ(files, (std::vector<std::string>{root.Path() + "/dump/_.._.._escape.xml", root.Path() + "/dump/_abs.xml"}));
+  // The two dump files and nothing else anywhere under the root.
+  size_t files = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root.Path())) files += entry.is_regular_file();
+  EXPECT_EQ(files, 2u);
   const std::string record =
       "<../../escape>\n<a>1</a>\n<b>two</b>\n<r>Range</r>\n<inner>\n<x>y</x>\n</inner>\n</../../escape>\n";
-  EXPECT_EQ(ReadFile(files[0]), "<SOC>" + record + record);
-  EXPECT_EQ(ReadFile(files[1]), "<SOC></abs>\n<k>v</k>\n<//abs>\n</abs>\n<k>v</k>\n<//abs>\n");
+  EXPECT_EQ(ReadFile(root.Path() + "/dump/_.._.._escape.xml"), "<SOC>" + record + record);
+  EXPECT_EQ(ReadFile(root.Path() + "/dump/_abs.xml"), "<SOC></abs>\n<k>v</k>\n<//abs>\n</abs>\n<k>v</k>\n<//abs>\n");
   // Names that would leave the directory, or that it cannot hold.
   EXPECT_EQ(Norvane::IppDumpFileName(".."), "_..");
   EXPECT_EQ(Norvane::IppDumpFileName(""), "_");
