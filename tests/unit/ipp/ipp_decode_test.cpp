@@ -66,7 +66,6 @@ TEST(IppDecodeValues, LookupsInDecodedResponses) {
     HRESULT hr;
     bool fieldCompatible = false;
   } cases[] = {
-      {plain, "printer-state", "3", S_OK},
       {plain, "printer-state-reasons", "none,media-low", S_OK},
       {plain, "marker-levels", "-2", S_OK},
       {plain, "color-supported", "1", S_OK},
