@@ -23,7 +23,6 @@ TEST(IppLocaleStringsBench, StringsOfTheChosenLanguageComeFromThePrinterWebPort)
   put->SetResource(u"/__sim/resource?path=/strings/de.strings");
   put->SetBody(reinterpret_cast<const uint8_t*>("caf\xE9 \x7F"), 6);
   ASSERT_EQ(put->Send(&answer), S_OK);
-  ASSERT_EQ(answer->GetStatus(), 200u);
   std::u16string german;
   EXPECT_EQ(GetDeviceLocaleStrings(printer.get(), u"de", german), S_OK);
   EXPECT_EQ(german, u"caf\xFFE9 \x7F");
