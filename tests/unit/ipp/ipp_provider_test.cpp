@@ -98,9 +98,9 @@ TEST(IppProviderUri, CrackingGivesTheResourceOrTheCreationErrorCode) {
 // Loopback listeners for the probe: listening, or bound only, which refuses.
 struct Listener {
   int fd;
+  sockaddr_in6 a{};  // the bound address; large enough for either family
   uint16_t port = 0;
   explicit Listener(bool listening, int family = AF_INET6) : fd(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in6 a{};  // large enough for either family
     auto* v4 = reinterpret_cast<sockaddr_in*>(&a);
     if (family == AF_INET) {
       v4->sin_family = AF_INET, v4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -154,14 +154,10 @@ TEST(IppProviderProbe, ASilentPeerCostsTheTimeOutAndNoMore) {
   // neither succeeds nor fails until the probe gives up.
   Listener full(false);
   if (!full.ok() || listen(full.fd, 0) != 0) GTEST_SKIP() << "no IPv6 loopback";
-  sockaddr_in6 target{};
-  target.sin6_family = AF_INET6;
-  target.sin6_addr = in6addr_loopback;
-  target.sin6_port = htons(full.port);
   int fillers[3];
   for (int& fd : fillers) {
     fd = socket(AF_INET6, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    connect(fd, reinterpret_cast<sockaddr*>(&target), sizeof target);
+    connect(fd, reinterpret_cast<const sockaddr*>(&full.a), sizeof full.a);
   }
   usleep(100 * 1000);
   int error = 0;
