@@ -20,22 +20,13 @@ std::string Text(const VARIANT& v) {
   return std::string(v.bstrVal, v.bstrVal + SysStringLen(v.bstrVal));
 }
 
-class IppProviderBench : public ::testing::Test {
- protected:
-  void SetUp() override {
-    NORVANE_REQUIRE_BENCH();
-    address_ = CreateNetAddress(Wide(NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
-    ASSERT_NE(address_, nullptr);
-  }
-  void TearDown() override {
-    if (address_ != nullptr) address_->Dispose();
-  }
-  Norvane::QxNetAddress* address_ = nullptr;
-};
-
 // Each kind of IPP item, read in this order from one collection with a
 // registry cache, which is kept under the identity after the printer's "uuid:".
-TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
+TEST(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
+  NORVANE_REQUIRE_BENCH();
+  Norvane::QxNetAddress* address =
+      CreateNetAddress(Wide(NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
+  ASSERT_NE(address, nullptr);
   NorvaneTest::ScopedRegistryRoot registry;
   const char16_t* document =
       u"<DataMaps><IPPDataMap><IPPParams Name='params' ResourceURI='/ipp/print'/>"
@@ -72,7 +63,7 @@ TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
   };
   Norvane::ICacheProvider* cache = CreateRegCacheProvider(u"SOFTWARE\\Norvane\\IppBench");
   Norvane::DataCollection* collection = nullptr;
-  ASSERT_EQ(CreateDataCollectionFromXML(address_, document, &collection, cache), S_OK);
+  ASSERT_EQ(CreateDataCollectionFromXML(address, document, &collection, cache), S_OK);
   for (const auto& row : rows) {
     Norvane::Variant v;
     EXPECT_EQ(SUCCEEDED(collection->GetValue(row.key, v.Ptr())), SUCCEEDED(row.result)) << Text(v.Get());
@@ -81,10 +72,11 @@ TEST_F(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
   collection->Dispose();
   cache->Dispose();
   Norvane::Variant uuid;
-  Norvane::IPPProvider* provider = CreateIPPProvider(address_, "/ipp/print");
+  Norvane::IPPProvider* provider = CreateIPPProvider(address, "/ipp/print");
   ASSERT_NE(provider, nullptr);
   ASSERT_EQ(provider->GetValue("printer-uuid", uuid.Ptr()), S_OK);
   provider->Dispose();
+  address->Dispose();
   std::string identity = Text(uuid.Get()).substr(Text(uuid.Get()).find("uuid:") + 5);
   bool found = false;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(registry.Path())) {
