@@ -20,15 +20,9 @@ using Norvane::IPPOperations;
 // included, is cli_captures.sh's.
 TEST(IppCaptures, ValuesOfRealPrinters) {
   const std::string epson = "python-ipp__get-printer-attributes-epsonxp6000.bin";
-  const std::string xerox = "ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res";
-  const std::string toner = "ipp-client-kotlin__Xerox_B210_Printer__printer-stopped-toner-empty.res";
-  const std::string brother = "python-ipp__get-printer-attributes-brother-mfcj5320dw.bin";
-  const std::string hp = "python-ipp__get-printer-attributes-hp6830.bin";
-  const std::string kyocera = "python-ipp__get-printer-attributes-kyocera-ecosys-m2540dn-001.bin";
-  const std::string jobs = "python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin";
   const std::string colorLaser = "SharpIppNext__GetPrinterAttributes_HP_Color_LaserJet_MFP_M476dn.bin";
   struct Case {
-    const std::string& file;
+    std::string file;
     const char* key;
     const char* expected;
   } cases[] = {
@@ -38,12 +32,14 @@ TEST(IppCaptures, ValuesOfRealPrinters) {
       {epson, "media-col-ready.COL2.media-type", "photographic"},
       {epson, "media-col-ready[1].media-source", "photo"},
       {epson, "media-col-ready[media-source=photo].media-size.x-dimension", "10160"},
-      {xerox, "printer-state-message", "Printer is ready to print."},
-      {toner, "printer-state", "5"},
-      {brother, "marker-names", "<vt 0>"},  // names with a language are read past
-      {hp, "printer-alert.severity", "other"},
-      {kyocera, "status-code", "1"},  // partial success
-      {jobs, "job-name", "Microsoft Word - \xD0\xA2\xD0\xA1\xD0\x94"},
+      {"ipp-client-kotlin__Xerox_B210_Printer__001-Get-Printer-Attributes.res", "printer-state-message",
+       "Printer is ready to print."},
+      {"ipp-client-kotlin__Xerox_B210_Printer__printer-stopped-toner-empty.res", "printer-state", "5"},
+      // Names with a language are read past.
+      {"python-ipp__get-printer-attributes-brother-mfcj5320dw.bin", "marker-names", "<vt 0>"},
+      {"python-ipp__get-printer-attributes-hp6830.bin", "printer-alert.severity", "other"},
+      {"python-ipp__get-printer-attributes-kyocera-ecosys-m2540dn-001.bin", "status-code", "1"},  // partial success
+      {"python-ipp__get-jobs-kyocera-ecosys-m2540dn-000.bin", "job-name", "Microsoft Word - \xD0\xA2\xD0\xA1\xD0\x94"},
       // job-constraints-supported / media-col / media-size.
       {colorLaser, "job-constraints-supported[0].media-col.media-size.y-dimension", "34036"},
   };
