@@ -13,8 +13,6 @@
 
 namespace {
 
-std::u16string Wide(const std::string& text) { return std::u16string(text.begin(), text.end()); }
-
 std::string Text(const VARIANT& v) {
   if (v.vt != VT_BSTR) return "<vt " + std::to_string(v.vt) + ">";
   return std::string(v.bstrVal, v.bstrVal + SysStringLen(v.bstrVal));
@@ -24,8 +22,8 @@ std::string Text(const VARIANT& v) {
 // registry cache, which is kept under the identity after the printer's "uuid:".
 TEST(IppProviderBench, EachKindOfItemAnswersAndTheCacheIsNamedByTheUuid) {
   NORVANE_REQUIRE_BENCH();
-  Norvane::QxNetAddress* address =
-      CreateNetAddress(Wide(NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1")).c_str());
+  std::string host = NorvaneBench::BenchValue("NORVANE_PRINTER_HOST", "127.0.0.1");
+  Norvane::QxNetAddress* address = CreateNetAddress(std::u16string(host.begin(), host.end()).c_str());
   ASSERT_NE(address, nullptr);
   NorvaneTest::ScopedRegistryRoot registry;
   const char16_t* document =

@@ -152,7 +152,7 @@ TEST_F(IppSimFaults, QueriesAfterCreation) {
   EXPECT_EQ(provider->GetPrinterURI(), u"ipp://127.0.0.1" + std::u16string(kPath, kPath + sizeof kPath - 1));
   EXPECT_FALSE(provider->IsSecure());
   EXPECT_EQ(provider->GetSecurityFlags(), 0u);  // plain IPP keeps no TLS flags
-  Value kept, fallback, none, fresh;
+  Value kept, fallback, none, fresh, job;
   EXPECT_EQ(provider->GetValue("printer-make-and-model_OR_printer-info", &kept.v), S_OK);
   EXPECT_EQ(Text(kept.v), "Norvane NX-4100 Series");
   Plan("500@1");
@@ -165,7 +165,6 @@ TEST_F(IppSimFaults, QueriesAfterCreation) {
   EXPECT_EQ(provider->GetIPPValue("printer-state", 0, &fresh.v, nullptr, kPath, 0, 0, " "), S_OK);
   EXPECT_EQ(Text(fresh.v), "3");
   // A job the device refuses (this one knows no job operation) fails the query.
-  Value job;
   EXPECT_EQ(provider->GetIPPValue("job-state", 1, &job.v, "ipp://127.0.0.1/ipp/printer/42", kPath, 0, 0, " "), E_FAIL);
 
   // New URIs: the resource is kept even when the printer URI is refused.
