@@ -37,13 +37,10 @@ TEST(IppPrinter, GetPrinterAttributesWithTheMediaDatabase) {
     std::ofstream(save, std::ios::binary)
         .write(reinterpret_cast<const char*>(response->GetBody()), response->GetBodyLength());
   }
-  OwnedVariant width, model, state, a4;
+  // Plain values of this answer are read through the provider in IppProviderBench.
+  OwnedVariant width, a4;
   ASSERT_EQ(ops.ParseIPPResponse(response, &width.v), S_OK);
   EXPECT_EQ(Text(width.v), "21590");  // the first medium is US Letter
-  EXPECT_EQ(ops.GetValueFromIPPMap("printer-make-and-model", &model.v), 1);
-  EXPECT_EQ(Text(model.v), "Norvane NX-4100");
-  EXPECT_EQ(ops.GetValueFromIPPMap("printer-state", &state.v), 1);
-  EXPECT_EQ(Text(state.v), "3");
   EXPECT_GT(ops.GetCollectionStore().RecordCount(), 5u);
   // The same database searched by a member value.
   EXPECT_TRUE(ops.QueryCollection("media-col-database[media-key=iso_a4_210x297mm].media-size.y-dimension", &a4.v));

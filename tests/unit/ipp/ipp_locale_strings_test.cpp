@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "ipp_test_util.h"
-#include "support/ref.h"
-
 TEST(IppLocaleStrings, StringsUriBecomesAPathAndPortForTheLanguage) {
   const std::u16string many(300, u'a');
   const struct {
@@ -22,24 +19,4 @@ TEST(IppLocaleStrings, StringsUriBecomesAPathAndPortForTheLanguage) {
     EXPECT_EQ(resource.path, c.path);
     EXPECT_EQ(resource.port, c.port);
   }
-}
-
-// The body reaches the host byte by byte, each byte widened as a signed value.
-TEST(IppLocaleStrings, BodyBytesWidenSigned) {
-  using namespace IppTest;
-  auto address = QxUtils::AdoptRef(NorvaneTest::FakeAddress::Create(u"USB001"));
-  address->responder = [](const NorvaneTest::FakeExchange& e) -> NorvaneTest::FakeReply {
-    if (Operation(e) != 11) return {200, "caf\xE9 \x7F", {}, S_OK};
-    return {200,
-            ResponseStart() + Attr(0x48, "generated-natural-language-supported", "en") + Attr(0x48, "", "de") +
-                Attr(0x45, "printer-strings-uri", "http://192.0.2.20/ipp/en.strings") +
-                Attr(0x48, "natural-language-configured", "en") + B({0x03}),
-            {},
-            S_OK};
-  };
-  std::u16string strings;
-  ASSERT_EQ(Norvane::FetchDeviceLocaleStrings(address.get(), u"de", strings), S_OK);
-  EXPECT_EQ(strings, std::u16string(u"caf\xFFE9 \x7F"));
-  EXPECT_EQ(address->exchanges.back().resource, u"/ipp/de.strings");
-  EXPECT_EQ(address->exchanges.back().port, 8080u);
 }
