@@ -65,6 +65,7 @@ TEST(IppHostile, MalformedAttributes) {
       {B({0x31}) + Be16(1) + "d" + Be16(11) + std::string(10, '\0'), E_FAIL},    // dateTime cut short
       {B({0x4A}) + Be16(0) + Be16(7) + "x", E_FAIL},                             // member name past the end
       {B({0x44}) + B({0x00}), E_FAIL},                                           // half a name-length
+      {B({0x44}) + Be16(1) + "n" + B({0x00}), E_FAIL},                           // half a value-length
       {Attr(0x44, std::string(1023, 'n'), "v") + end, S_OK},
       {Attr(0x44, std::string(1024, 'n'), "v") + end, E_FAIL},
       {Attr(0x41, "t", std::string(1023, 'v')) + end, S_OK},
