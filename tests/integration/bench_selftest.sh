@@ -97,8 +97,10 @@ for isolation in "" "-rn"; do
     status=0
     wait "$bench_pid" || status=$?
     expect_eq "SIGTERM ends the bench with 143" 143 "$status"
-    expect_eq "and does so within 5 s" yes \
-        "$(awk -v s="$started" -v e="$EPOCHREALTIME" 'BEGIN { print (e - s < 5) ? "yes" : "no" }')"
+    # Not a speed goal: a bench that waited for its command would take the marker's
+    # 1000 s. Stopping takes under a second on an idle machine, seconds on a loaded one.
+    expect_eq "and does not wait for its command" yes \
+        "$(awk -v s="$started" -v e="$EPOCHREALTIME" 'BEGIN { print (e - s < 30) ? "yes" : "no" }')"
     expect_no_leftovers "after SIGTERM"
 done
 
