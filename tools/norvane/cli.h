@@ -96,6 +96,9 @@ void CheckIppStatus(Norvane::IPPProvider* provider, const std::string& what);
 // The same for the text a response object holds (decimal, as the library keeps it).
 void CheckIppStatusText(const char* status, const std::string& what);
 
+// hrDeviceDescr.1: the object the library takes an SNMP agent for a printer's by.
+inline constexpr const char16_t* kSnmpDetectionOid = u"1.3.6.1.2.1.25.3.2.1.3.1";
+
 // Why SNMP data maps refuse a device that answers SNMP: the library takes an
 // agent for a printer's only when hrDeviceDescr.1 holds a text. Empty when the
 // device does not answer sysDescr.0 either, or has the object.

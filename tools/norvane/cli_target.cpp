@@ -165,7 +165,7 @@ std::string SnmpDetectionHint(Norvane::QxNetAddress* address) {
   Owned<Norvane::MIBConnection> connection(made);
   Norvane::Variant system, device;
   if (connection->GetValue(u"1.3.6.1.2.1.1.1.0", system.Ptr()) != S_OK) return {};
-  HRESULT hr = connection->GetValue(u"1.3.6.1.2.1.25.3.2.1.3.1", device.Ptr());
+  HRESULT hr = connection->GetValue(kSnmpDetectionOid, device.Ptr());
   bool missing = hr != S_OK || device.Type() == VT_EMPTY || device.Type() == VT_NULL;
   if (!missing && !VariantText(device.Get()).empty()) return {};
   return std::string("the device answers SNMP, but its hrDeviceDescr.1 (1.3.6.1.2.1.25.3.2.1.3.1) is ") +

@@ -176,7 +176,7 @@ void ReadSnmpObjectsAhead(Norvane::QxNetAddress* address, const std::vector<Data
                           const std::vector<std::string>& only, bool cached) {
   // The object the library detects an SNMP printer by, and the identity it
   // reads for a cache.
-  std::vector<std::u16string> oids = {u"1.3.6.1.2.1.25.3.2.1.3.1"};
+  std::vector<std::u16string> oids = {kSnmpDetectionOid};
   if (cached) oids.push_back(u"1.3.6.1.4.1.32473.2.3.9.4.2.1.1.3.3.0");
   const size_t before = oids.size();
   for (const auto& key : keys) {
