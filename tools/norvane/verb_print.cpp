@@ -80,7 +80,12 @@ class Spool {
     while (in.read(block.data(), static_cast<std::streamsize>(block.size())) || in.gcount() > 0) {
       out.write(block.data(), in.gcount());
     }
-    if (!out.flush()) throw Failure(kExitFailed, "the document from '" + file + "' could not be spooled to " + path_);
+    // A read that failed part-way must not print what came before it as the whole.
+    // A constructor that throws runs no destructor: the file goes here.
+    const bool readFailed = in.bad(), writeFailed = !out.flush();
+    if (readFailed || writeFailed) std::remove(path_.c_str());
+    if (readFailed) throw Failure(kExitFailed, "document '" + file + "': reading failed part-way");
+    if (writeFailed) throw Failure(kExitFailed, "the document from '" + file + "' could not be spooled to " + path_);
   }
   ~Spool() {
     if (!path_.empty()) std::remove(path_.c_str());
